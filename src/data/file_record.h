@@ -77,5 +77,10 @@ std::string GetFileNameWithExtension(const FileRecord& r);
 // Path below the source folder: Path + "/" + name with extension. The full
 // path of a plain file is the source folder + this.
 std::string GetPathWithFileName(const FileRecord& r);
+// Identity key of a record: decimal, joined with "-", the volume as its
+// absolute value; with `withoutVolume` only the two file index halves. The
+// formatted form writes the same fields in upper-case hexadecimal.
+std::string GetHardlinkIDkey(const FileRecord& r, bool withoutVolume);
+std::string GetHardlinkIDkeyFormatted(const FileRecord& r, bool withoutVolume);
 
 }  // namespace kelvor

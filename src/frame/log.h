@@ -11,6 +11,12 @@
 namespace kelvor {
 
 class ProgressSink;
+class SettingsStore;
+class TextCatalog;
+
+// The log date format: the program's mask letters (nn = minutes). Cut_Logfile
+// reads the stamps back with the same mask.
+inline constexpr char kLogDateFormat[] = "dd.MM.yyyy hh:nn:ss";
 
 // Appends one line "<stamp> - [ERROR: ]text\r\n" to a UTF-16LE file, creating
 // it with its byte-order mark when missing. A file that cannot be opened drops
@@ -51,5 +57,13 @@ class Logger {
 // Cut_Logfile: drops the entries of `file` older than `days`; continuation
 // lines stay with their entry. Returns false with *error set on failure.
 bool Cut_Logfile(double days, const std::filesystem::path& file, std::string* error);
+// The same with the messages in the catalog's language; `now` (a day-fraction
+// date) is the moment the ages are measured from.
+bool Cut_Logfile(double days, const std::filesystem::path& file, std::string* error,
+                 const TextCatalog& texts, double now);
+
+// LogfileDEL: with "LogDel" of section "DupVerz" on, logs the notice into the
+// general log and cuts it to the last "LogDelDays" days; a failure is logged.
+void LogfileDEL(const SettingsStore& settings, Logger& logger, const TextCatalog& texts);
 
 }  // namespace kelvor

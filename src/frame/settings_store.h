@@ -15,6 +15,8 @@
 
 namespace kelvor {
 
+class TextCatalog;
+
 class SettingsStore {
  public:
   // Value of section/key; absent -> known default -> "" .
@@ -62,6 +64,14 @@ bool EinstellungenSpeichern(const SettingsStore& s, const std::filesystem::path&
 // absent; a value enclosed in double quotes loses them.
 std::string ProfileGetItemWide(std::string_view section, std::string_view key,
                                std::string_view deflt, const std::filesystem::path& file);
+
+// The same with the messages in the catalog's language (the forms above use
+// the built-in German texts). A file that could not be understood, wholly or
+// in part, is copied to "<file>.bak" before a save replaces it.
+bool EinstellungenLaden(SettingsStore& s, const std::filesystem::path& file, std::string* error,
+                        const TextCatalog& texts);
+bool EinstellungenSpeichern(const SettingsStore& s, const std::filesystem::path& file,
+                            std::string* error, const TextCatalog& texts);
 
 // The writer: one key, value written between double quotes. Atomic.
 bool ProfileWriteItemWide(std::string_view section, std::string_view key, std::string_view value,

@@ -63,6 +63,11 @@ class TextCatalog {
 
   void SetLanguage(int code) { language_ = code; }
 
+  // Writes a complete language file: a comment header, then one line
+  // number,"German default" per text, as UTF-16LE with byte-order mark.
+  // A translator's starting point for lang.txt.
+  static bool WriteTemplate(const std::filesystem::path& file, std::string* error = nullptr);
+
  private:
   int language_ = kLangGerman;
   std::unordered_map<int, std::string> table_;

@@ -1,0 +1,210 @@
+// kelvor --headless: the search without a window.
+
+#include "headless/headless.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <iostream>
+#include <optional>
+
+#include "frame/log.h"
+#include "frame/profiles.h"
+#include "frame/run_state.h"
+#include "frame/settings_store.h"
+#include "frame/sinks.h"
+#include "frame/startup.h"
+#include "frame/texts.h"
+#include "search/command_line.h"
+#include "search/engine.h"
+#include "search/source_folders.h"
+
+namespace kelvor {
+
+namespace {
+
+// The one thing a signal handler may touch: the run state of the search.
+std::atomic<RunState*> g_interruptTarget{nullptr};
+
+extern "C" void OnInterrupt(int) {
+  if (RunState* r = g_interruptTarget.load()) r->RequestStop(kStopUser);
+}
+
+// Shows progress on standard error once a second, and only on a terminal.
+class TerminalProgress final : public ProgressSink {
+ public:
+  explicit TerminalProgress(std::ostream& err) : err_(err), tty_(::isatty(STDERR_FILENO) == 1) {}
+  ~TerminalProgress() override { Finish(); }
+
+  void SetLabel(Label l, std::string_view text) override {
+    labels_[static_cast<int>(l)] = std::string(text);
+    if (l == Label::Dauer) Draw();
+  }
+  void LogPanel(std::string_view) override {}
+  void Finish() {
+    if (drawn_) err_ << "\r\033[K" << std::flush;
+    drawn_ = false;
+  }
+
+ private:
+  void Draw() {
+    if (!tty_) return;
+    auto now = std::chrono::steady_clock::now();
+    if (drawn_ && now - last_ < std::chrono::milliseconds(900)) return;
+    last_ = now;
+    drawn_ = true;
+    auto& L = labels_;
+    err_ << "\r\033[K" << L[static_cast<int>(Label::Dauer)] << "  Dateien: " << L[static_cast<int>(Label::Gesamt)]
+         << "  Duplikate: " << L[static_cast<int>(Label::Dups)] << "  Gruppen: "
+         << L[static_cast<int>(Label::Gruppen)] << std::flush;
+  }
+  std::ostream& err_;
+  bool tty_;
+  bool drawn_ = false;
+  std::chrono::steady_clock::time_point last_{};
+  std::string labels_[kLabelCount];
+};
+
+// Questions in a run without a window: messages go to standard error, a
+// yes/no question is answered no, an input box is cancelled.
+class TerminalPrompt final : public Prompt {
+ public:
+  explicit TerminalPrompt(std::ostream& err) : err_(err) {}
+  void Message(std::string_view text, MessageIcon) override { err_ << text << '\n'; }
+  bool AskYesNo(std::string_view) override { return false; }
+  std::optional<std::string> Input(std::string_view, std::string_view) override { return std::nullopt; }
+
+ private:
+  std::ostream& err_;
+};
+
+}  // namespace
+
+std::string HelpText() {
+  return R"(Usage: kelvor --headless [OPTIONS] [ITEMS] FOLDER...
+
+Finds duplicate files in the given folders without opening a window, writes
+the run's log (log/lastsearch.txt in the data folder) and prints the groups of
+duplicates: each group's title line, then one full path a line, and a blank
+line between groups.
+
+Options:
+  --headless        run without a window (required in this build)
+  --data-dir DIR    keep settings, logs and results in DIR (default: the
+                    KELVOR_DATA_DIR variable, else ~/.local/share/Kelvor)
+  --json            print the result as one JSON document
+  --help            show this text
+
+Items (as on Kelvor's own command line):
+  -sDIGITS          search criteria, one digit each, all others off:
+                      0 name, 1 extension, 2 size, 3 content, 4 change date,
+                      5 creation date, 6 attributes, 7 hard links,
+                      8 similar pictures, 9 similar music
+  -sa               similar music only
+  -c[N]             content; N = 0 byte by byte, 1 MD5, 2 SHA-1 (default),
+                    3 SHA-256, 4 SHA-384, 5 SHA-512
+  -h[N] -d[N]       similar pictures (algorithm, thumbnail size index)
+  -m[N]             match percent of similar pictures or music
+  -l[N] -a[N]       similar music (seconds, algorithm)
+  -p:"NAME"         load the search profile NAME first
+  -n                (kept for compatibility)
+  FOLDER            a source folder; "FOLDER" in quotes also works
+
+Exit codes: 0 done, 1 bad command line or rejected setup, 3 stopped.
+)";
+}
+
+int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::ostream& out,
+                std::ostream& err) {
+  std::optional<std::filesystem::path> dataDir;
+  bool headless = false, json = false;
+  std::vector<std::string> items;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    const std::string& a = args[i];
+    if (a == "--help" || a == "-?") {
+      out << HelpText();
+      return kExitDone;
+    } else if (a == "--headless") {
+      headless = true;
+    } else if (a == "--json") {
+      json = true;
+    } else if (a == "--data-dir") {
+      if (i + 1 >= args.size()) {
+        err << "kelvor: --data-dir needs a folder\n";
+        return kExitRejected;
+      }
+      dataDir = args[++i];
+    } else if (a.rfind("--data-dir=", 0) == 0) {
+      dataDir = a.substr(11);
+    } else if (a.rfind("--", 0) == 0) {
+      err << "kelvor: unknown option '" << a << "' (see kelvor --help)\n";
+      return kExitRejected;
+    } else {
+      items.push_back(a);
+    }
+  }
+  if (!headless) {
+    err << "kelvor: this build has no window yet; run 'kelvor --headless ...' (see kelvor --help)\n";
+    return kExitRejected;
+  }
+
+  TerminalPrompt prompt(err);
+  StartupOptions so;
+  so.executable = ExecutablePath(argv0);
+  so.dataDirOption = dataDir;
+  for (const auto& it : items)
+    if (it == "-RESTART") so.restart = true;
+  StartupResult start = RunStartup(so, Environment::FromProcess(), &prompt);
+  const AppPaths& paths = start.paths;
+  SettingsStore& settings = start.settings;
+  const TextCatalog& texts = start.texts;
+
+  Logger logger(paths.generalLog, paths.runLog, paths.lastSearchLog);
+  CommandLine cl = Init_Kommandozeile(items, settings, paths.profileFolder);
+  if (!cl.unknown.empty()) {
+    for (const auto& u : cl.unknown) err << "kelvor: unknown item '" << u << "' (see kelvor --help)\n";
+    return kExitRejected;
+  }
+  std::vector<SourceFolderRow> rows = LoadSourceFolders(settings);
+  ApplyCommandLineFolders(cl, rows);
+  if (!cl.profileName.empty()) {
+    std::string error;
+    if (!Profil_Load(paths.profileFolder, cl.profileName, settings, texts, &error) && !error.empty())
+      err << error << '\n';
+  }
+
+  std::string rejected = StartSearchForDups(settings, rows, texts);
+  if (!rejected.empty()) {
+    err << rejected << '\n';
+    return kExitRejected;
+  }
+
+  TerminalProgress progress(err);
+  RunState run;
+  SearchEngine engine(SearchContext{settings, texts, logger, progress, prompt, run});
+  g_interruptTarget.store(&run);
+  struct sigaction sa {};
+  sa.sa_handler = OnInterrupt;
+  ::sigaction(SIGINT, &sa, nullptr);
+  ::sigaction(SIGTERM, &sa, nullptr);
+  bool ran = engine.Search_Start(rows);
+  g_interruptTarget.store(nullptr);
+  progress.Finish();
+  std::string logError;
+  if (!logger.SaveTmpLog(&logError) && !logError.empty()) err << logError << '\n';
+  if (!ran) return kExitRejected;
+
+  if (json) {
+    PrintJson(engine.Result(), engine.Stats(), engine.ElapsedSeconds(), out);
+  } else {
+    PrintGroups(engine.Result(), out);
+  }
+  if (!engine.ClosingMessage().empty()) err << engine.ClosingMessage() << '\n';
+  out.flush();
+  return run.StopReason.load() == kStopUser ? kExitStopped : kExitDone;
+}
+
+}  // namespace kelvor

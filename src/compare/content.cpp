@@ -1,0 +1,794 @@
+#include "compare/content.h"
+
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <condition_variable>
+#include <cstring>
+#include <list>
+#include <mutex>
+#include <thread>
+#include <unordered_map>
+
+#include "compare/file_io.h"
+#include "frame/formats.h"
+#include "frame/log.h"
+#include "frame/run_state.h"
+#include "frame/sinks.h"
+#include "frame/texts.h"
+
+namespace kelvor {
+
+using compare_io::ReadFile;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+// Reads of the checksum route; large enough that the kernel streams the file.
+constexpr std::size_t kHashReadSize = 1 << 20;
+// Read-ahead limits: jobs waiting for the helper, and finished digests kept
+// for the cascade. Both bound memory to a few hundred KiB of paths.
+constexpr std::size_t kMaxQueuedJobs = 512;
+constexpr std::size_t kMaxDoneJobs = 4096;
+
+constexpr const char* kShortRead = "end of file reached early";
+
+const char* AlgorithmName(int mode) {
+  switch (mode) {
+    case kCompareMD5:
+      return "MD5";
+    case kCompareSHA1:
+      return "SHA1";
+    case kCompareSHA256:
+      return "SHA256";
+    case kCompareSHA384:
+      return "SHA384";
+    case kCompareSHA512:
+      return "SHA512";
+    default:
+      return nullptr;
+  }
+}
+
+std::string OpenSslError() {
+  unsigned long e = ERR_get_error();
+  if (e == 0) return "unknown error";
+  char buf[256];
+  ERR_error_string_n(e, buf, sizeof buf);
+  ERR_clear_error();
+  return buf;
+}
+
+bool EqualsAsciiNoCase(const std::string& a, const char* b) {
+  std::size_t n = std::strlen(b);
+  if (a.size() != n) return false;
+  for (std::size_t i = 0; i < n; ++i) {
+    unsigned char c = static_cast<unsigned char>(a[i]);
+    if (c >= 'A' && c <= 'Z') c = static_cast<unsigned char>(c - 'A' + 'a');
+    if (c != static_cast<unsigned char>(b[i])) return false;
+  }
+  return true;
+}
+
+std::string NameWithExtension(const FileRecord& r) {
+  return r.Extension.empty() ? r.Name : r.Name + "." + r.Extension;
+}
+
+// Path for messages: a member of an archive is named by its archive.
+std::string DisplayPath(const FileRecord& r, const std::string& fullPath) {
+  if (r.ArchiveType == 0) return fullPath;
+  return fullPath + " [" + NameWithExtension(r) + "]";
+}
+
+}  // namespace
+
+int DigestLength(int mode) {
+  switch (mode) {
+    case kCompareMD5:
+      return 16;
+    case kCompareSHA1:
+      return 20;
+    case kCompareSHA256:
+      return 32;
+    case kCompareSHA384:
+      return 48;
+    case kCompareSHA512:
+      return 64;
+    default:
+      return 0;
+  }
+}
+
+std::string ChecksumName(int mode) {
+  switch (mode) {
+    case kCompareMD5:
+      return "MD5";
+    case kCompareSHA1:
+      return "SHA1-160";
+    case kCompareSHA256:
+      return "SHA2-256";
+    case kCompareSHA384:
+      return "SHA2-384";
+    case kCompareSHA512:
+      return "SHA2-512";
+    default:
+      return "";
+  }
+}
+
+HashRange HashRangeFor(const FileRecord& rec, const std::string& partnerExtension, bool isMP3,
+                       bool isJPG, bool isFLAC) {
+  HashRange r;
+  const std::string& ext = partnerExtension;
+  r.useMp3Cuts = isMP3 && EqualsAsciiNoCase(ext, "mp3");
+  r.useExifCuts = (isJPG && (EqualsAsciiNoCase(ext, "jpeg") || EqualsAsciiNoCase(ext, "jpg") ||
+                             EqualsAsciiNoCase(ext, "cr2"))) ||
+                  (isFLAC && EqualsAsciiNoCase(ext, "flac"));
+  if (r.useMp3Cuts) {
+    r.cutFromStart = rec.MP3CutFromStart;
+    r.cutFromEnd = rec.MP3CutFromEnd;
+  } else if (r.useExifCuts) {
+    r.cutFromStart = rec.ExifCutFromStart;
+    r.cutFromEnd = rec.ExifCutFromEnd;
+  }
+  return r;
+}
+
+namespace compare_detail {
+
+// One digest context with its read buffer; one per thread that hashes.
+class Hasher {
+ public:
+  explicit Hasher(int mode) : digestLength_(DigestLength(mode)) {
+    if (const char* name = AlgorithmName(mode)) md_ = EVP_MD_fetch(nullptr, name, nullptr);
+    ctx_ = EVP_MD_CTX_new();
+  }
+  ~Hasher() {
+    EVP_MD_CTX_free(ctx_);
+    EVP_MD_free(md_);
+  }
+  Hasher(const Hasher&) = delete;
+  Hasher& operator=(const Hasher&) = delete;
+
+  // CreateHashFromFile. `stop` is tested after every block; `progress` gets
+  // (bytes done, bytes in range) after every block.
+  std::string Hash(const std::string& path, const HashRange& range,
+                   const std::function<bool()>& stop,
+                   const std::function<void(std::int64_t, std::int64_t)>& progress,
+                   std::string* error) {
+    error->clear();
+    ReadFile file;
+    std::string err;
+    if (!file.Open(path, true, &err)) {
+      *error = "CreateFileWide: " + err;
+      return {};
+    }
+    const std::int64_t size = file.Size(&err);
+    if (size < 0) {
+      *error = "CreateFileWide: " + err;
+      return {};
+    }
+    if (size == 0) {
+      *error = "File size 0";
+      return {};
+    }
+    // A file no longer than the digest is its own checksum; cuts do not apply.
+    if (size <= digestLength_) {
+      std::string bytes(static_cast<std::size_t>(size), '\0');
+      std::int64_t got = file.ReadAt(bytes.data(), bytes.size(), 0, &err);
+      if (got < 0) {
+        *error = "ReadFile: " + err;
+        return {};
+      }
+      if (got < size) {
+        *error = std::string("ReadFile: ") + kShortRead;
+        return {};
+      }
+      return bytes;
+    }
+    if (!md_ || !ctx_) {
+      *error = "CryptCreateHash: " + OpenSslError();
+      return {};
+    }
+
+    std::int64_t start = 0, length = size;
+    if (range.useMp3Cuts) {
+      start = range.cutFromStart;
+      length = size - range.cutFromEnd - range.cutFromStart;
+    } else if (range.useExifCuts) {
+      start = range.cutFromStart;
+      // Without a measured start the range reaches one byte past the part
+      // that the side-by-side route compares; checksums made so must stay
+      // comparable with each other, so the rule is kept as it is.
+      length =
+          start != 0 ? size - range.cutFromEnd - range.cutFromStart : size - range.cutFromEnd + 1;
+    }
+    if (length <= 0 || start < 0) {
+      *error = "File to small: " + std::to_string(length) + " (" + std::to_string(start) + ")";
+      return {};
+    }
+    if (EVP_DigestInit_ex(ctx_, md_, nullptr) != 1) {
+      *error = "CryptCreateHash: " + OpenSslError();
+      return {};
+    }
+    file.Sequential(start, length);
+    if (buf_.empty()) buf_.resize(kHashReadSize);
+
+    std::int64_t offset = start, done = 0;
+    while (done < length) {
+      std::size_t n =
+          static_cast<std::size_t>(std::min<std::int64_t>(kHashReadSize, length - done));
+      // Bytes past the size the file had when opened are fed as zeros (the
+      // one extra byte of the Exif rule). A file that shrank meanwhile is an
+      // error rather than a different digest.
+      std::int64_t avail = std::clamp<std::int64_t>(size - offset, 0, static_cast<std::int64_t>(n));
+      std::int64_t got =
+          avail > 0 ? file.ReadAt(buf_.data(), static_cast<std::size_t>(avail), offset, &err) : 0;
+      if (got < 0) {
+        *error = "ReadFile2: " + err;
+        return {};
+      }
+      if (got < avail) {
+        *error = std::string("ReadFile2: ") + kShortRead;
+        return {};
+      }
+      std::memset(buf_.data() + avail, 0, n - static_cast<std::size_t>(avail));
+      if (EVP_DigestUpdate(ctx_, buf_.data(), n) != 1) {
+        *error = "CryptBinHashData: " + OpenSslError();
+        return {};
+      }
+      offset += static_cast<std::int64_t>(n);
+      done += static_cast<std::int64_t>(n);
+      if (progress) progress(done, length);
+      if (stop && stop()) return {};
+    }
+    unsigned char md[EVP_MAX_MD_SIZE];
+    unsigned int mdLen = 0;
+    if (EVP_DigestFinal_ex(ctx_, md, &mdLen) != 1) {
+      *error = "CryptGetHashParam: " + OpenSslError();
+      return {};
+    }
+    return std::string(reinterpret_cast<const char*>(md), mdLen);
+  }
+
+ private:
+  int digestLength_;
+  EVP_MD* md_ = nullptr;
+  EVP_MD_CTX* ctx_ = nullptr;
+  std::vector<unsigned char> buf_;
+};
+
+}  // namespace compare_detail
+
+bool ChecksumAvailable(int mode, std::string* error) {
+  if (mode == kCompareSideBySide) return true;
+  const char* name = AlgorithmName(mode);
+  if (!name) {
+    if (error) *error = "unknown checksum method " + std::to_string(mode);
+    return false;
+  }
+  EVP_MD* md = EVP_MD_fetch(nullptr, name, nullptr);
+  EVP_MD_CTX* ctx = md ? EVP_MD_CTX_new() : nullptr;
+  bool ok = md && ctx && EVP_DigestInit_ex(ctx, md, nullptr) == 1;
+  if (!ok && error) *error = std::string(name) + ": " + OpenSslError();
+  EVP_MD_CTX_free(ctx);
+  EVP_MD_free(md);
+  return ok;
+}
+
+std::string CreateHashFromFile(const std::string& path, int mode, const HashRange& range,
+                               const RunState* run, std::string* errorText) {
+  std::string local;
+  std::string* err = errorText ? errorText : &local;
+  if (!AlgorithmName(mode)) {
+    *err = "CryptCreateHash: unknown checksum method";
+    return {};
+  }
+  compare_detail::Hasher hasher(mode);
+  std::function<bool()> stop;
+  if (run) stop = [run] { return run->StopRequested(); };
+  return hasher.Hash(path, range, stop, nullptr, err);
+}
+
+namespace compare_detail {
+
+// The read-ahead helper: one thread that makes the digests of files the
+// cascade is expected to compare. Jobs are keyed by full path; the cascade
+// takes a finished digest, waits for one in progress, or takes a job back
+// that has not started and hashes it itself. Every field below is guarded
+// by `m` except the hasher, which only the helper thread touches.
+class Prefetcher {
+ public:
+  Prefetcher(int mode, const RunState& run) : hasher_(mode), run_(run) {
+    worker_ = std::thread([this] { Run(); });
+  }
+  ~Prefetcher() {
+    {
+      std::lock_guard<std::mutex> lock(m_);
+      quit_ = true;
+    }
+    quitFlag_.store(true, std::memory_order_relaxed);
+    cvWork_.notify_all();
+    worker_.join();
+  }
+
+  void Add(const std::string& path, const HashRange& range) {
+    {
+      std::lock_guard<std::mutex> lock(m_);
+      if (quit_ || queue_.size() >= kMaxQueuedJobs || jobs_.count(path)) return;
+      auto [it, inserted] = jobs_.try_emplace(path);
+      Job& job = it->second;
+      job.range = range;
+      queue_.push_back(path);
+      job.pos = std::prev(queue_.end());
+    }
+    cvWork_.notify_one();
+  }
+
+  // True when a usable result was taken (*digest, or *error for a failure).
+  // False: nothing usable, the caller hashes the file itself.
+  bool Take(const std::string& path, const HashRange& range, std::string* digest,
+            std::string* error) {
+    std::unique_lock<std::mutex> lock(m_);
+    auto it = jobs_.find(path);
+    if (it == jobs_.end()) return false;
+    if (it->second.state == State::Queued) {
+      queue_.erase(it->second.pos);
+      jobs_.erase(it);
+      return false;
+    }
+    if (it->second.state == State::Running) {
+      cvDone_.wait(lock, [&] {
+        it = jobs_.find(path);
+        return it == jobs_.end() || it->second.state == State::Done;
+      });
+      if (it == jobs_.end()) return false;
+    }
+    Job job = std::move(it->second);
+    done_.erase(job.pos);
+    jobs_.erase(it);
+    lock.unlock();
+    if (job.stopped || !(job.range == range)) return false;
+    *digest = std::move(job.digest);
+    *error = std::move(job.error);
+    return true;
+  }
+
+ private:
+  enum class State { Queued, Running, Done };
+  struct Job {
+    HashRange range;
+    State state = State::Queued;
+    bool stopped = false;
+    std::string digest, error;
+    std::list<std::string>::iterator pos;  // in queue_ or done_, by state
+  };
+
+  void Run() {
+    std::unique_lock<std::mutex> lock(m_);
+    for (;;) {
+      cvWork_.wait(lock, [&] { return quit_ || !queue_.empty(); });
+      if (quit_) return;
+      std::string path = std::move(queue_.front());
+      queue_.pop_front();
+      auto it = jobs_.find(path);
+      it->second.state = State::Running;
+      const HashRange range = it->second.range;
+      lock.unlock();
+
+      std::string error;
+      std::string digest = hasher_.Hash(
+          path, range,
+          [this] { return quitFlag_.load(std::memory_order_relaxed) || run_.StopRequested(); },
+          nullptr, &error);
+
+      lock.lock();
+      it = jobs_.find(path);
+      Job& job = it->second;
+      job.state = State::Done;
+      job.stopped = digest.empty() && error.empty();
+      job.digest = std::move(digest);
+      job.error = std::move(error);
+      done_.push_back(path);
+      job.pos = std::prev(done_.end());
+      // Digests nobody asked for go first-in first-out.
+      while (done_.size() > kMaxDoneJobs) {
+        jobs_.erase(done_.front());
+        done_.pop_front();
+      }
+      cvDone_.notify_all();
+    }
+  }
+
+  Hasher hasher_;
+  const RunState& run_;
+  std::mutex m_;
+  std::condition_variable cvWork_, cvDone_;
+  std::list<std::string> queue_, done_;
+  std::unordered_map<std::string, Job> jobs_;
+  bool quit_ = false;
+  std::atomic<bool> quitFlag_{false};
+  std::thread worker_;
+};
+
+}  // namespace compare_detail
+
+ContentComparer::ContentComparer(const ContentCompareOptions& options, const TextCatalog& texts,
+                                 Logger& log, RunState& run, ProgressSink& progress)
+    : opt_(options), texts_(texts), log_(log), run_(run), progress_(progress) {
+  // Mend buffer sizes the way the setup window does, so that no loop below
+  // can run with a read size of 0.
+  static constexpr std::int64_t kRepair[4] = {50000, 500000, 50000, 100000};
+  for (int i = 0; i < 4; ++i)
+    if (opt_.compareBuffer[i] <= 0) opt_.compareBuffer[i] = kRepair[i];
+  if (opt_.compareBuffer[0] > opt_.compareBuffer[1]) opt_.compareBuffer[0] = opt_.compareBuffer[1];
+  if (opt_.compareBuffer[2] > opt_.compareBuffer[1]) opt_.compareBuffer[2] = opt_.compareBuffer[1];
+  if (opt_.compareFileEndFirst < 0) opt_.compareFileEndFirst = 0;
+  if (opt_.mode != kCompareSideBySide || opt_.percent <= 0 || opt_.percent > 100)
+    opt_.percent = 100;
+  if (opt_.mode != kCompareSideBySide)
+    hasher_ = std::make_unique<compare_detail::Hasher>(opt_.mode);
+}
+
+ContentComparer::~ContentComparer() = default;
+
+void ContentComparer::Prefetch(const std::string& fullPath, const FileRecord& rec) {
+  if (opt_.mode == kCompareSideBySide || rec.ArchiveType != 0 || rec.HashCreated[0] ||
+      rec.HaveErrorMessage || fullPath.empty())
+    return;
+  // The cut rules the cascade applies when the partner has this file's own
+  // extension, which is the usual case; a different rule at comparison time
+  // discards the digest and hashes again.
+  const bool mp3 = opt_.ignoreMP3Tags && EqualsAsciiNoCase(rec.Extension, "mp3");
+  const bool jpg =
+      !mp3 && opt_.ignoreExif &&
+      (EqualsAsciiNoCase(rec.Extension, "jpg") || EqualsAsciiNoCase(rec.Extension, "jpeg") ||
+       EqualsAsciiNoCase(rec.Extension, "cr2"));
+  const bool flac = opt_.ignoreFlacMetadata && EqualsAsciiNoCase(rec.Extension, "flac");
+  if (!prefetch_) prefetch_ = std::make_unique<compare_detail::Prefetcher>(opt_.mode, run_);
+  prefetch_->Add(fullPath, HashRangeFor(rec, rec.Extension, mp3, jpg, flac));
+}
+
+void ContentComparer::ReadIdentity(FileRecord& rec, const std::string& fullPath) {
+  struct stat st;
+  if (::stat(fullPath.c_str(), &st) != 0) {
+    int e = errno;
+    log_.LogProtokoll("xGetHardlinkCount2\\GetFileInformationByHandle: " +
+                          texts_.Get(txt::T2746, {fullPath, compare_io::ErrorText(e)}),
+                      true);
+    return;
+  }
+  if (st.st_nlink <= 1) {
+    rec.NumberOfLinks = 1;
+    rec.VolumeSerialNumber = rec.FileIndexHigh = rec.FileIndexLow = 0;
+    return;
+  }
+  const auto ino = static_cast<std::uint64_t>(st.st_ino);
+  rec.NumberOfLinks = static_cast<std::int32_t>(std::min<nlink_t>(st.st_nlink, INT32_MAX));
+  rec.VolumeSerialNumber = static_cast<std::int32_t>(static_cast<std::uint32_t>(st.st_dev));
+  rec.FileIndexHigh = static_cast<std::int32_t>(static_cast<std::uint32_t>(ino >> 32));
+  rec.FileIndexLow = static_cast<std::int32_t>(static_cast<std::uint32_t>(ino));
+}
+
+int ContentComparer::Search_CompareContent(FileRecord& newRec, const std::string& newFullPath,
+                                           FileRecord& found, const std::string& foundFullPath,
+                                           bool isMP3, bool isJPG, bool isFLAC) {
+  if (opt_.dontCompareHardlinks && newRec.ArchiveType == 0 && found.ArchiveType == 0) {
+    if (newRec.NumberOfLinks == 0) ReadIdentity(newRec, newFullPath);
+    if (found.NumberOfLinks == 0) ReadIdentity(found, foundFullPath);
+    if (newRec.NumberOfLinks >= 2 && found.NumberOfLinks >= 2 &&
+        newRec.FileIndexHigh == found.FileIndexHigh && newRec.FileIndexLow == found.FileIndexLow &&
+        newRec.VolumeSerialNumber == found.VolumeSerialNumber)
+      return kContentEqual;
+  }
+  // The cut rules follow the extension of `found` for both records.
+  const HashRange rangeNew = HashRangeFor(newRec, found.Extension, isMP3, isJPG, isFLAC);
+  const HashRange rangeFound = HashRangeFor(found, found.Extension, isMP3, isJPG, isFLAC);
+  if (opt_.mode != kCompareSideBySide)
+    return CompareByChecksum(newRec, newFullPath, found, foundFullPath, rangeNew, rangeFound);
+  return CompareSideBySide(newRec, newFullPath, found, foundFullPath, rangeNew, rangeFound);
+}
+
+bool ContentComparer::PathToRead(FileRecord& rec, const std::string& fullPath, std::string* path,
+                                 bool* created) {
+  *created = false;
+  if (rec.ArchiveType == 0) {
+    *path = fullPath;
+    return true;
+  }
+  const bool known = !rec.ArchiveTempFileNr.empty();
+  if (!archive_ || !archive_->CreateTempFile(rec, fullPath, path)) {
+    rec.HaveErrorMessage = true;
+    return false;
+  }
+  *created = !known && !rec.ArchiveTempFileNr.empty();
+  return true;
+}
+
+std::string ContentComparer::TakeOrMakeHash(const std::string& path, const HashRange& range,
+                                            std::string* error) {
+  std::string digest;
+  if (prefetch_ && prefetch_->Take(path, range, &digest, error)) return digest;
+  const Clock::time_point begin = Clock::now();
+  auto progress = [&](std::int64_t done, std::int64_t total) {
+    if (progressShown_ || Clock::now() - begin > std::chrono::seconds(2))
+      ShowReadProgress(texts_.Get(txt::T5028, {ChecksumName(opt_.mode)}), path, "-", done, total);
+  };
+  digest = hasher_->Hash(
+      path, range, [this] { return run_.StopRequested(); }, progress, error);
+  ClearReadProgress();
+  return digest;
+}
+
+bool ContentComparer::EnsureHash(FileRecord& rec, const std::string& fullPath,
+                                 const HashRange& range, bool* createdTemp, int* code) {
+  if (rec.HashCreated[0]) return true;
+  if (rec.HaveErrorMessage) {
+    *code = kContentRecordInError;
+    return false;
+  }
+  std::string path;
+  if (!PathToRead(rec, fullPath, &path, createdTemp)) {
+    *code = kContentTempFileFailed;
+    return false;
+  }
+  std::string error;
+  std::string digest = TakeOrMakeHash(path, range, &error);
+  if (!error.empty()) {
+    log_.LogProtokoll(texts_.Get(txt::T5029, {error, DisplayPath(rec, fullPath)}), true);
+    rec.HaveErrorMessage = true;
+    *code = kContentChecksumFailed;
+    return false;
+  }
+  if (digest.empty()) {  // stopped
+    *code = kContentStopped;
+    return false;
+  }
+  ++ChecksumCount;
+  progress_.SetLabel(Label::ChecksumCreated, FormatNumber(ChecksumCount));
+  rec.SetHash(std::move(digest));
+  if (*createdTemp && opt_.deleteTempFilesAfterCreateChecksum && archive_ &&
+      archive_->DeleteTempFile(rec))
+    rec.ArchiveTempFileNr.clear();
+  return true;
+}
+
+int ContentComparer::CompareByChecksum(FileRecord& newRec, const std::string& newFullPath,
+                                       FileRecord& found, const std::string& foundFullPath,
+                                       const HashRange& rangeNew, const HashRange& rangeFound) {
+  bool createdFound = false, createdNew = false;
+  int code = kContentDifferent;
+  bool ok = EnsureHash(found, foundFullPath, rangeFound, &createdFound, &code) &&
+            EnsureHash(newRec, newFullPath, rangeNew, &createdNew, &code);
+  bool equal = false;
+  if (ok) {
+    ++CompareCount;
+    equal = found.Hash == newRec.Hash;
+  }
+  // Temporary files made for this call do not outlive it.
+  if (archive_) {
+    if (createdFound && !found.ArchiveTempFileNr.empty() && archive_->DeleteTempFile(found))
+      found.ArchiveTempFileNr.clear();
+    if (createdNew && !newRec.ArchiveTempFileNr.empty() && archive_->DeleteTempFile(newRec))
+      newRec.ArchiveTempFileNr.clear();
+  }
+  if (!ok) return code;
+  return equal ? kContentEqual : kContentDifferent;
+}
+
+int ContentComparer::CompareSideBySide(FileRecord& newRec, const std::string& newFullPath,
+                                       FileRecord& found, const std::string& foundFullPath,
+                                       const HashRange& rangeNew, const HashRange& rangeFound) {
+  if (found.HaveErrorMessage || newRec.HaveErrorMessage) return kContentRecordInError;
+  ++CompareCount;
+  std::string pathFound, pathNew;
+  bool created = false;
+  if (!PathToRead(found, foundFullPath, &pathFound, &created) ||
+      !PathToRead(newRec, newFullPath, &pathNew, &created))
+    return kContentTempFileFailed;
+
+  std::string error;
+  int percent = 0;
+  const bool percentRoute = opt_.percent < 100;
+  int code = SideBySide(pathFound, pathNew, rangeFound, rangeNew, percentRoute, &percent, &error);
+  ClearReadProgress();
+  bool equal = percentRoute ? code == 0 && percent >= opt_.percent : code == 0;
+  if (!error.empty()) {
+    equal = false;
+    if (code == kContentOpenFailedFound) {
+      found.HaveErrorMessage = true;
+      log_.LogProtokoll(texts_.Get(txt::T3753, {DisplayPath(found, foundFullPath), error}), true);
+    } else if (code == kContentOpenFailedNew) {
+      newRec.HaveErrorMessage = true;
+      log_.LogProtokoll(texts_.Get(txt::T3753, {DisplayPath(newRec, newFullPath), error}), true);
+    } else {
+      log_.LogProtokoll(texts_.Get(txt::T5136, {DisplayPath(found, foundFullPath),
+                                                DisplayPath(newRec, newFullPath), error}),
+                        true);
+    }
+  }
+  if (equal) {
+    found.IsReferenceFile = true;
+    found.PercentMatch = 100;
+    newRec.IsReferenceFile = false;
+    newRec.PercentMatch = static_cast<std::uint8_t>(percentRoute ? percent : 100);
+    return kContentEqual;
+  }
+  if (code == 0 || code == 1) return kContentDifferent;
+  return code;
+}
+
+int ContentComparer::CompareFileAtEnd(const ReadFile& f1, const ReadFile& f2, std::int64_t& last1,
+                                      std::int64_t& last2, const std::string& path1,
+                                      const std::string& path2) {
+  const std::int64_t block = opt_.compareFileEndFirst;
+  const std::size_t n = static_cast<std::size_t>(block);
+  if (buf1_.size() < n) buf1_.resize(n);
+  if (buf2_.size() < n) buf2_.resize(n);
+  const std::int64_t at1 = last1 - block + 1, at2 = last2 - block + 1;
+  last1 -= block;
+  last2 -= block;
+  std::string err;
+  if (at1 < 0) {
+    log_.LogProtokoll(
+        texts_.Get(txt::T3748, {path1, compare_io::ErrorText(EINVAL), "CompareFileAtEnd:1"}), true);
+    return 8;
+  }
+  if (at2 < 0) {
+    log_.LogProtokoll(
+        texts_.Get(txt::T3748, {path2, compare_io::ErrorText(EINVAL), "CompareFileAtEnd:2"}), true);
+    return 9;
+  }
+  std::int64_t got = f1.ReadAt(buf1_.data(), n, at1, &err);
+  if (got >= 0 && got < block) err = kShortRead;
+  if (!err.empty()) {
+    log_.LogProtokoll(texts_.Get(txt::T3757, {path1, err}), true);
+    return 10;
+  }
+  got = f2.ReadAt(buf2_.data(), n, at2, &err);
+  if (got >= 0 && got < block) err = kShortRead;
+  if (!err.empty()) {
+    log_.LogProtokoll(texts_.Get(txt::T3757, {path2, err}), true);
+    return 11;
+  }
+  return std::memcmp(buf1_.data(), buf2_.data(), n) == 0 ? 0 : 1;
+}
+
+int ContentComparer::SideBySide(const std::string& path1, const std::string& path2,
+                                const HashRange& r1, const HashRange& r2, bool percentRoute,
+                                int* percentOut, std::string* error) {
+  *percentOut = 0;
+  ReadFile f1, f2;
+  std::string err;
+  if (!f1.Open(path1, true, &err)) {
+    *error = "CreateFileWide1: " + err;
+    return kContentOpenFailedFound;
+  }
+  if (!f2.Open(path2, true, &err)) {
+    *error = "CreateFileWide2: " + err;
+    return kContentOpenFailedNew;
+  }
+  const std::int64_t size1 = f1.Size(&err);
+  if (size1 < 0) {
+    *error = "CreateFileWide1: " + err;
+    return kContentOpenFailedFound;
+  }
+  const std::int64_t size2 = f2.Size(&err);
+  if (size2 < 0) {
+    *error = "CreateFileWide2: " + err;
+    return kContentOpenFailedNew;
+  }
+  if (size1 == 0) {
+    *percentOut = 100;
+    return 0;
+  }
+  std::int64_t start1 = 0, start2 = 0, last1 = size1 - 1, last2 = size2 - 1;
+  if (r1.useMp3Cuts || r1.useExifCuts) {
+    start1 = r1.cutFromStart;
+    last1 -= r1.cutFromEnd;
+  }
+  if (r2.useMp3Cuts || r2.useExifCuts) {
+    start2 = r2.cutFromStart;
+    last2 -= r2.cutFromEnd;
+  }
+  std::int64_t length = last1 - start1 + 1;
+  if (length != last2 - start2 + 1 || length < 0 || start1 < 0 || start2 < 0) return 1;
+  if (length == 0) {
+    *percentOut = 100;
+    return 0;
+  }
+  const std::int64_t total = length;
+
+  if (!percentRoute && opt_.compareFileEndFirst > 0 && length > opt_.compareFileEndFirst) {
+    int code = CompareFileAtEnd(f1, f2, last1, last2, path1, path2);
+    if (code != 0) return code;
+    length -= opt_.compareFileEndFirst;
+  }
+  f1.Sequential(start1, length);
+  f2.Sequential(start2, length);
+
+  const std::int64_t bufFirst = opt_.compareBuffer[0], bufMax = opt_.compareBuffer[1],
+                     bufStep = opt_.compareBuffer[2];
+  std::int64_t readSize = length <= bufFirst ? length : bufFirst;
+  const std::size_t need = static_cast<std::size_t>(std::min(length, bufMax));
+  if (buf1_.size() < need) buf1_.resize(need);
+  if (buf2_.size() < need) buf2_.resize(need);
+
+  const Clock::time_point begin = Clock::now();
+  std::int64_t done = 0, differences = 0;
+  int code = 0;
+  for (;;) {
+    const std::size_t n = static_cast<std::size_t>(readSize);
+    std::int64_t got = f1.ReadAt(buf1_.data(), n, start1 + done, &err);
+    if (got >= 0 && got < readSize) err = kShortRead;
+    if (!err.empty()) {
+      *error = "ReadFile1: " + err;
+      code = kContentReadFailedFound;
+      break;
+    }
+    got = f2.ReadAt(buf2_.data(), n, start2 + done, &err);
+    if (got >= 0 && got < readSize) err = kShortRead;
+    if (!err.empty()) {
+      *error = "ReadFile2: " + err;
+      code = kContentReadFailedNew;
+      break;
+    }
+    done += readSize;
+    if (percentRoute) {
+      for (std::size_t i = 0; i < n; ++i) differences += buf1_[i] != buf2_[i];
+    } else if (std::memcmp(buf1_.data(), buf2_.data(), n) != 0) {
+      code = 1;
+      break;
+    }
+    if (done >= length) break;
+    if (progressShown_ || Clock::now() - begin > std::chrono::milliseconds(1500))
+      ShowReadProgress("", path1, path2, done, length);
+    if (run_.StopRequested()) {
+      code = kContentStopped;
+      break;
+    }
+    if (readSize != bufMax) readSize = std::min(readSize + bufStep, bufMax);
+    if (done + readSize > length) readSize = length - done;
+  }
+  if (percentRoute) {
+    int pct = code == 0 ? 100 : 0;
+    if (differences > 0) {
+      // 100 - differences * 100 / length, the fraction cut off.
+      std::int64_t q = differences * 100 / total, r = differences * 100 % total;
+      pct = static_cast<int>(100 - q - (r != 0 ? 1 : 0));
+    }
+    *percentOut = pct;
+  } else {
+    *percentOut = code == 0 ? 100 : 0;
+  }
+  return code;
+}
+
+void ContentComparer::ShowReadProgress(const std::string& action, const std::string& path1,
+                                       const std::string& path2, std::int64_t done,
+                                       std::int64_t total) {
+  if (!progressShown_) {
+    progressShown_ = true;
+    if (!action.empty()) progress_.SetLabel(Label::Step, action);
+    progress_.SetLabel(Label::Zipdatei, path2 == "-" ? path1 : path1 + " <> " + path2);
+  }
+  progress_.SetLabel(Label::ZipProgress,
+                     FormatNumber(done) + " / " + FormatNumber(total) + " Bytes )");
+  progress_.ProgressBar(total > 0 ? static_cast<int>(done * 100 / total) : 0);
+}
+
+void ContentComparer::ClearReadProgress() {
+  if (!progressShown_) return;
+  progressShown_ = false;
+  progress_.SetLabel(Label::Zipdatei, "");
+  progress_.SetLabel(Label::ZipProgress, "");
+  progress_.ProgressBar(0);
+}
+
+}  // namespace kelvor

@@ -1,0 +1,77 @@
+#include "compare/file_io.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace kelvor::compare_io {
+
+std::string ErrorText(int err) {
+  char buf[256];
+  // GNU strerror_r returns the text (which may not be buf).
+  const char* s = strerror_r(err, buf, sizeof buf);
+  return s ? std::string(s) : std::string("error ") + std::to_string(err);
+}
+
+ReadFile::~ReadFile() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+bool ReadFile::Open(const std::string& path, bool sequential, std::string* err) {
+  if (fd_ >= 0) ::close(fd_);
+  do {
+    fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+  } while (fd_ < 0 && errno == EINTR);
+  if (fd_ < 0) {
+    if (err) *err = ErrorText(errno);
+    return false;
+  }
+  struct stat st;
+  if (::fstat(fd_, &st) == 0 && S_ISDIR(st.st_mode)) {
+    ::close(fd_);
+    fd_ = -1;
+    if (err) *err = ErrorText(EISDIR);
+    return false;
+  }
+  if (sequential) ::posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
+  return true;
+}
+
+std::int64_t ReadFile::Size(std::string* err) const {
+  struct stat st;
+  if (::fstat(fd_, &st) != 0) {
+    if (err) *err = ErrorText(errno);
+    return -1;
+  }
+  return static_cast<std::int64_t>(st.st_size);
+}
+
+std::int64_t ReadFile::ReadAt(void* buf, std::size_t n, std::int64_t offset,
+                              std::string* err) const {
+  if (offset < 0) {
+    if (err) *err = ErrorText(EINVAL);
+    return -1;
+  }
+  auto* p = static_cast<unsigned char*>(buf);
+  std::size_t done = 0;
+  while (done < n) {
+    ssize_t got = ::pread(fd_, p + done, n - done, static_cast<off_t>(offset + done));
+    if (got < 0) {
+      if (errno == EINTR) continue;
+      if (err) *err = ErrorText(errno);
+      return -1;
+    }
+    if (got == 0) break;
+    done += static_cast<std::size_t>(got);
+  }
+  return static_cast<std::int64_t>(done);
+}
+
+void ReadFile::Sequential(std::int64_t offset, std::int64_t len) const {
+  if (fd_ >= 0 && len > 0) ::posix_fadvise(fd_, offset, len, POSIX_FADV_SEQUENTIAL);
+}
+
+}  // namespace kelvor::compare_io

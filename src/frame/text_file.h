@@ -1,0 +1,33 @@
+#pragma once
+// Reading and writing whole text files in the encodings Kelvor meets: the
+// UTF-16LE files it writes itself, and UTF-8 or UTF-16BE files that users or
+// other tools made. Writing goes through a temporary file and a rename.
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace kelvor {
+
+enum class TextEncoding { Utf16le, Utf16be, Utf8Bom, Utf8, Utf16leNoBom, Latin1 };
+
+// Decodes raw file bytes into UTF-8. The order: UTF-16LE mark, UTF-16BE mark,
+// UTF-8 mark, then (only with `guessUtf16`) UTF-16LE without a mark when the
+// bytes look like it, valid UTF-8, and otherwise Latin-1 (each byte one code
+// point), which stands in for the Windows system code page.
+std::string DecodeText(std::string_view bytes, bool guessUtf16, TextEncoding* found = nullptr);
+
+// Whole file as bytes; false with *error on failure.
+bool ReadWholeFile(const std::filesystem::path& file, std::string* bytes, std::string* error);
+
+// Writes `bytes` to `file` through "<file>.tmp-<pid>" in the same folder,
+// fsync and rename: readers see either the old or the new file, never half.
+bool WriteFileAtomic(const std::filesystem::path& file, std::string_view bytes, std::string* error);
+
+// UTF-8 text as UTF-16LE bytes behind the byte-order mark FF FE.
+std::string Utf16leWithBom(std::string_view utf8);
+
+// The text of errno for messages.
+std::string ErrnoText(int err);
+
+}  // namespace kelvor

@@ -1,0 +1,122 @@
+#include "search/command_line.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cctype>
+
+#include "frame/settings_store.h"
+#include "search/options.h"
+
+namespace kelvor {
+
+namespace {
+
+constexpr const char* kSec = "DupVerz";
+
+bool AllDigits(std::string_view s) {
+  if (s.empty()) return false;
+  for (char c : s)
+    if (!std::isdigit(static_cast<unsigned char>(c))) return false;
+  return true;
+}
+
+void AllCriteriaOff(SettingsStore& s) {
+  for (int i = 0; i < kCriterionCount; ++i) s.SetBool(kSec, "Suchkriterien" + std::to_string(i), false);
+}
+
+void On(SettingsStore& s, int index) { chkSuchKriterien_Click(s, index, true); }
+bool IsOn(const SettingsStore& s, int index) { return s.GetBool(kSec, "Suchkriterien" + std::to_string(index)); }
+
+// A numeric rest behind an item's two letters goes to `key`.
+void NumericRest(SettingsStore& s, std::string_view item, const char* key) {
+  std::string_view rest = item.substr(2);
+  if (AllDigits(rest)) s.Set(kSec, key, std::string(rest));
+}
+
+std::string Absolute(const std::string& path) {
+  if (path.empty() || path[0] == '/' || path[0] == '~') return path;
+  char buf[4096];
+  if (!::getcwd(buf, sizeof buf)) return path;
+  return std::string(buf) + "/" + path;
+}
+
+}  // namespace
+
+CommandLine Init_Kommandozeile(const std::vector<std::string>& items, SettingsStore& s,
+                               const std::filesystem::path& profileFolder) {
+  CommandLine cl;
+  std::string whole;
+  for (const auto& it : items) whole += (whole.empty() ? "" : " ") + it;
+  if (whole.empty() || whole == "-TL" || whole == "-RESTART") return cl;
+  cl.empty = false;
+  for (const std::string& item : items) {
+    std::string_view v(item);
+    if (v == "-sa") {
+      AllCriteriaOff(s);
+      On(s, kCritSimilarAudio);
+    } else if (v.size() >= 3 && v.substr(0, 2) == "-s" && AllDigits(v.substr(2))) {
+      AllCriteriaOff(s);
+      for (char d : v.substr(2)) {
+        int index = d - '0';
+        if (index >= 0 && index < kCriterionCount) On(s, index);
+      }
+    } else if (v.substr(0, 2) == "-c" && (v.size() == 2 || AllDigits(v.substr(2)))) {
+      On(s, kCritContent);
+      NumericRest(s, v, "ContentCompare");
+    } else if (v.substr(0, 2) == "-h" && (v.size() == 2 || AllDigits(v.substr(2)))) {
+      On(s, kCritSimilarPics);
+      NumericRest(s, v, "SimiliarImagesAlgo");
+    } else if (v.substr(0, 2) == "-m" && (v.size() == 2 || AllDigits(v.substr(2)))) {
+      NumericRest(s, v, IsOn(s, kCritSimilarPics) ? "SimilarPicsMatchPercent" : "SimilarAudioMatchPercent");
+    } else if (v.substr(0, 2) == "-l" && (v.size() == 2 || AllDigits(v.substr(2)))) {
+      On(s, kCritSimilarAudio);
+      NumericRest(s, v, "SimilarAudioSeconds");
+    } else if (v.substr(0, 2) == "-a" && (v.size() == 2 || AllDigits(v.substr(2)))) {
+      On(s, kCritSimilarAudio);
+      NumericRest(s, v, "SimilarAudioAlgo");
+    } else if (v.substr(0, 2) == "-d" && (v.size() == 2 || AllDigits(v.substr(2)))) {
+      On(s, kCritSimilarPics);
+      NumericRest(s, v, "SimilarPicsThumbSizeIndex");
+    } else if (v.substr(0, 3) == "-p:") {
+      std::string name(v.substr(3));
+      if (name.size() >= 2 && name.front() == '"' && name.back() == '"') name = name.substr(1, name.size() - 2);
+      std::filesystem::path p = profileFolder / (name + ".pro4");
+      std::error_code ec;
+      if (!name.empty() && std::filesystem::is_regular_file(p, ec)) {
+        cl.profileName = name;
+        cl.profilePath = p;
+      }
+    } else if (v == "-n") {
+      cl.flagN = true;
+    } else if (v.size() >= 2 && v.front() == '"' && v.back() == '"') {
+      cl.folders.push_back(Absolute(std::string(v.substr(1, v.size() - 2))));
+    } else if (!v.empty() && v[0] != '-') {
+      cl.folders.push_back(Absolute(item));
+    } else {
+      cl.unknown.push_back(item);
+    }
+  }
+  return cl;
+}
+
+void ApplyCommandLineFolders(const CommandLine& cl, std::vector<SourceFolderRow>& rows) {
+  if (cl.empty) return;
+  for (auto& r : rows) r.checked = false;
+  for (const auto& f : cl.folders) {
+    std::string p = NormalizeSourcePath(f);
+    struct stat st;
+    if (::stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
+      Folder_Add_to_List(rows, p);
+    } else {
+      // This procedure says nothing about a folder that does not exist; the
+      // row stays checked so that the start check names it (text 3681).
+      SourceFolderRow r;
+      r.path = p;
+      r.checked = true;
+      rows.push_back(r);
+    }
+  }
+}
+
+}  // namespace kelvor

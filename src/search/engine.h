@@ -1,0 +1,188 @@
+#pragma once
+// The search engine: one search run from the source folders to the result.
+//
+// Search_Start counts the files, then walks every source folder once; each
+// file that passes the filters goes at once through the comparison cascade
+// (Search_CheckFile), which keys it, looks the key up in the file record
+// collection and, where the criteria ask, compares it with the candidates.
+// Duplicates go into the result model. After the walk come the closing
+// statistics and the end-of-search steps.
+//
+// The engine runs on one thread. It shows what it does through a
+// ProgressSink, writes the run's log through the Logger, asks through the
+// Prompt and tests RunState at every file.
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "compare/content.h"
+#include "data/file_record_collection.h"
+#include "frame/run_state.h"
+#include "frame/sinks.h"
+#include "results/result_model.h"
+#include "search/filters.h"
+#include "search/options.h"
+#include "search/source_folders.h"
+
+namespace kelvor {
+
+class Logger;
+class DirStack;
+struct DirEntry;
+class SettingsStore;
+class TextCatalog;
+
+// What the walk's stat call says about a file's identity.
+struct StatIdentity {
+  std::uint64_t dev = 0;
+  std::uint64_t ino = 0;
+  std::uint32_t nlink = 1;
+};
+
+// The run statistics of the search.
+struct SearchStatistics {
+  std::int32_t FilesTotal = 0;
+  std::int32_t ArchivesTotal = 0;
+  std::int32_t ArchiveFilesTotal = 0;
+  std::int32_t FilesChecked = 0;
+  std::int32_t FilesExcluded = 0;
+  std::int64_t FilesExcludedSize = 0;
+  std::int32_t FoldersSearched = 0;
+  std::int32_t FoldersExcluded = 0;
+  std::int32_t GroupCount = 0;
+  std::int64_t CompareCount = 0;
+  std::int32_t ChecksumCount = 0;
+  std::int32_t ArchivesSearched = 0;
+  std::int32_t ArchiveFilesChecked = 0;
+  std::int32_t FilesExtracted = 0;
+  std::int32_t DupCount = 0;
+  std::int64_t DupSize = 0;
+};
+
+// One source folder of the run.
+struct SourceFolder {
+  std::string path;    // as shown ("/" for the root)
+  std::string prefix;  // path to put before a record's Path ("" for the root)
+  bool subfolders = true;
+  bool protect = false;
+  std::uint64_t volumeSerial = 0;
+};
+
+// Everything a run needs from outside. All references outlive the engine.
+struct SearchContext {
+  const SettingsStore& settings;
+  const TextCatalog& texts;
+  Logger& log;
+  ProgressSink& progress;
+  Prompt& prompt;
+  RunState& run;
+};
+
+class SearchEngine {
+ public:
+  explicit SearchEngine(SearchContext ctx);
+  ~SearchEngine();
+  SearchEngine(const SearchEngine&) = delete;
+  SearchEngine& operator=(const SearchEngine&) = delete;
+
+  // Search_Start over the given source rows. Returns false when no search
+  // ran (a search already running, or no usable source folder; the message
+  // is in ClosingMessage()).
+  bool Search_Start(const std::vector<SourceFolderRow>& rows);
+
+  const SearchOptions& Options() const { return opt_; }
+  const SearchStatistics& Stats() const { return stats_; }
+  const std::vector<SourceFolder>& Sources() const { return sources_; }
+  ResultModel& Result() { return *result_; }
+  std::unique_ptr<ResultModel> TakeResult() { return std::move(result_); }
+  // The result's closing message ("Duplikate: ..." or "Es wurden ... keine
+  // Duplikate gefunden.") or the message of a search that could not start.
+  const std::string& ClosingMessage() const { return closingMessage_; }
+  double ElapsedSeconds() const { return elapsedSeconds_; }
+
+  // CancelSearch: asks (text 4125); on Yes requests the stop (reason 5).
+  void CancelSearch();
+  // cmdStop_Click(index): 0 cancel, 1 pause/resume, 2 state 4.
+  void cmdStop_Click(int index);
+
+ private:
+  struct Entry;
+
+  // Search_Start steps.
+  bool BuildSourceArrays(const std::vector<SourceFolderRow>& rows);
+  void WriteLogHeader();
+  void BuildSteps();
+  void ShowStep(int textIndex);
+  void LogStatistics();
+  void EndOfSearch(bool skippedCompare);
+
+  // The walks.
+  bool EnterFolder(DirStack& stack, DirEntry& e, bool counting);
+  void PredictComparisons(DirStack& stack);
+  void Search_ScanArchive(const std::string& path, int type);
+  double ElapsedNow() const;
+  void Search_GetSourceFolderFileCount(const SourceFolder& src, std::int32_t& folderCount);
+  void Search_GetFiles(const SourceFolder& src);
+  bool Search_CheckFileFilter(std::int64_t size, std::string_view name, std::string_view fullPath);
+
+  // The cascade and its helpers.
+ public:
+  // Search_CheckFile for one file on disk. `folder` is the file's full folder.
+  void Search_CheckFile(std::string_view folder, std::string_view name, std::int64_t size,
+                        double dateChanged, double dateCreated, std::int32_t attributes,
+                        const StatIdentity* identity);
+  // The name key of a base name (ignored characters, ignored text, method).
+  std::string NameKey(std::string_view baseName) const;
+  // The base name after ignored characters and ignored text only.
+  std::string NameAfterIgnore(std::string_view baseName) const;
+
+ private:
+  std::string FullPath(const FileRecord& r) const;
+  bool CompareSize(FileRecord& rec, const std::string& fullPath, bool* isMP3, bool* isJPG,
+                   bool* isFLAC);
+  void BuildCompareKey(const FileRecord& rec, std::string& key) const;
+  int AddToGroup(FileRecord& found, int foundPos);
+  void AddFileRow(const FileRecord& r, int groupNumber);
+
+  // Pacing.
+  void Pace(std::string_view folder);
+  void Search_ShowProgress();
+  void Pause();
+  bool Stopped() const { return ctx_.run.StopRequested(); }
+  double Now() const;
+
+  // Files without duplicates.
+  void Search_ShowOnlyFilesWithoutDups();
+  bool Search_LogFilesWithoutDups(std::string* error);
+
+  SearchContext ctx_;
+  SearchOptions opt_;
+  FilterOptions filters_;
+  SearchStatistics stats_;
+  std::vector<SourceFolder> sources_;
+  int currentSourceNr_ = 0;  // 1-based
+  bool currentSubfolders_ = true;
+  bool sameVolume_ = true;
+  bool searchRunning_ = false;
+
+  std::unique_ptr<CStringCollection2> files_;
+  std::unique_ptr<ResultModel> result_;
+  std::unique_ptr<ContentComparer> comparer_;
+
+  std::vector<std::string> steps_;
+  int stepNr_ = 0;
+  double searchStartTime_ = 0, lastProgressTime_ = 0, lastStatisticTime_ = 0;
+  std::chrono::steady_clock::time_point startClock_;
+  double elapsedSeconds_ = 0;
+  int lastPercent_ = -1;
+  std::string closingMessage_;
+  std::string keyBuf_;   // reused for every compare key
+  std::string pathBuf_;  // reused for every file's full path
+  std::string predictKey_;
+  std::int64_t memoryLimit_ = 1650000000;  // resident bytes that end a very large search
+};
+
+}  // namespace kelvor

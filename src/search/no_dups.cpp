@@ -1,0 +1,85 @@
+// Files without duplicates: the records that met no partner during the walk.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "frame/formats.h"
+#include "frame/log.h"
+#include "frame/texts.h"
+#include "frame/unicode.h"
+#include "search/engine.h"
+
+namespace kelvor {
+
+void SearchEngine::Search_ShowOnlyFilesWithoutDups() {
+  ProgressSink& p = ctx_.progress;
+  p.ProgressBar(0);
+  for (Label l : {Label::SourceNr, Label::Gesamt, Label::AktuellerOrdner}) p.SetLabel(l, "-");
+  int group = result_->BeginFilesWithoutDupsGroup();
+  stats_.GroupCount = result_->GroupsCreated();
+  const int count = files_->Count();
+  double last = Now();
+  for (int i = 1; i <= count; ++i) {
+    if (files_->GroupID(i) == -1) result_->AddFileRow(group, files_->Record(i));
+    double now = Now();
+    if (now > last + kProgressInterval2) {
+      last = now;
+      p.SetLabel(Label::Dauer, FormatElapsed(static_cast<long long>(ElapsedNow())));
+      p.ProgressBar(static_cast<int>(100.0 / count * i));
+      p.SetLabel(Label::Gesamt, FormatNumber(i) + " / " + FormatNumber(count));
+    }
+    if (ctx_.run.SearchState.load(std::memory_order_relaxed) == kPaused) Pause();
+    if (Stopped()) break;
+  }
+  result_->FinishFilesWithoutDupsGroup(group);
+  stats_.DupCount = result_->DupCount();
+  stats_.DupSize = result_->FilesizeAll();
+}
+
+bool SearchEngine::Search_LogFilesWithoutDups(std::string* error) {
+  error->clear();
+  ProgressSink& p = ctx_.progress;
+  for (Label l : {Label::Gesamt, Label::SourceNr, Label::AktuellerOrdner}) p.SetLabel(l, "-");
+  const int count = files_->Count();
+  const auto& target = ctx_.log.GeneralLog();
+  int fd = ::open(target.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+  if (fd < 0) {
+    *error = std::string("CreateFileWide: ") + std::strerror(errno);
+    return false;
+  }
+  auto write = [&](const std::string& text, const char* label) {
+    std::string bytes = Utf8ToUtf16le(LogTimeStamp() + " - " + text + "\r\n");
+    if (::write(fd, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+      *error = std::string(label) + std::strerror(errno);
+      return false;
+    }
+    return true;
+  };
+  bool headed = false;
+  double last = Now();
+  for (int i = 1; i <= count; ++i) {
+    if (files_->GroupID(i) == -1) {
+      FileRecord r = files_->Record(i);
+      if (!headed) {
+        headed = true;
+        if (!write(ctx_.texts.Get(txt::T9228), "WriteFile1: ")) break;
+      }
+      if (!write(DisplayUtf8(FullPath(r)), "WriteFile2: ")) break;
+    }
+    double now = Now();
+    if (now > last + kProgressInterval2) {
+      last = now;
+      p.SetLabel(Label::Dauer, FormatElapsed(static_cast<long long>(ElapsedNow())));
+      p.SetLabel(Label::Gesamt, std::to_string(i) + " / " + std::to_string(count));
+    }
+    if (ctx_.run.SearchState.load(std::memory_order_relaxed) == kPaused) Pause();
+    if (Stopped()) break;
+  }
+  ::close(fd);
+  return error->empty();
+}
+
+}  // namespace kelvor

@@ -1,0 +1,321 @@
+// The two walks over a source folder: the counting pass and the compare pass.
+//
+// Both walk with openat/readdir on directory descriptors and one statx per
+// entry relative to its folder's descriptor, so that neither the depth of a
+// tree nor PATH_MAX limits them. The walk keeps an explicit stack instead of
+// recursing, and holds descriptors only for the deepest folders: a folder
+// whose descriptor was given up is opened again from its nearest open
+// ancestor when the walk comes back to it.
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "frame/formats.h"
+#include "frame/log.h"
+#include "frame/texts.h"
+#include "frame/unicode.h"
+#include "search/archive_types.h"
+#include "search/engine.h"
+#include "search/walk.h"
+
+namespace kelvor {
+
+namespace {
+
+constexpr std::size_t kMaxOpenDescriptors = 48;
+constexpr unsigned kStatxMask = STATX_TYPE | STATX_MODE | STATX_NLINK | STATX_INO | STATX_SIZE |
+                                STATX_MTIME | STATX_BTIME;
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// DirStack
+
+DirStack::~DirStack() {
+  for (auto& f : frames_)
+    if (f.fd >= 0) ::close(f.fd);
+}
+
+bool DirStack::PushRoot(const std::string& path) {
+  int fd = ::open(path.empty() ? "/" : path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return false;
+  Frame f;
+  f.fd = fd;
+  f.path = path;
+  if (!Fill(f)) {
+    ::close(fd);
+    return false;
+  }
+  frames_.push_back(std::move(f));
+  return true;
+}
+
+bool DirStack::PushChild(const std::string& name, bool followLink) {
+  int parentFd = Fd(frames_.size() - 1);
+  if (parentFd < 0) return false;
+  int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | (followLink ? 0 : O_NOFOLLOW);
+  int fd = ::openat(parentFd, name.c_str(), flags);
+  if (fd < 0 && (errno == EMFILE || errno == ENFILE)) {
+    ReleaseDescriptors(0);
+    fd = ::openat(Fd(frames_.size() - 1), name.c_str(), flags);
+  }
+  if (fd < 0) return false;
+  Frame f;
+  f.fd = fd;
+  f.name = name;
+  f.path = frames_.back().path + "/" + name;
+  if (!Fill(f)) {
+    ::close(fd);
+    return false;
+  }
+  // A followed link never enters a folder the walk already stands in.
+  for (const auto& a : frames_) {
+    if (a.dev == f.dev && a.ino == f.ino) {
+      ::close(fd);
+      return false;
+    }
+  }
+  frames_.push_back(std::move(f));
+  if (frames_.size() > kMaxOpenDescriptors) ReleaseDescriptors(frames_.size() - kMaxOpenDescriptors);
+  return true;
+}
+
+void DirStack::Pop() {
+  if (frames_.back().fd >= 0) ::close(frames_.back().fd);
+  frames_.pop_back();
+}
+
+void DirStack::ReleaseDescriptors(std::size_t keepFrom) {
+  // The root keeps its descriptor: every other folder can be reached from it.
+  for (std::size_t i = 1; i < frames_.size() && i < keepFrom + 1; ++i) {
+    if (i + 1 >= frames_.size()) break;  // the folder being read stays open
+    if (frames_[i].fd >= 0) {
+      ::close(frames_[i].fd);
+      frames_[i].fd = -1;
+    }
+  }
+}
+
+int DirStack::Fd(std::size_t level) {
+  Frame& f = frames_[level];
+  if (f.fd >= 0) return f.fd;
+  std::size_t from = level;
+  while (frames_[from].fd < 0) --from;  // the root always has one
+  int fd = frames_[from].fd;
+  bool own = false;
+  for (std::size_t i = from + 1; i <= level; ++i) {
+    int next = ::openat(fd, frames_[i].name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (own) ::close(fd);
+    if (next < 0) return -1;
+    fd = next;
+    own = true;
+  }
+  f.fd = fd;
+  return fd;
+}
+
+bool DirStack::Fill(Frame& f) {
+  struct stat st;
+  if (::fstat(f.fd, &st) != 0) return false;
+  f.dev = st.st_dev;
+  f.ino = st.st_ino;
+  int dupfd = ::dup(f.fd);
+  if (dupfd < 0) return false;
+  DIR* d = ::fdopendir(dupfd);
+  if (!d) {
+    ::close(dupfd);
+    return false;
+  }
+  while (struct dirent* e = ::readdir(d)) {
+    const char* n = e->d_name;
+    if (n[0] == '.' && (n[1] == 0 || (n[1] == '.' && n[2] == 0))) continue;
+    DirEntry entry;
+    entry.nameOffset = static_cast<std::uint32_t>(f.names.size());
+    entry.nameLength = static_cast<std::uint32_t>(std::strlen(n));
+    entry.type = e->d_type;
+    f.names.append(n, entry.nameLength);
+    f.entries.push_back(entry);
+  }
+  ::closedir(d);
+  return true;
+}
+
+bool DirStack::Stat(DirEntry& e) {
+  Frame& f = frames_.back();
+  int fd = Fd(frames_.size() - 1);
+  std::string name(Name(e));
+  struct statx sx;
+  if (fd < 0 || ::statx(fd, name.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, kStatxMask, &sx) != 0) {
+    e.kind = EntryKind::Gone;
+    return false;
+  }
+  (void)f;
+  e.isLink = S_ISLNK(sx.stx_mode);
+  if (e.isLink) {
+    // What the link points to decides: a folder is a junction, a file is
+    // not a file of the search, a dangling link is nothing.
+    struct statx target;
+    if (::statx(fd, name.c_str(), AT_NO_AUTOMOUNT, STATX_TYPE | STATX_MODE, &target) != 0 ||
+        !S_ISDIR(target.stx_mode)) {
+      e.kind = EntryKind::Other;
+      return true;
+    }
+    e.kind = EntryKind::Folder;
+    return true;
+  }
+  if (S_ISDIR(sx.stx_mode)) {
+    e.kind = EntryKind::Folder;
+    return true;
+  }
+  if (!S_ISREG(sx.stx_mode)) {
+    e.kind = EntryKind::Other;
+    return true;
+  }
+  e.kind = EntryKind::File;
+  e.size = static_cast<std::int64_t>(sx.stx_size);
+  e.mtime = DateFromTimespec(sx.stx_mtime.tv_sec, sx.stx_mtime.tv_nsec);
+  e.btime = (sx.stx_mask & STATX_BTIME) ? DateFromTimespec(sx.stx_btime.tv_sec, sx.stx_btime.tv_nsec)
+                                        : e.mtime;
+  e.identity.dev = makedev(sx.stx_dev_major, sx.stx_dev_minor);
+  e.identity.ino = sx.stx_ino;
+  e.identity.nlink = sx.stx_nlink;
+  std::int32_t attr = 0;
+  if (!(sx.stx_mode & S_IWUSR)) attr |= kAttrReadOnly;
+  if (name[0] == '.') attr |= kAttrHidden;
+  e.attributes = attr == 0 ? kAttrNormal : attr;
+  return true;
+}
+
+void DirStack::Classify(DirEntry& e) {
+  if (e.kind != EntryKind::Unknown) return;
+  if (e.type == DT_DIR) {
+    e.kind = EntryKind::Folder;
+    return;
+  }
+  Stat(e);
+}
+
+// ---------------------------------------------------------------------------
+// The engine's walks
+
+bool SearchEngine::EnterFolder(DirStack& stack, DirEntry& e, bool counting) {
+  if (!currentSubfolders_) return false;
+  if (e.isLink && !opt_.FollowJunctions) return false;
+  std::string name(stack.Name(e));
+  std::string path = stack.Top().path + "/" + name;
+  if (filters_.Search_CheckFolderFilter(name, path)) {
+    if (!counting) ++stats_.FoldersExcluded;
+    return false;
+  }
+  return stack.PushChild(name, e.isLink);
+}
+
+void SearchEngine::Search_GetSourceFolderFileCount(const SourceFolder& src, std::int32_t& folderCount) {
+  DirStack stack;
+  if (Stopped() || !stack.PushRoot(src.prefix)) return;
+  ++folderCount;
+  double last = Now();
+  while (!stack.Empty()) {
+    Frame& top = stack.Top();
+    if (top.next >= top.entries.size()) {
+      stack.Pop();
+      continue;
+    }
+    DirEntry& e = top.entries[top.next++];
+    double now = Now();
+    if (now > last + kProgressInterval2) {
+      last = now;
+      ctx_.progress.SetLabel(Label::Dauer, FormatElapsed(static_cast<long long>(ElapsedNow())));
+      ctx_.progress.SetLabel(Label::Gesamt, FormatNumber(stats_.FilesTotal));
+      ctx_.progress.SetLabel(Label::GesamtArchive, std::to_string(stats_.ArchivesTotal));
+      ctx_.progress.SetLabel(Label::AktuellerOrdner, DisplayUtf8(stack.Top().path));
+    }
+    if (ctx_.run.SearchState.load(std::memory_order_relaxed) == kPaused) Pause();
+    if (Stopped()) return;
+    if (e.type == DT_REG) {
+      e.kind = EntryKind::File;
+    } else {
+      stack.Classify(e);
+    }
+    if (e.kind == EntryKind::File) {
+      ++stats_.FilesTotal;
+      if (opt_.ScanArchives && !opt_.CriterionHardlink &&
+          ArchiveTypeOf(stack.Name(e), opt_.ArchiveTypes) > 0)
+        ++stats_.ArchivesTotal;
+    } else if (e.kind == EntryKind::Folder) {
+      if (EnterFolder(stack, e, true)) ++folderCount;
+    }
+  }
+}
+
+void SearchEngine::Search_GetFiles(const SourceFolder& src) {
+  DirStack stack;
+  if (Stopped() || !stack.PushRoot(src.prefix)) return;
+  ++stats_.FoldersSearched;
+  bool fresh = true;
+  while (!stack.Empty()) {
+    Frame& top = stack.Top();
+    if (fresh) {
+      // A new folder: learn sizes and times of all its files first, so that
+      // the comparator can start reading files ahead of the cascade.
+      fresh = false;
+      for (auto& e : top.entries)
+        if (e.type != DT_DIR) stack.Classify(e);
+      if (comparer_) PredictComparisons(stack);
+    }
+    if (top.next >= top.entries.size()) {
+      stack.Pop();
+      continue;
+    }
+    DirEntry& e = top.entries[top.next++];
+    const std::string& folder = top.path;
+    Pace(folder);
+    if (ctx_.run.SearchState.load(std::memory_order_relaxed) == kPaused) Pause();
+    if (Stopped()) return;
+    stack.Classify(e);
+    if (e.kind == EntryKind::Folder) {
+      if (EnterFolder(stack, e, false)) {
+        ++stats_.FoldersSearched;
+        fresh = true;
+      }
+      continue;
+    }
+    if (e.kind != EntryKind::File) continue;
+    ++stats_.FilesChecked;
+    std::string_view name = stack.Name(e);
+    pathBuf_.assign(folder).append("/").append(name);
+    bool excludedByFilter = filters_.Search_CheckFileFilter(static_cast<std::uint64_t>(e.size), name, pathBuf_);
+    bool excluded = excludedByFilter;
+    if (!excluded && (opt_.CriterionSimilarPics || opt_.CriterionSimilarAudio)) {
+      std::string ext = "/" + LowerCase(ExtensionOf(name)) + "/";
+      const char* list = opt_.CriterionSimilarPics ? kSimilarPicsExtensions : kSimilarAudioExtensions;
+      excluded = std::string_view(list).find(ext) == std::string_view::npos || ext == "//";
+    }
+    if (excluded) {
+      ++stats_.FilesExcluded;
+      stats_.FilesExcludedSize += e.size;
+    } else {
+      Search_CheckFile(folder, name, e.size, e.mtime, e.btime, e.attributes, &e.identity);
+      if (result_->DupCount() >= opt_.MaxDupCount && !Stopped()) ctx_.run.RequestStop(kStopMaxDups);
+    }
+    if (Stopped()) return;
+    if (!excludedByFilter && opt_.ScanArchives && !opt_.CriterionHardlink) {
+      int type = ArchiveTypeOf(name, opt_.ArchiveTypes);
+      if (type > 0) {
+        ++stats_.ArchivesSearched;
+        ctx_.progress.SetLabel(Label::Archive, FormatNumber(stats_.ArchivesSearched));
+        Search_ScanArchive(pathBuf_, type);
+        if (Stopped()) return;
+      }
+    }
+  }
+}
+
+}  // namespace kelvor

@@ -1,0 +1,94 @@
+#include <gtest/gtest.h>
+
+#include "fake_prompt.h"
+#include "frame/profiles.h"
+#include "frame/settings_store.h"
+#include "frame/texts.h"
+#include "support/temp_tree.h"
+
+namespace kelvor {
+namespace {
+
+using test::FakePrompt;
+using test::TempDir;
+
+TEST(Profiles, NewSaveListLoadRenameDelete) {
+  TempDir dir;
+  const auto folder = dir / "profile";
+  const TextCatalog texts;
+  FakePrompt prompt;
+
+  SettingsStore s;
+  s.SetInt("DupVerz", "ContentCompare", 0);
+  s.Set("Ordnerlist", "V0", "/musik");
+
+  prompt.inputs = {std::string("Bilder")};
+  ASSERT_EQ(Profil_New(folder, s, prompt, texts), "Bilder");
+  EXPECT_EQ(prompt.questions.back(), "Profilname:");
+  EXPECT_EQ(prompt.messages.back(), "Profil wurde gespeichert.");
+  prompt.inputs = {std::string("Alles")};
+  ASSERT_EQ(Profil_New(folder, s, prompt, texts), "Alles");
+  std::filesystem::create_directories(folder / "no.pro4.d");
+  dir.Write("profile/notes.txt", "x");
+  EXPECT_EQ(Init_ProfileList(folder), (std::vector<std::string>{"Alles", "Bilder"}));
+
+  // An existing name, an empty answer and cancel save nothing.
+  prompt.inputs = {std::string("Bilder"), std::string(""), std::nullopt};
+  EXPECT_FALSE(Profil_New(folder, s, prompt, texts));
+  EXPECT_EQ(prompt.messages.back(), "Ein Profil mit dem Namen 'Bilder' ist schon vorhanden!");
+  const auto count = prompt.messages.size();
+  EXPECT_FALSE(Profil_New(folder, s, prompt, texts));
+  EXPECT_FALSE(Profil_New(folder, s, prompt, texts));
+  EXPECT_EQ(prompt.messages.size(), count);
+
+  // Loading: by default the current source folders stay.
+  SettingsStore current;
+  current.Set("Ordnerlist", "V0", "/home");
+  std::string error;
+  ASSERT_TRUE(Profil_Load(folder, "Bilder", current, texts, &error)) << error;
+  EXPECT_EQ(current.GetInt("DupVerz", "ContentCompare"), 0);
+  EXPECT_EQ(current.Get("Ordnerlist", "V0"), "/home");
+  current.SetBool("DupVerz", "ProfileKeineQuellordner", false);
+  ASSERT_TRUE(Profil_Load(folder, "Bilder", current, texts, &error));
+  EXPECT_EQ(current.Get("Ordnerlist", "V0"), "/musik");
+  EXPECT_EQ(ProfileWindowTitle("Kelvor", "Bilder"), "Kelvor - Bilder");
+  EXPECT_FALSE(Profil_Load(folder, "Fehlt", current, texts, &error));
+  EXPECT_EQ(error, "Das Profil 'Fehlt' konnte nicht gefunden werden.");
+
+  // Comment.
+  ASSERT_TRUE(Profil_Save_Comment(folder, "Bilder", "nur Fotos"));
+  EXPECT_EQ(Profil_GetComment(folder, "Bilder"), "nur Fotos");
+  EXPECT_EQ(Profil_GetComment(folder, "Alles"), "");
+  // Saving the profile again keeps its comment.
+  ASSERT_TRUE(Profil_Save(folder, "Bilder", s, prompt, texts));
+  EXPECT_EQ(Profil_GetComment(folder, "Bilder"), "nur Fotos");
+
+  // Rename onto an existing name is refused, to a new one works.
+  prompt.inputs = {std::string("Alles")};
+  EXPECT_FALSE(Profil_Rename(folder, "Bilder", prompt, texts));
+  prompt.inputs = {std::string("Fotos")};
+  EXPECT_EQ(Profil_Rename(folder, "Bilder", prompt, texts), "Fotos");
+  EXPECT_EQ(Profil_GetComment(folder, "Fotos"), "nur Fotos");
+
+  // Delete asks first.
+  prompt.answers = {false, true};
+  EXPECT_FALSE(Profil_Delete(folder, "Fotos", prompt, texts));
+  EXPECT_EQ(prompt.questions.back(), "Möchten Sie das Profil 'Fotos' wirklich löschen?");
+  EXPECT_TRUE(Profil_Delete(folder, "Fotos", prompt, texts));
+  EXPECT_EQ(Init_ProfileList(folder), (std::vector<std::string>{"Alles"}));
+}
+
+TEST(Profiles, NamesThatCannotBeFileNamesAreRefused) {
+  TempDir dir;
+  FakePrompt prompt;
+  prompt.inputs = {std::string("a/b"), std::string("..")};
+  const SettingsStore s;
+  EXPECT_FALSE(Profil_New(dir.path(), s, prompt, TextCatalog{}));
+  EXPECT_FALSE(Profil_New(dir.path(), s, prompt, TextCatalog{}));
+  EXPECT_EQ(prompt.messages.back(), "Der Profilname '..' ist ungültig.");
+  EXPECT_TRUE(Init_ProfileList(dir.path()).empty());
+  EXPECT_TRUE(Init_ProfileList(dir / "missing").empty());
+}
+
+}  // namespace
+}  // namespace kelvor
