@@ -10,13 +10,15 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 usage() {
   cat <<'EOF'
 usage: bench/run.sh [options]
-  --quick             smoke run: walk on 50,000 files, content on 10,000 files / 100 MB
+  --quick             smoke run: walk on 50,000 files, content on 10,000 files / 100 MB,
+                      one timed round unless --repeats says otherwise
   --files N           files of the walk tree (default 1,000,000)
   --content-files N   files of the content tree (default 100,000)
   --total-bytes B     bytes of the content tree (default 2.45G; suffixes K M G, Ki Mi Gi)
   --repeats R         timed rounds after the warm-up round, best counts (default 3)
   --seed S            generator seed (default 1)
   --only walk|content run one of the two benchmarks
+  --skip T1,T2        leave out some of jdupes, fdupes, rdfind, rmlint
   --work DIR          trees, outputs and build log (default /tmp/kelvor-bench)
   --kelvor PATH       time this kelvor binary instead of building one
   --no-build          use the binaries already in build-bench/
@@ -30,6 +32,9 @@ walk_files=1000000
 content_files=100000
 content_bytes=2.45G
 repeats=3
+repeats_set=0
+quick=0
+skip=","
 seed=1
 only=all
 work=/tmp/kelvor-bench
@@ -38,11 +43,12 @@ build=1
 deps=1
 while (($#)); do
   case $1 in
-    --quick) walk_files=50000 content_files=10000 content_bytes=100M ;;
+    --quick) quick=1 walk_files=50000 content_files=10000 content_bytes=100M ;;
     --files) walk_files=${2:?}; shift ;;
     --content-files) content_files=${2:?}; shift ;;
     --total-bytes) content_bytes=${2:?}; shift ;;
-    --repeats) repeats=${2:?}; shift ;;
+    --repeats) repeats=${2:?} repeats_set=1; shift ;;
+    --skip) skip=",${2:?},"; shift ;;
     --seed) seed=${2:?}; shift ;;
     --only) only=${2:?}; shift ;;
     --work) work=${2:?}; shift ;;
@@ -54,6 +60,7 @@ while (($#)); do
   esac
   shift
 done
+((quick && !repeats_set)) && repeats=1
 case $only in all | walk | content) ;; *) echo "run.sh: --only takes walk or content" >&2; exit 1 ;; esac
 [[ $repeats =~ ^[1-9][0-9]*$ ]] || { echo "run.sh: --repeats takes a positive number" >&2; exit 1; }
 
@@ -213,14 +220,19 @@ normalise_groups() { # zero-list < blocks
 
 # Kelvor's groups as blocks of paths. With jq or python3 from its JSON; else
 # from its default output, where each block starts with the group's title.
+# KELVOR_BENCH_PARSER=jq|python3|text forces one way (to test them all).
+parser=${KELVOR_BENCH_PARSER:-}
+if [[ -z $parser ]]; then
+  if have jq; then parser=jq; elif have python3; then parser=python3; else parser=text; fi
+fi
 kelvor_blocks() { # tree data-dir kelvor-args...
   local tree=$1 data=$2
   shift 2
   rm -rf "$data" && mkdir -p "$data"
-  if have jq; then
+  if [[ $parser == jq ]]; then
     "$kelvor" --headless --data-dir "$data" --json "$@" "$tree" |
       jq -r '.groups[] | ((.files[] | .path), "")'
-  elif have python3; then
+  elif [[ $parser == python3 ]]; then
     "$kelvor" --headless --data-dir "$data" --json "$@" "$tree" | python3 -c '
 import json, sys
 for g in json.load(sys.stdin)["groups"]:
@@ -301,6 +313,7 @@ bench_content() {
     "$kelvor" --headless --data-dir "${DATA[kelvor_c0]}" -s3 -c0 "$tree"
   local tool
   for tool in jdupes fdupes rdfind rmlint; do
+    [[ $skip == *",$tool,"* ]] && { note "$tool left out (--skip)"; continue; }
     have "$tool" || { note "$tool not installed: skipped"; continue; }
     mkdir -p "$run_dir/cwd-$tool"
     case $tool in
@@ -346,7 +359,7 @@ bench_content() {
       [[ $id == kelvor_c0 ]] && args+=(-c0)
       kelvor_blocks "$tree" "$run_dir/data-groups" "${args[@]}" | normalise_groups "$zero" >"$kg"
       if cmp -s "$jd" "$kg"; then
-        echo "   groups of ${LABEL[$id]} = jdupes -r -H: yes ($(describe_groups "$kg"))"
+        echo "   groups of ${LABEL[$id]} = jdupes -r -H: yes ($(describe_groups "$kg"); read with $parser)"
       else
         echo "   groups of ${LABEL[$id]} = jdupes -r -H: NO (kelvor $(describe_groups "$kg"); jdupes $(describe_groups "$jd"))"
         diff "$jd" "$kg" | head -n 6 | cut -c1-200 | sed 's/^/      /'
@@ -370,7 +383,8 @@ bench_content() {
   fi
 }
 
-echo "Kelvor benchmark: $(date '+%Y-%m-%d %H:%M'), $(nproc) cores, repeats $repeats (best of), warm cache"
+echo "Kelvor benchmark: $(date '+%Y-%m-%d %H:%M'), $(nproc) cores, load average $(cut -d ' ' -f 1-3 /proc/loadavg)"
+echo "   best of $repeats timed round(s) after one warm-up round, warm cache"
 echo "   kelvor: $kelvor"
 [[ $only == all || $only == walk ]] && bench_walk
 [[ $only == all || $only == content ]] && bench_content

@@ -57,9 +57,10 @@ class TerminalProgress final : public ProgressSink {
     last_ = now;
     drawn_ = true;
     auto& L = labels_;
-    err_ << "\r\033[K" << L[static_cast<int>(Label::Dauer)] << "  Dateien: " << L[static_cast<int>(Label::Gesamt)]
-         << "  Duplikate: " << L[static_cast<int>(Label::Dups)] << "  Gruppen: "
-         << L[static_cast<int>(Label::Gruppen)] << std::flush;
+    err_ << "\r\033[K" << L[static_cast<int>(Label::Dauer)]
+         << "  Dateien: " << L[static_cast<int>(Label::Gesamt)]
+         << "  Duplikate: " << L[static_cast<int>(Label::Dups)]
+         << "  Gruppen: " << L[static_cast<int>(Label::Gruppen)] << std::flush;
   }
   std::ostream& err_;
   bool tty_;
@@ -75,7 +76,9 @@ class TerminalPrompt final : public Prompt {
   explicit TerminalPrompt(std::ostream& err) : err_(err) {}
   void Message(std::string_view text, MessageIcon) override { err_ << text << '\n'; }
   bool AskYesNo(std::string_view) override { return false; }
-  std::optional<std::string> Input(std::string_view, std::string_view) override { return std::nullopt; }
+  std::optional<std::string> Input(std::string_view, std::string_view) override {
+    return std::nullopt;
+  }
 
  private:
   std::ostream& err_;
@@ -147,7 +150,8 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
     }
   }
   if (!headless) {
-    err << "kelvor: this build has no window yet; run 'kelvor --headless ...' (see kelvor --help)\n";
+    err << "kelvor: this build has no window yet; run 'kelvor --headless ...' (see kelvor "
+           "--help)\n";
     return kExitRejected;
   }
 
@@ -165,14 +169,16 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   Logger logger(paths.generalLog, paths.runLog, paths.lastSearchLog);
   CommandLine cl = Init_Kommandozeile(items, settings, paths.profileFolder);
   if (!cl.unknown.empty()) {
-    for (const auto& u : cl.unknown) err << "kelvor: unknown item '" << u << "' (see kelvor --help)\n";
+    for (const auto& u : cl.unknown)
+      err << "kelvor: unknown item '" << u << "' (see kelvor --help)\n";
     return kExitRejected;
   }
   std::vector<SourceFolderRow> rows = LoadSourceFolders(settings);
   ApplyCommandLineFolders(cl, rows);
   if (!cl.profileName.empty()) {
     std::string error;
-    if (!Profil_Load(paths.profileFolder, cl.profileName, settings, texts, &error) && !error.empty())
+    if (!Profil_Load(paths.profileFolder, cl.profileName, settings, texts, &error) &&
+        !error.empty())
       err << error << '\n';
   }
 

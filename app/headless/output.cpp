@@ -37,8 +37,10 @@ void PrintJson(const ResultModel& result, const SearchStatistics& stats, double 
       ordered_json file;
       file["path"] = result.File_GetPathFromNode(f);
       file["size"] = result.FileSize(f);
-      file["modified"] = FormatDate(CellAsDouble(result.Cell(f, CellKey::dateVal)), "yyyy-MM-dd hh:nn:ss");
-      file["created"] = FormatDate(CellAsDouble(result.Cell(f, CellKey::dateEval)), "yyyy-MM-dd hh:nn:ss");
+      file["modified"] =
+          FormatDate(CellAsDouble(result.Cell(f, CellKey::dateVal)), "yyyy-MM-dd hh:nn:ss");
+      file["created"] =
+          FormatDate(CellAsDouble(result.Cell(f, CellKey::dateEval)), "yyyy-MM-dd hh:nn:ss");
       file["source"] = result.FileSourceNr(f);
       files.push_back(std::move(file));
       return true;

@@ -14,7 +14,9 @@ namespace kelvor {
 
 namespace {
 
-std::string Hex32(std::int32_t v) { return fmt::format("{:X}", static_cast<std::uint32_t>(v)); }
+std::string Hex32(std::int32_t v) {
+  return fmt::format("{:X}", static_cast<std::uint32_t>(v));
+}
 
 }  // namespace
 
@@ -45,8 +47,8 @@ bool xGetHardlinkCount2(std::string_view path, FileRecord& rec, std::string* err
     if (errorText) {
       const TextCatalog german;
       const TextCatalog& catalog = texts ? *texts : german;
-      *errorText = "xGetHardlinkCount2\\GetFileInformationByHandle: " +
-                   catalog.Get(txt::T2746, {p, why});
+      *errorText =
+          "xGetHardlinkCount2\\GetFileInformationByHandle: " + catalog.Get(txt::T2746, {p, why});
     }
     return false;
   }

@@ -31,7 +31,22 @@ std::string HexAbs(std::int32_t v) {
   return fmt::format("{:X}", a);
 }
 
-std::int64_t Abs64(std::int32_t v) { return v < 0 ? -static_cast<std::int64_t>(v) : v; }
+std::int64_t Abs64(std::int32_t v) {
+  return v < 0 ? -static_cast<std::int64_t>(v) : v;
+}
+
+// First 8 bytes of a key as a big-endian number, zero-padded: comparing two
+// such numbers orders like comparing the bytes, and equal numbers leave the
+// decision to the full texts.
+std::uint64_t KeyPrefix(std::string_view k) {
+  std::uint64_t v = 0;
+  const std::size_t n = k.size() < 8 ? k.size() : 8;
+  for (std::size_t i = 0; i < 8; ++i) {
+    v <<= 8;
+    if (i < n) v |= static_cast<unsigned char>(k[i]);
+  }
+  return v;
+}
 
 }  // namespace
 
@@ -55,8 +70,6 @@ void CStringCollection2::Init(std::int32_t size, double growth) {
   const auto n = static_cast<std::size_t>(size) + 1;
   Nodes_.reserve(n);
   Nodes_.resize(n);
-  Red_.reserve(n);
-  Red_.resize(n, 0);
   Records_.reserve(n);
   Records_.resize(n);
   PositionIndex_.reserve(n + 1);
@@ -71,7 +84,6 @@ void CStringCollection2::Init(std::int32_t size, double growth) {
 std::int32_t CStringCollection2::Clear() {
   Allocator_ = CNode{};
   std::vector<TreeNode>().swap(Nodes_);
-  std::vector<std::uint8_t>().swap(Red_);
   std::vector<Packed>().swap(Records_);
   std::vector<std::int32_t>().swap(PositionIndex_);
   Paths_.Clear();
@@ -110,9 +122,10 @@ std::string_view CStringCollection2::Fold(std::string_view key) const {
 std::int32_t CStringCollection2::Find(std::string_view key) const {
   if (Count_ == 0 || !Initialised_) return 0;
   const std::string_view search = Fold(key);
+  const std::uint64_t prefix = KeyPrefix(search);
   std::int32_t n = Root_;
   while (n != 0) {
-    const int c = search.compare(Texts_.Get(Nodes_[n].KeyRef));
+    const int c = CompareKey(search, prefix, n);
     if (c == 0) return n;
     n = c < 0 ? Nodes_[n].Left : Nodes_[n].Right;
   }
@@ -281,8 +294,8 @@ std::uint8_t CreatedBits(const FileRecord& r) {
 
 }  // namespace
 
-std::int32_t CStringCollection2::Add(std::string_view key, const FileRecord& rec,
-                                     FileRecord* found, std::int32_t* foundNode) {
+std::int32_t CStringCollection2::Add(std::string_view key, const FileRecord& rec, FileRecord* found,
+                                     std::int32_t* foundNode) {
   return AddImpl(key, ViewOf(rec), &rec, found, foundNode);
 }
 
@@ -297,11 +310,12 @@ std::int32_t CStringCollection2::AddImpl(std::string_view key, const FileRecordV
   if (!Initialised_) Init(InitialSize, Growth);
 
   const std::string_view search = Fold(key);
+  const std::uint64_t prefix = KeyPrefix(search);
   std::int32_t parent = 0;
   int side = 0;
   for (std::int32_t n = Root_; n != 0;) {
     parent = n;
-    side = search.compare(Texts_.Get(Nodes_[n].KeyRef));
+    side = CompareKey(search, prefix, n);
     if (side == 0) {
       if (found) ReadInto(Records_[n], *found);
       if (foundNode) *foundNode = n;
@@ -318,8 +332,6 @@ std::int32_t CStringCollection2::AddImpl(std::string_view key, const FileRecordV
     const auto nn = static_cast<std::size_t>(nb) + 1;
     Nodes_.reserve(nn);
     Nodes_.resize(nn);
-    Red_.reserve(nn);
-    Red_.resize(nn, 0);
     Records_.reserve(nn);
     Records_.resize(nn);
     PositionIndex_.reserve(static_cast<std::size_t>(npi) + 1);
@@ -330,12 +342,13 @@ std::int32_t CStringCollection2::AddImpl(std::string_view key, const FileRecordV
   t.Parent = parent;
   t.Left = 0;
   t.Right = 0;
-  Red_[node] = 1;
+  t.Color = 1;
   ++Count_;
   PositionIndex_[Count_] = node;
 
   // Store the texts; `search` points into FoldBuffer_, which Put leaves alone.
   t.KeyRef = Texts_.Put(search);
+  t.Prefix = prefix;
   t.OrigKeyRef = key == search ? 0 : Texts_.Put(key);
 
   Packed& p = Records_[node];
@@ -387,6 +400,7 @@ std::int32_t CStringCollection2::Remove(std::int32_t index) {
   if (y != z) {
     // The successor's key and whole record move into z's node.
     Nodes_[z].KeyRef = Nodes_[y].KeyRef;
+    Nodes_[z].Prefix = Nodes_[y].Prefix;
     Nodes_[z].OrigKeyRef = Nodes_[y].OrigKeyRef;
     ReleaseExtra(Records_[z]);
     Records_[z] = Records_[y];
@@ -400,6 +414,7 @@ std::int32_t CStringCollection2::Remove(std::int32_t index) {
 
   Nodes_[y].KeyRef = 0;
   Nodes_[y].OrigKeyRef = 0;
+  Nodes_[y].Prefix = 0;
   ReleaseExtra(Records_[y]);
   Records_[y] = Packed{};
 
@@ -412,7 +427,7 @@ std::int32_t CStringCollection2::Remove(std::int32_t index) {
   }
   Allocator_.Free(y);
   Nodes_[0].Parent = 0;
-  Red_[0] = 0;
+  Nodes_[0].Color = 0;
   return p;
 }
 
@@ -420,6 +435,7 @@ void CStringCollection2::RemoveBeforeClear(std::int32_t slot) {
   const std::int32_t n = slot - 1;
   if (n < 0 || n > NodesUpperBound()) ArrayFault();
   Nodes_[n].KeyRef = Texts_.Put("1");
+  Nodes_[n].Prefix = KeyPrefix("1");
   Nodes_[n].OrigKeyRef = 0;
   ReleaseExtra(Records_[n]);
   Records_[n] = Packed{};
@@ -483,15 +499,15 @@ void CStringCollection2::SetExtension(std::int32_t index, std::string_view v) {
   Slot(index).ExtId = Exts_.Intern(v);
 }
 
-#define KELVOR_EXTRA_SCALAR(Type, Field, Default)                                 \
-  Type CStringCollection2::Field(std::int32_t index) const {                      \
-    const Extra* e = ExtraOf(Slot(index));                                        \
-    return e ? e->Field : Default;                                                \
-  }                                                                               \
-  void CStringCollection2::Set##Field(std::int32_t index, Type v) {               \
-    Packed& p = Slot(index);                                                      \
-    if (p.ExtraId == 0 && v == Default) return;                                   \
-    EnsureExtra(p).Field = v;                                                     \
+#define KELVOR_EXTRA_SCALAR(Type, Field, Default)                   \
+  Type CStringCollection2::Field(std::int32_t index) const {        \
+    const Extra* e = ExtraOf(Slot(index));                          \
+    return e ? e->Field : Default;                                  \
+  }                                                                 \
+  void CStringCollection2::Set##Field(std::int32_t index, Type v) { \
+    Packed& p = Slot(index);                                        \
+    if (p.ExtraId == 0 && v == Default) return;                     \
+    EnsureExtra(p).Field = v;                                       \
   }
 
 KELVOR_EXTRA_SCALAR(std::int32_t, PicWidth, -1)
@@ -526,7 +542,8 @@ std::string_view CStringCollection2::Hash(std::int32_t index) const {
 }
 void CStringCollection2::SetHash(std::int32_t index, std::string_view v) {
   Packed& p = Slot(index);
-  p.HashCreated = static_cast<std::uint8_t>(v.empty() ? (p.HashCreated & ~1u) : (p.HashCreated | 1u));
+  p.HashCreated =
+      static_cast<std::uint8_t>(v.empty() ? (p.HashCreated & ~1u) : (p.HashCreated | 1u));
   if (p.ExtraId == 0 && v.empty()) return;
   Extra& e = EnsureExtra(p);
   e.HashRef = PutText(e.HashRef, v);
@@ -605,8 +622,8 @@ std::uint8_t CStringCollection2::HashArrayItem(std::int32_t index, std::int32_t 
   return e->HashArray[kind][pos];
 }
 
-void CStringCollection2::SetHashArrayItem(std::int32_t index, std::int32_t kind,
-                                          std::int32_t pos, std::uint8_t v) {
+void CStringCollection2::SetHashArrayItem(std::int32_t index, std::int32_t kind, std::int32_t pos,
+                                          std::uint8_t v) {
   CheckKind(kind);
   Packed& p = Slot(index);
   Extra* e = p.ExtraId ? Extras_[p.ExtraId - 1].get() : nullptr;
@@ -658,13 +675,11 @@ std::string CStringCollection2::GetHardlinkIDkeyFormatted(std::int32_t index,
                                                           bool withoutVolume) const {
   const Packed& p = Slot(index);
   if (withoutVolume) return Hex32(p.FileIndexHigh) + "|" + Hex32(p.FileIndexLow);
-  return Hex32(p.VolumeSerialNumber) + "|" + Hex32(p.FileIndexHigh) + "|" +
-         Hex32(p.FileIndexLow);
+  return Hex32(p.VolumeSerialNumber) + "|" + Hex32(p.FileIndexHigh) + "|" + Hex32(p.FileIndexLow);
 }
 
 std::size_t CStringCollection2::MemoryBytes() const {
-  std::size_t bytes = Nodes_.capacity() * sizeof(TreeNode) + Red_.capacity() +
-                      Records_.capacity() * sizeof(Packed) +
+  std::size_t bytes = Nodes_.capacity() * sizeof(TreeNode) + Records_.capacity() * sizeof(Packed) +
                       PositionIndex_.capacity() * sizeof(std::int32_t) +
                       static_cast<std::size_t>(Allocator_.UpperBound() + 1) * sizeof(std::int32_t) +
                       Texts_.BytesReserved();
@@ -689,8 +704,7 @@ std::string GetHardlinkIDkey(const FileRecord& r, bool withoutVolume) {
 
 std::string GetHardlinkIDkeyFormatted(const FileRecord& r, bool withoutVolume) {
   if (withoutVolume) return Hex32(r.FileIndexHigh) + "-" + Hex32(r.FileIndexLow);
-  return HexAbs(r.VolumeSerialNumber) + "-" + Hex32(r.FileIndexHigh) + "-" +
-         Hex32(r.FileIndexLow);
+  return HexAbs(r.VolumeSerialNumber) + "-" + Hex32(r.FileIndexHigh) + "-" + Hex32(r.FileIndexLow);
 }
 
 std::string GetFileNameWithExtension(const FileRecord& r) {

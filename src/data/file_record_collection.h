@@ -212,9 +212,7 @@ class CStringCollection2 {
 
   // --- capacity, for tests and memory reports ---
   std::int32_t NodesUpperBound() const { return static_cast<std::int32_t>(Nodes_.size()) - 1; }
-  std::int32_t RecordsUpperBound() const {
-    return static_cast<std::int32_t>(Records_.size()) - 1;
-  }
+  std::int32_t RecordsUpperBound() const { return static_cast<std::int32_t>(Records_.size()) - 1; }
   std::int32_t PositionIndexUpperBound() const {
     return PositionIndex_.empty() ? 0 : static_cast<std::int32_t>(PositionIndex_.size()) - 1;
   }
@@ -226,8 +224,8 @@ class CStringCollection2 {
   std::int32_t& L(std::int32_t n) { return Nodes_[n].Left; }
   std::int32_t& R(std::int32_t n) { return Nodes_[n].Right; }
   std::int32_t& P(std::int32_t n) { return Nodes_[n].Parent; }
-  bool Red(std::int32_t n) const { return Red_[n] != 0; }
-  void SetRed(std::int32_t n, bool red) { Red_[n] = (red && n != 0) ? 1 : 0; }
+  bool Red(std::int32_t n) const { return Nodes_[n].Color != 0; }
+  void SetRed(std::int32_t n, bool red) { Nodes_[n].Color = (red && n != 0) ? 1 : 0; }
   std::int32_t& RootRef() { return Root_; }
 
  private:
@@ -240,11 +238,15 @@ class CStringCollection2 {
   };
 
   struct TreeNode {
+    // The first 8 bytes of the folded key, big-endian and zero-padded: most
+    // comparisons of a tree walk end here without touching the arena.
+    std::uint64_t Prefix = 0;
     std::int32_t Left = 0;
     std::int32_t Right = 0;
     std::int32_t Parent = 0;
     std::uint32_t KeyRef = 0;      // folded key in the arena
     std::uint32_t OrigKeyRef = 0;  // key as given, 0 when equal to the folded one
+    std::int32_t Color = 0;        // 1 red, 0 black
   };
 
   // The fixed fields of one record.
@@ -306,12 +308,17 @@ class CStringCollection2 {
   void FillPacked(Packed& p, const FileRecordView& v);
   void ReadInto(const Packed& p, FileRecord& out) const;
   std::string_view Fold(std::string_view key) const;
+  // Order of a folded search key (with its prefix) against a node's key.
+  int CompareKey(std::string_view search, std::uint64_t prefix, std::int32_t node) const {
+    const TreeNode& n = Nodes_[node];
+    if (prefix != n.Prefix) return prefix < n.Prefix ? -1 : 1;
+    return search.compare(Texts_.Get(n.KeyRef));
+  }
   std::int32_t AddImpl(std::string_view key, const FileRecordView& v, const FileRecord* full,
                        FileRecord* found, std::int32_t* foundNode);
   std::int32_t GetIndex(std::int32_t node) const;
 
   std::vector<TreeNode> Nodes_;
-  std::vector<std::uint8_t> Red_;
   std::vector<Packed> Records_;
   std::int32_t Root_ = 0;
   CNode Allocator_;

@@ -16,7 +16,20 @@ namespace kelvor {
 
 namespace {
 
-std::string SystemText(int err) { return std::error_code(err, std::generic_category()).message(); }
+std::string SystemText(int err) {
+  return std::error_code(err, std::generic_category()).message();
+}
+
+// "(text)", built by appending (concatenating temporaries here trips a false
+// -Wrestrict of g++ 12).
+std::string Bracketed(const std::string& text) {
+  std::string s;
+  s.reserve(text.size() + 2);
+  s.push_back('(');
+  s.append(text);
+  s.push_back(')');
+  return s;
+}
 
 std::string_view Trim(std::string_view s) {
   const auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
@@ -64,7 +77,9 @@ std::string xGetExtension(std::string_view path) {
   return dot == std::string_view::npos ? std::string() : std::string(name.substr(dot + 1));
 }
 
-std::string xGetFileName(std::string_view path) { return std::string(FileNamePart(path)); }
+std::string xGetFileName(std::string_view path) {
+  return std::string(FileNamePart(path));
+}
 
 std::string xGetFileNameWithoutExtension(std::string_view path) {
   const std::string_view name = FileNamePart(path);
@@ -152,12 +167,13 @@ bool xDeleteFile_W(std::string_view path, std::string* errorText) {
     // The second try, with the owner's write permission given back.
     struct stat st {};
     if (::lstat(p.c_str(), &st) != 0 || ::chmod(p.c_str(), st.st_mode | S_IWUSR) != 0) {
-      text = " SetFA: (" + SystemText(errno) + ")";
+      text = " SetFA: ";
+      text += Bracketed(SystemText(errno));
     }
     if (::unlink(p.c_str()) == 0) return true;
     err = errno;
   }
-  if (errorText) *errorText = "(" + SystemText(err) + ")" + text;
+  if (errorText) *errorText = Bracketed(SystemText(err)) + text;
   return false;
 }
 
@@ -166,11 +182,11 @@ bool xCreatePath_W(std::string_view path, std::string* errorText) {
   const std::filesystem::path p{std::string(path)};
   std::filesystem::create_directories(p, ec);
   if (ec) {
-    if (errorText) *errorText = "(" + ec.message() + ")";
+    if (errorText) *errorText = Bracketed(ec.message());
     return false;
   }
   if (!std::filesystem::is_directory(p, ec)) {
-    if (errorText) *errorText = "(" + SystemText(ENOTDIR) + ")";
+    if (errorText) *errorText = Bracketed(SystemText(ENOTDIR));
     return false;
   }
   return true;
@@ -180,7 +196,7 @@ bool xDeleteFolderR_W(std::string_view path, std::string* errorText) {
   std::error_code ec;
   std::filesystem::remove_all(std::filesystem::path{std::string(path)}, ec);
   if (ec) {
-    if (errorText) *errorText = "(" + ec.message() + ")";
+    if (errorText) *errorText = Bracketed(ec.message());
     return false;
   }
   return true;

@@ -16,7 +16,9 @@
 namespace kelvor {
 
 // Long paths need no prefix on Linux: the identity.
-inline std::string xLongPath(std::string_view path) { return std::string(path); }
+inline std::string xLongPath(std::string_view path) {
+  return std::string(path);
+}
 
 // A file (anything but a folder; symbolic links followed) exists at path.
 bool xExistFile_W(std::string_view path);

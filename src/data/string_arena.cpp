@@ -26,7 +26,8 @@ std::uint32_t StringArena::Put(std::string_view s) {
   if (chunks_.empty() || start + need > kChunkSize) {
     // A new chunk; a text larger than a chunk gets a block of its own that
     // spans as many chunk numbers as it needs.
-    const std::uint64_t spans = need <= kChunkSize - unit ? 1 : (need + unit + kChunkSize - 1) >> kChunkBits;
+    const std::uint64_t spans =
+        need <= kChunkSize - unit ? 1 : (need + unit + kChunkSize - 1) >> kChunkBits;
     const std::uint64_t maxChunks = (std::uint64_t{1} << (32 + kUnitShift)) >> kChunkBits;
     if (chunks_.size() + spans > maxChunks) throw std::length_error("StringArena: full");
     const std::size_t bytes = static_cast<std::size_t>(spans * kChunkSize);

@@ -19,7 +19,9 @@ constexpr const char* kAddSource = "CStringCollection.Add";
   throw CollectionError(9, where, "Subscript out of range");
 }
 
-int Sign(int c) { return c < 0 ? -1 : (c > 0 ? 1 : 0); }
+int Sign(int c) {
+  return c < 0 ? -1 : (c > 0 ? 1 : 0);
+}
 
 }  // namespace
 
@@ -161,7 +163,9 @@ std::int32_t CStringCollection::GetIndex(std::int32_t node) const {
   return 0;
 }
 
-std::int32_t CStringCollection::ExistKey(std::string_view key) const { return FindNode(key); }
+std::int32_t CStringCollection::ExistKey(std::string_view key) const {
+  return FindNode(key);
+}
 
 std::int32_t CStringCollection::Add(std::string_view item, std::string_view key, std::int32_t tag,
                                     const AddOptions& options, std::int32_t* foundTag,
@@ -187,10 +191,10 @@ std::int32_t CStringCollection::Add(std::string_view item, std::string_view key,
           if (foundTag) *foundTag = Nodes_[n].Tag;
           if (foundNode) *foundNode = n;
           if (options.RaiseDuplicate) {
-            throw CollectionError(8, kAddSource,
-                                  std::string(CompareMode_ != 0 ? "Duplicate KeyA: "
-                                                                : "Duplicate KeyB: ") +
-                                      std::string(key));
+            throw CollectionError(
+                8, kAddSource,
+                std::string(CompareMode_ != 0 ? "Duplicate KeyA: " : "Duplicate KeyB: ") +
+                    std::string(key));
           }
           return 0;
         }
@@ -290,9 +294,9 @@ std::int32_t CStringCollection::Add(std::string_view item, std::string_view key,
 void CStringCollection::RemoveBeforeClear(std::int32_t slot) {
   const std::int32_t n = slot - 1;
   if (n < 0 || n > NodesUpperBound()) ArrayFault("CStringCollection");
-  Nodes_[n].Item = "1";
-  Nodes_[n].Key = "1";
-  Nodes_[n].Folded = "1";
+  Nodes_[n].Item.assign(1, '1');
+  Nodes_[n].Key.assign(1, '1');
+  Nodes_[n].Folded.assign(1, '1');
 }
 
 std::int32_t CStringCollection::Remove(KeyArg key, std::int32_t index) {

@@ -69,10 +69,10 @@ struct KeyArg {
 
 // The optional arguments of CStringCollection::Add.
 struct CollectionAddOptions {
-  std::optional<KeyArg> Before;  // insert in front of this entry
-  std::optional<KeyArg> After;   // insert behind this entry
-  bool RaiseDuplicate = false;   // raise errors 8 / 2 instead of returning 0
-  bool Sorted = false;           // binary search on the items for the position
+  std::optional<KeyArg> Before;      // insert in front of this entry
+  std::optional<KeyArg> After;       // insert behind this entry
+  bool RaiseDuplicate = false;       // raise errors 8 / 2 instead of returning 0
+  bool Sorted = false;               // binary search on the items for the position
   std::int32_t SortCompareMode = 0;  // 0 binary, 1 text
 };
 

@@ -76,7 +76,8 @@ bool Profil_Load(const fs::path& profileFolder, std::string_view name, SettingsS
   const SettingsStore before = s;
   const bool keepFolders = before.GetBool("DupVerz", "ProfileKeineQuellordner");
   const bool ok = EinstellungenLaden(s, file, error, texts);
-  if (keepFolders) CopySection(before, s, "Ordnerlist");
+  const bool profileHasFolders = !s.Get("Ordnerlist", "V0").empty();
+  if (keepFolders && !profileHasFolders) CopySection(before, s, "Ordnerlist");
   CopySection(before, s, "Allgemein");
   return ok;
 }

@@ -26,10 +26,11 @@ std::filesystem::path ProfilePath(const std::filesystem::path& profileFolder,
 // A usable profile name: not empty, no "/", no NUL, not "." or "..".
 bool IsValidProfileName(std::string_view name);
 
-// Profil_Load: reads the profile into `s`. With "ProfileKeineQuellordner" of
-// the store's current settings on (the default), the source folder list
-// (section "Ordnerlist") that `s` held stays and the profile's is not taken;
-// the language section "Allgemein" always stays. False when the profile does
+// Profil_Load: reads the profile into `s`. A profile that holds no source
+// folders keeps the list (section "Ordnerlist") that `s` held, as long as
+// "ProfileKeineQuellordner" of the current settings is on (the default); with
+// it off such a profile empties the list. A profile with folders brings its
+// own. The language section "Allgemein" always stays. False when the profile does
 // not exist (text 9017) or could not be read as a whole (message in *error).
 bool Profil_Load(const std::filesystem::path& profileFolder, std::string_view name,
                  SettingsStore& s, const TextCatalog& texts, std::string* error);

@@ -202,7 +202,7 @@ struct FileRowExtras {
 struct RowRef {
   std::int32_t group = -1;
   std::int32_t file = -1;
-  bool IsRoot() const { return group < 0; }
+  bool IsRoot() const { return group < 0 && file == -1; }
   bool IsGroup() const { return group >= 0 && file < 0; }
   bool IsFile() const { return group >= 0 && file >= 0; }
   friend bool operator==(const RowRef&, const RowRef&) = default;

@@ -36,17 +36,22 @@ int ArchiveTypeOf(std::string_view fileName, const std::array<bool, 17>& enabled
       unsigned long long v = 0;
       bool numeric = !digits.empty();
       for (char c : digits) {
-        if (c < '0' || c > '9') numeric = false;
-        else v = v * 10 + static_cast<unsigned>(c - '0');
+        if (c < '0' || c > '9')
+          numeric = false;
+        else
+          v = v * 10 + static_cast<unsigned>(c - '0');
       }
       if (!numeric || v != 1) return 0;
     }
   }
   if (type == 7 && EndsWith(name, ".tar.gz")) return 0;
   if (type == 0 && ext == "001") {
-    if (EndsWith(name, ".7z.001")) type = 3;
-    else if (EndsWith(name, ".zip.001")) type = 1;
-    else if (EndsWith(name, ".tar.001")) type = 6;
+    if (EndsWith(name, ".7z.001"))
+      type = 3;
+    else if (EndsWith(name, ".zip.001"))
+      type = 1;
+    else if (EndsWith(name, ".tar.001"))
+      type = 6;
   }
   return type > 0 && enabled[type] ? type : 0;
 }

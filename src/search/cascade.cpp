@@ -53,12 +53,14 @@ std::string SearchEngine::NameAfterIgnore(std::string_view baseName) const {
   std::string n(baseName);
   if (opt_.IgnoreChars) {
     for (const auto& c : opt_.IgnoreCharList) {
-      for (std::size_t p = n.find(c); p != std::string::npos; p = n.find(c, p)) n.erase(p, c.size());
+      for (std::size_t p = n.find(c); p != std::string::npos; p = n.find(c, p))
+        n.erase(p, c.size());
     }
   }
   if (opt_.IgnoreText) {
     for (const auto& t : opt_.IgnoreTexts) {
-      for (std::size_t p = n.find(t); p != std::string::npos; p = n.find(t, p)) n.erase(p, t.size());
+      for (std::size_t p = n.find(t); p != std::string::npos; p = n.find(t, p))
+        n.erase(p, t.size());
     }
   }
   return n;
@@ -100,8 +102,8 @@ std::string SearchEngine::FullPath(const FileRecord& r) const {
   return p;
 }
 
-bool SearchEngine::CompareSize(FileRecord& rec, const std::string& fullPath, bool* isMP3, bool* isJPG,
-                               bool* isFLAC) {
+bool SearchEngine::CompareSize(FileRecord& rec, const std::string& fullPath, bool* isMP3,
+                               bool* isJPG, bool* isFLAC) {
   rec.SizeKey = rec.SIZE;
   if (!opt_.CriterionContent) return true;
   std::string ext = LowerCase(rec.Extension);
@@ -117,8 +119,9 @@ bool SearchEngine::CompareSize(FileRecord& rec, const std::string& fullPath, boo
   } else if (opt_.IgnoreExif && (ext == "jpeg" || ext == "jpg" || ext == "cr2")) {
     *isJPG = true;
     std::int32_t start = 0, end = 0;
-    bool ok = ext == "cr2" ? Search_GetExifDatablockSize_CR2(fullPath, start, end, ctx_.texts, &message)
-                           : Search_GetExifDatablockSize(fullPath, start, end, ctx_.texts, &message);
+    bool ok = ext == "cr2"
+                  ? Search_GetExifDatablockSize_CR2(fullPath, start, end, ctx_.texts, &message)
+                  : Search_GetExifDatablockSize(fullPath, start, end, ctx_.texts, &message);
     if (ok) {
       rec.ExifCutFromStart = start;
       rec.ExifCutFromEnd = end;
@@ -127,7 +130,8 @@ bool SearchEngine::CompareSize(FileRecord& rec, const std::string& fullPath, boo
   } else if (opt_.IgnoreFlacMetadata && ext == "flac") {
     *isFLAC = true;
     std::int32_t length = 0;
-    if (Search_CheckForFlacTag(length, rec.SIZE, fullPath, ctx_.texts, &message)) rec.SizeKey = rec.SIZE - length;
+    if (Search_CheckForFlacTag(length, rec.SIZE, fullPath, ctx_.texts, &message))
+      rec.SizeKey = rec.SIZE - length;
   }
   if (!message.empty()) ctx_.log.LogProtokoll(message, true);
   if (rec.SizeKey < 0) rec.SizeKey = 0;
@@ -147,11 +151,15 @@ void SearchEngine::BuildCompareKey(const FileRecord& rec, std::string& key) cons
     key += kSep;
     key += rec.Extension;
   }
-  if (opt_.CriterionSize || opt_.CriterionContent) fmt::format_to(std::back_inserter(key), "{}{}", kSep, rec.SizeKey);
-  if (opt_.CriterionDateA) AppendDate(key, rec.DateLastModified, opt_.IgnoreTime, opt_.IgnoreSeconds);
+  if (opt_.CriterionSize || opt_.CriterionContent)
+    fmt::format_to(std::back_inserter(key), "{}{}", kSep, rec.SizeKey);
+  if (opt_.CriterionDateA)
+    AppendDate(key, rec.DateLastModified, opt_.IgnoreTime, opt_.IgnoreSeconds);
   if (opt_.CriterionDateB) AppendDate(key, rec.DateCreated, opt_.IgnoreTime, opt_.IgnoreSeconds);
-  if (opt_.CriterionAttributes) fmt::format_to(std::back_inserter(key), "{}{}", kSep, rec.Attributes);
-  if (opt_.SourceCompareMethod == kSourceSameFolder) fmt::format_to(std::back_inserter(key), "<{}", rec.SourceNr);
+  if (opt_.CriterionAttributes)
+    fmt::format_to(std::back_inserter(key), "{}{}", kSep, rec.Attributes);
+  if (opt_.SourceCompareMethod == kSourceSameFolder)
+    fmt::format_to(std::back_inserter(key), "<{}", rec.SourceNr);
   if (opt_.CriterionHardlink) {
     key += kSep;
     key += GetHardlinkIDkey(rec, sameVolume_);
@@ -159,9 +167,9 @@ void SearchEngine::BuildCompareKey(const FileRecord& rec, std::string& key) cons
   if (opt_.CriterionContent || opt_.SourceCompareMethod == kSourceAcross) key += '>';
 }
 
-void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view name, std::int64_t size,
-                                    double dateChanged, double dateCreated, std::int32_t attributes,
-                                    const StatIdentity* identity) {
+void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view name,
+                                    std::int64_t size, double dateChanged, double dateCreated,
+                                    std::int32_t attributes, const StatIdentity* identity) {
   FileRecord rec;
   rec.SourceNr = currentSourceNr_;
   rec.GroupID = -1;
@@ -177,7 +185,8 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
     rec.NumberOfLinks = static_cast<std::int32_t>(identity->nlink);
     if (identity->nlink > 1) {
       rec.VolumeSerialNumber = static_cast<std::int32_t>(static_cast<std::uint32_t>(identity->dev));
-      rec.FileIndexHigh = static_cast<std::int32_t>(static_cast<std::uint32_t>(identity->ino >> 32));
+      rec.FileIndexHigh =
+          static_cast<std::int32_t>(static_cast<std::uint32_t>(identity->ino >> 32));
       rec.FileIndexLow = static_cast<std::int32_t>(static_cast<std::uint32_t>(identity->ino));
     }
   }
@@ -199,12 +208,18 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
   const bool contentOn = opt_.CriterionContent;
   const int method = opt_.SourceCompareMethod;
   if (method == kSourceSamePath && !contentOn) {
-    fmt::format_to(std::back_inserter(key), "<{}>", currentSourceNr_);
+    // The relative folder joins the key; the source number does not, or
+    // files of different source folders could never meet. That they come
+    // from different sources is tested below.
+    key += "<>";
     key += rec.Path;
   }
   const std::size_t keyLength = key.size();
 
   int suffix = (contentOn || method == kSourceAcross) ? 1 : 0;
+  // Checksums alone decide when no tag rule and no hard-link rule applies.
+  const bool checksumFastPath = contentOn && opt_.Content.mode > 0 && !isMP3 && !isJPG && !isFLAC &&
+                                !opt_.DontCompareHardlinks;
   FileRecord found;
   bool newGroupMade = false;
   for (;;) {
@@ -212,19 +227,39 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
     if (suffix != 0) fmt::format_to(std::back_inserter(key), "{}", suffix);
     bool dup = false;
     if (contentOn) {
-      if (files_->Add(key, rec, &found) != 0) return;
-      if (method == kSourceAcross && found.SourceNr == currentSourceNr_) {
-        dup = false;
-      } else if (method == kSourceSamePath &&
-                 !(found.SourceNr != currentSourceNr_ && found.Path == rec.Path)) {
-        dup = false;
+      std::int32_t foundNode = 0;
+      if (files_->Add(key, rec, nullptr, &foundNode) != 0) return;
+      if (checksumFastPath && rec.HashCreated[0] && files_->HashCreated(foundNode, 0) &&
+          (method == kSourceAll || method == kSourceSameFolder)) {
+        // Both checksums exist: compare them here without copying the
+        // representative out of the collection.
+        if (files_->HaveErrorMessage(foundNode)) {
+          dup = false;
+        } else {
+          ++comparer_->CompareCount;
+          dup = files_->Hash(foundNode) == rec.Hash;
+        }
+        if (!dup) {
+          ++suffix;
+          continue;
+        }
+        found = files_->Record(foundNode);
       } else {
-        std::string foundPath = FullPath(found);
-        dup = comparer_->Search_CompareContent(rec, fullPath, found, foundPath, isMP3, isJPG, isFLAC) == kContentEqual;
-        stats_.CompareCount = comparer_->CompareCount;
-        stats_.ChecksumCount = comparer_->ChecksumCount;
-        files_->SetRecord(found.RecordNumber, found);
-        if (rec.HaveErrorMessage) return;  // the new file failed: out of the run
+        found = files_->Record(foundNode);
+        if (method == kSourceAcross && found.SourceNr == currentSourceNr_) {
+          dup = false;
+        } else if (method == kSourceSamePath &&
+                   !(found.SourceNr != currentSourceNr_ && found.Path == rec.Path)) {
+          dup = false;
+        } else {
+          std::string foundPath = FullPath(found);
+          dup = comparer_->Search_CompareContent(rec, fullPath, found, foundPath, isMP3, isJPG,
+                                                 isFLAC) == kContentEqual;
+          stats_.CompareCount = comparer_->CompareCount;
+          stats_.ChecksumCount = comparer_->ChecksumCount;
+          files_->SetRecord(found.RecordNumber, found);
+          if (rec.HaveErrorMessage) return;  // the new file failed: out of the run
+        }
       }
     } else if (method == kSourceAcross) {
       int pos;
@@ -238,12 +273,14 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
         if (pos == 0) return;
         found = files_->Record(pos);
       }
-      if (found.SourceNr == currentSourceNr_) dup = false;
-      else dup = found.GroupID == -1 || rec.GroupID == -1;
+      if (found.SourceNr == currentSourceNr_)
+        dup = false;
+      else
+        dup = found.GroupID == -1 || rec.GroupID == -1;
     } else {
       ++stats_.CompareCount;
       if (files_->Add(key, rec, &found) != 0) return;
-      dup = true;
+      dup = method != kSourceSamePath || found.SourceNr != currentSourceNr_;
     }
     if (Stopped()) return;
     if (!dup) {
@@ -305,8 +342,8 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
           if (other.GroupID == -1) {
             std::string otherPath = FullPath(other);
             std::string foundPath = FullPath(found);
-            if (comparer_->Search_CompareContent(other, otherPath, found, foundPath, isMP3, isJPG, isFLAC) ==
-                kContentEqual) {
+            if (comparer_->Search_CompareContent(other, otherPath, found, foundPath, isMP3, isJPG,
+                                                 isFLAC) == kContentEqual) {
               other.GroupID = found.GroupID;
               AddFileRow(other, found.GroupID);
             }

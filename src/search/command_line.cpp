@@ -22,11 +22,16 @@ bool AllDigits(std::string_view s) {
 }
 
 void AllCriteriaOff(SettingsStore& s) {
-  for (int i = 0; i < kCriterionCount; ++i) s.SetBool(kSec, "Suchkriterien" + std::to_string(i), false);
+  for (int i = 0; i < kCriterionCount; ++i)
+    s.SetBool(kSec, "Suchkriterien" + std::to_string(i), false);
 }
 
-void On(SettingsStore& s, int index) { chkSuchKriterien_Click(s, index, true); }
-bool IsOn(const SettingsStore& s, int index) { return s.GetBool(kSec, "Suchkriterien" + std::to_string(index)); }
+void On(SettingsStore& s, int index) {
+  chkSuchKriterien_Click(s, index, true);
+}
+bool IsOn(const SettingsStore& s, int index) {
+  return s.GetBool(kSec, "Suchkriterien" + std::to_string(index));
+}
 
 // A numeric rest behind an item's two letters goes to `key`.
 void NumericRest(SettingsStore& s, std::string_view item, const char* key) {
@@ -68,7 +73,8 @@ CommandLine Init_Kommandozeile(const std::vector<std::string>& items, SettingsSt
       On(s, kCritSimilarPics);
       NumericRest(s, v, "SimiliarImagesAlgo");
     } else if (v.substr(0, 2) == "-m" && (v.size() == 2 || AllDigits(v.substr(2)))) {
-      NumericRest(s, v, IsOn(s, kCritSimilarPics) ? "SimilarPicsMatchPercent" : "SimilarAudioMatchPercent");
+      NumericRest(
+          s, v, IsOn(s, kCritSimilarPics) ? "SimilarPicsMatchPercent" : "SimilarAudioMatchPercent");
     } else if (v.substr(0, 2) == "-l" && (v.size() == 2 || AllDigits(v.substr(2)))) {
       On(s, kCritSimilarAudio);
       NumericRest(s, v, "SimilarAudioSeconds");
@@ -80,7 +86,8 @@ CommandLine Init_Kommandozeile(const std::vector<std::string>& items, SettingsSt
       NumericRest(s, v, "SimilarPicsThumbSizeIndex");
     } else if (v.substr(0, 3) == "-p:") {
       std::string name(v.substr(3));
-      if (name.size() >= 2 && name.front() == '"' && name.back() == '"') name = name.substr(1, name.size() - 2);
+      if (name.size() >= 2 && name.front() == '"' && name.back() == '"')
+        name = name.substr(1, name.size() - 2);
       std::filesystem::path p = profileFolder / (name + ".pro4");
       std::error_code ec;
       if (!name.empty() && std::filesystem::is_regular_file(p, ec)) {

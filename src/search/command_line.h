@@ -13,11 +13,11 @@ namespace kelvor {
 class SettingsStore;
 
 struct CommandLine {
-  bool empty = true;         // the whole line is "", "-TL" or "-RESTART": nothing happens
+  bool empty = true;                 // the whole line is "", "-TL" or "-RESTART": nothing happens
   std::vector<std::string> folders;  // in the order given
-  std::string profileName;   // -p:"name", when its file exists
+  std::string profileName;           // -p:"name", when its file exists
   std::filesystem::path profilePath;
-  bool flagN = false;        // -n
+  bool flagN = false;                // -n
   std::vector<std::string> unknown;  // items that are none of the above
 };
 

@@ -52,7 +52,9 @@ enum Step {
 SearchEngine::SearchEngine(SearchContext ctx) : ctx_(ctx) {}
 SearchEngine::~SearchEngine() = default;
 
-double SearchEngine::Now() const { return DateNow(); }
+double SearchEngine::Now() const {
+  return DateNow();
+}
 
 double SearchEngine::ElapsedNow() const {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - startClock_).count();
@@ -133,12 +135,14 @@ void SearchEngine::BuildSteps() {
   const std::string count = std::to_string(steps.size());
   for (std::size_t i = 0; i < steps.size(); ++i) {
     steps_[static_cast<std::size_t>(steps[i])] =
-        ctx_.texts.Get(txt::T5177, {std::to_string(i + 1), count}) + " - " + ctx_.texts.Get(*kTexts[steps[i]]);
+        ctx_.texts.Get(txt::T5177, {std::to_string(i + 1), count}) + " - " +
+        ctx_.texts.Get(*kTexts[steps[i]]);
   }
 }
 
 void SearchEngine::ShowStep(int step) {
-  if (step >= 0 && step < static_cast<int>(steps_.size()) && !steps_[static_cast<std::size_t>(step)].empty())
+  if (step >= 0 && step < static_cast<int>(steps_.size()) &&
+      !steps_[static_cast<std::size_t>(step)].empty())
     ctx_.progress.SetLabel(Label::Step, steps_[static_cast<std::size_t>(step)]);
 }
 
@@ -155,7 +159,8 @@ void SearchEngine::Search_ShowProgress() {
   long long elapsed = static_cast<long long>(ElapsedNow());
   std::string dauer = FormatElapsed(elapsed);
   p.SetLabel(Label::Dauer, dauer);
-  int percent = static_cast<int>(std::lround(stats_.FilesChecked * 100.0 / (stats_.FilesTotal + 1.0)));
+  int percent =
+      static_cast<int>(std::lround(stats_.FilesChecked * 100.0 / (stats_.FilesTotal + 1.0)));
   if (percent != lastPercent_) {
     lastPercent_ = percent;
     p.ProgressBar(percent);
@@ -163,14 +168,16 @@ void SearchEngine::Search_ShowProgress() {
   }
   std::string gesamt = FormatNumber(stats_.FilesChecked) + " / " + FormatNumber(stats_.FilesTotal);
   p.SetLabel(Label::Gesamt, gesamt);
-  p.SetLabel(Label::GesamtArchive, std::to_string(stats_.ArchivesSearched) + " / " + std::to_string(stats_.ArchivesTotal));
+  p.SetLabel(Label::GesamtArchive, std::to_string(stats_.ArchivesSearched) + " / " +
+                                       std::to_string(stats_.ArchivesTotal));
   auto big = [](long long v) { return v > 999 ? FormatNumber(v) : std::to_string(v); };
   if (comparer_) {
     stats_.CompareCount = std::max(stats_.CompareCount, comparer_->CompareCount);
     stats_.ChecksumCount = comparer_->ChecksumCount;
   }
   if (stats_.CompareCount > 0) p.SetLabel(Label::Vergleiche, big(stats_.CompareCount));
-  if (stats_.ChecksumCount > 0) p.SetLabel(Label::ChecksumCreated, FormatNumber(stats_.ChecksumCount));
+  if (stats_.ChecksumCount > 0)
+    p.SetLabel(Label::ChecksumCreated, FormatNumber(stats_.ChecksumCount));
   if (stats_.FilesExcluded > 0) p.SetLabel(Label::FilterFiles, big(stats_.FilesExcluded));
   if (stats_.FoldersExcluded > 0) p.SetLabel(Label::FilterFolder, big(stats_.FoldersExcluded));
 
@@ -180,11 +187,13 @@ void SearchEngine::Search_ShowProgress() {
     rss = ResidentSetSize();
     lastStatisticTime_ = now;
     ctx_.log.LogProtokoll(fmt::format(
-        "{}, {}%, {}, {} Duplikate, {} Gruppen, {} Vergleiche, {} Prüfsummen, {} Archive, {} entpackt, "
+        "{}, {}%, {}, {} Duplikate, {} Gruppen, {} Vergleiche, {} Prüfsummen, {} Archive, {} "
+        "entpackt, "
         "{} Dateien ausgeschlossen, {} Ordner ausgeschlossen, RAM: {}",
         dauer, percent, gesamt, FormatNumber(stats_.DupCount), FormatNumber(stats_.GroupCount),
-        FormatNumber(stats_.CompareCount), FormatNumber(stats_.ChecksumCount), stats_.ArchivesSearched,
-        stats_.FilesExtracted, stats_.FilesExcluded, stats_.FoldersExcluded, FormatNumber(rss)));
+        FormatNumber(stats_.CompareCount), FormatNumber(stats_.ChecksumCount),
+        stats_.ArchivesSearched, stats_.FilesExtracted, stats_.FilesExcluded,
+        stats_.FoldersExcluded, FormatNumber(rss)));
   }
   // The memory stop: a search this large that holds this much memory ends
   // with what it has found rather than failing.
@@ -285,8 +294,9 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
   p.SetLabel(Label::Title, "Kelvor");
   p.SetLabel(Label::Dauer, "0:00:00");
   p.ProgressBar(0);
-  for (Label l : {Label::Gesamt, Label::Dups, Label::Gruppen, Label::Vergleiche, Label::ChecksumCreated,
-                  Label::Archive, Label::FilesExtracted, Label::FilterFiles, Label::FilterFolder})
+  for (Label l :
+       {Label::Gesamt, Label::Dups, Label::Gruppen, Label::Vergleiche, Label::ChecksumCreated,
+        Label::Archive, Label::FilesExtracted, Label::FilterFiles, Label::FilterFolder})
     p.SetLabel(l, "0");
   p.SetLabel(Label::Suchmethode, GetSearchDescription(ctx_.settings, ctx_.texts));
   searchStartTime_ = Now();
@@ -317,7 +327,8 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
 
   // Compare pass.
   ShowStep(opt_.ShowOnlyFilesWithoutDups ? kStepCompareOnly : kStepCompare);
-  for (Label l : {Label::Gesamt, Label::GesamtArchive, Label::SourceNr, Label::AktuellerOrdner}) p.SetLabel(l, "-");
+  for (Label l : {Label::Gesamt, Label::GesamtArchive, Label::SourceNr, Label::AktuellerOrdner})
+    p.SetLabel(l, "-");
   std::string countLine = ctx_.texts.Get(txt::T3684, {FormatNumber(stats_.FilesTotal)});
   ctx_.log.LogProtokoll(countLine);
   p.SetLabel(Label::StatusBar, countLine);
@@ -343,7 +354,8 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
   result_->Report_Create_Root_Node();
   result_->SetDescription(GetSearchDescription(ctx_.settings, ctx_.texts));
   if (opt_.CriterionContent)
-    comparer_ = std::make_unique<ContentComparer>(opt_.Content, ctx_.texts, ctx_.log, ctx_.run, ctx_.progress);
+    comparer_ = std::make_unique<ContentComparer>(opt_.Content, ctx_.texts, ctx_.log, ctx_.run,
+                                                  ctx_.progress);
   lastProgressTime_ = lastStatisticTime_ = Now();
 
   for (std::size_t i = 0; i < sources_.size(); ++i) {
@@ -351,15 +363,18 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
     p.SetLabel(Label::SourceNr, ctx_.texts.Get(txt::T5177, {std::to_string(i + 1), total}) + " - " +
                                     DisplayUtf8(sources_[i].path));
     stats_.FilesExcludedSize = 0;
-    const std::int32_t excludedBefore = stats_.FilesExcluded, foldersBefore = stats_.FoldersExcluded;
+    const std::int32_t excludedBefore = stats_.FilesExcluded,
+                       foldersBefore = stats_.FoldersExcluded;
     ctx_.log.LogProtokoll(ctx_.texts.Get(txt::T3685, {DisplayUtf8(sources_[i].path)}));
     currentSubfolders_ = sources_[i].subfolders;
     if (stats_.FilesTotal > 0) Search_GetFiles(sources_[i]);
     if (stats_.FilesExcluded > excludedBefore)
-      ctx_.log.LogProtokoll(ctx_.texts.Get(txt::T5133, {FormatNumber(stats_.FilesExcluded - excludedBefore),
-                                                        FormatFileSize(stats_.FilesExcludedSize, true, ctx_.texts)}));
+      ctx_.log.LogProtokoll(
+          ctx_.texts.Get(txt::T5133, {FormatNumber(stats_.FilesExcluded - excludedBefore),
+                                      FormatFileSize(stats_.FilesExcludedSize, true, ctx_.texts)}));
     if (stats_.FoldersExcluded > foldersBefore)
-      ctx_.log.LogProtokoll(ctx_.texts.Get(txt::T5134, {FormatNumber(stats_.FoldersExcluded - foldersBefore)}));
+      ctx_.log.LogProtokoll(
+          ctx_.texts.Get(txt::T5134, {FormatNumber(stats_.FoldersExcluded - foldersBefore)}));
     if (Stopped()) break;
   }
   EndOfSearch(false);
@@ -374,8 +389,8 @@ void SearchEngine::EndOfSearch(bool skippedCompare) {
     stats_.ChecksumCount = comparer_->ChecksumCount;
   }
   if (!skippedCompare) {
-    for (Label l : {Label::SourceNr, Label::Gesamt, Label::GesamtArchive, Label::AktuellerOrdner, Label::Zipdatei,
-                    Label::ZipProgress})
+    for (Label l : {Label::SourceNr, Label::Gesamt, Label::GesamtArchive, Label::AktuellerOrdner,
+                    Label::Zipdatei, Label::ZipProgress})
       p.SetLabel(l, "-");
     p.SetLabel(Label::Gruppen, FormatNumber(stats_.GroupCount));
   }
@@ -383,7 +398,8 @@ void SearchEngine::EndOfSearch(bool skippedCompare) {
   const std::string timeLine =
       ctx_.texts.Get(txt::T3686, {FormatElapsed(static_cast<long long>(elapsedSeconds_))});
   if (reason == kStopUser) ctx_.log.LogProtokoll(ctx_.texts.Get(txt::T5073));
-  if (reason == kStopMaxDups) ctx_.log.LogProtokoll(ctx_.texts.Get(txt::T5227, {std::to_string(opt_.MaxDupCount)}));
+  if (reason == kStopMaxDups)
+    ctx_.log.LogProtokoll(ctx_.texts.Get(txt::T5227, {std::to_string(opt_.MaxDupCount)}));
   if (reason == kStopMemory) ctx_.log.LogProtokoll(ctx_.texts.Get(txt::T5411));
 
   if (!skippedCompare) {
@@ -395,12 +411,14 @@ void SearchEngine::EndOfSearch(bool skippedCompare) {
       for (int s = 1; s <= static_cast<int>(sources_.size()); ++s) {
         if (result_->SourceDupCount(s) == 0) continue;
         ctx_.log.LogProtokoll(ctx_.texts.Get(
-            txt::T4100, {FormatNumber(result_->SourceDupCount(s)), DisplayUtf8(sources_[static_cast<std::size_t>(s - 1)].path),
+            txt::T4100, {FormatNumber(result_->SourceDupCount(s)),
+                         DisplayUtf8(sources_[static_cast<std::size_t>(s - 1)].path),
                          FormatFileSize(result_->SourceDupSize(s), true, ctx_.texts)}));
       }
     }
     ShowStep(kStepFormatSize);
-    result_->Report_ChangeFileSize(static_cast<std::int32_t>(ctx_.settings.GetInt("Optionen", "FormatSize")), true);
+    result_->Report_ChangeFileSize(
+        static_cast<std::int32_t>(ctx_.settings.GetInt("Optionen", "FormatSize")), true);
     ShowStep(kStepSort);
     result_->SortRows();
 
@@ -443,28 +461,37 @@ void SearchEngine::LogStatistics() {
   if (stats_.FilesChecked < stats_.FilesTotal) checked += " / " + FormatNumber(stats_.FilesTotal);
   ctx_.log.LogProtokoll(t.Get(txt::T4037, {checked}));
   if (result_->RowCount() < 2) {
-    closingMessage_ = t.Get(txt::T3687, {FormatNumber(stats_.FoldersSearched), FormatNumber(stats_.FilesChecked)});
+    closingMessage_ = t.Get(
+        txt::T3687, {FormatNumber(stats_.FoldersSearched), FormatNumber(stats_.FilesChecked)});
   } else {
-    double percent = stats_.FilesTotal > 0
-                         ? std::trunc(std::round(result_->DupCount() / (stats_.FilesTotal / 100.0) * 100.0) / 100.0)
-                         : 0;
-    closingMessage_ = t.Get(txt::T3688, {FormatNumber(result_->DupCount()), fmt::format("{}", percent),
-                                         FormatFileSize(result_->FilesizeAll(), true, t)});
+    double percent =
+        stats_.FilesTotal > 0
+            ? std::trunc(std::round(result_->DupCount() / (stats_.FilesTotal / 100.0) * 100.0) /
+                         100.0)
+            : 0;
+    closingMessage_ =
+        t.Get(txt::T3688, {FormatNumber(result_->DupCount()), fmt::format("{}", percent),
+                           FormatFileSize(result_->FilesizeAll(), true, t)});
     ctx_.log.LogProtokoll(t.Get(txt::T4038, {FormatNumber(result_->GroupCount())}));
   }
   if (stats_.ArchivesSearched > 0) {
     std::string v = FormatNumber(stats_.ArchivesSearched);
-    if (stats_.ArchivesSearched < stats_.ArchivesTotal) v += " / " + FormatNumber(stats_.ArchivesTotal);
+    if (stats_.ArchivesSearched < stats_.ArchivesTotal)
+      v += " / " + FormatNumber(stats_.ArchivesTotal);
     ctx_.log.LogProtokoll(t.Get(txt::T4051, {v}));
   }
   if (stats_.ArchiveFilesChecked > 0) {
     std::string v = FormatNumber(stats_.ArchiveFilesChecked);
-    if (stats_.ArchiveFilesChecked < stats_.ArchiveFilesTotal) v += " / " + FormatNumber(stats_.ArchiveFilesTotal);
+    if (stats_.ArchiveFilesChecked < stats_.ArchiveFilesTotal)
+      v += " / " + FormatNumber(stats_.ArchiveFilesTotal);
     ctx_.log.LogProtokoll(t.Get(txt::T5358, {v}));
   }
-  if (stats_.FilesExtracted > 0) ctx_.log.LogProtokoll(t.Get(txt::T5330, {FormatNumber(stats_.FilesExtracted)}));
-  if (stats_.CompareCount > 0) ctx_.log.LogProtokoll(t.Get(txt::T5043, {FormatNumber(stats_.CompareCount)}));
-  if (stats_.ChecksumCount > 0) ctx_.log.LogProtokoll(t.Get(txt::T5087, {FormatNumber(stats_.ChecksumCount)}));
+  if (stats_.FilesExtracted > 0)
+    ctx_.log.LogProtokoll(t.Get(txt::T5330, {FormatNumber(stats_.FilesExtracted)}));
+  if (stats_.CompareCount > 0)
+    ctx_.log.LogProtokoll(t.Get(txt::T5043, {FormatNumber(stats_.CompareCount)}));
+  if (stats_.ChecksumCount > 0)
+    ctx_.log.LogProtokoll(t.Get(txt::T5087, {FormatNumber(stats_.ChecksumCount)}));
   ctx_.progress.SetLabel(Label::StatusBar, "     " + closingMessage_);
   ctx_.log.LogProtokoll(closingMessage_);
 }

@@ -14,9 +14,13 @@ namespace {
 
 constexpr const char* kSec = "DupVerz";
 
-std::string CritKey(int index) { return "Suchkriterien" + std::to_string(index); }
+std::string CritKey(int index) {
+  return "Suchkriterien" + std::to_string(index);
+}
 
-bool Crit(const SettingsStore& s, int index) { return s.GetBool(kSec, CritKey(index)); }
+bool Crit(const SettingsStore& s, int index) {
+  return s.GetBool(kSec, CritKey(index));
+}
 
 // Splits UTF-8 text into its characters, keeping the first of repeated ones.
 std::vector<std::string> UniqueCharacters(const std::string& text) {
@@ -46,7 +50,6 @@ std::string Unwrap(std::string v) {
   if (v.size() >= 2 && v.front() == ':' && v.back() == ':') return v.substr(1, v.size() - 2);
   return v;
 }
-
 
 }  // namespace
 
@@ -84,9 +87,11 @@ SearchOptions Init_Variablen(const SettingsStore& s, const TextCatalog& texts) {
   if (m == -1 && o.CriterionSimilarPics) m = 8;
 
   o.DateFormat = s.Get(kSec, "DateFormat3");
-  if (o.DateFormat.find_first_not_of(' ') == std::string::npos) o.DateFormat = "dd/mm/yyyy hh:nn:ss";
+  if (o.DateFormat.find_first_not_of(' ') == std::string::npos)
+    o.DateFormat = "dd/mm/yyyy hh:nn:ss";
   o.UnicodeSupport = s.GetBool(kSec, "UnicodeSupport");
-  o.SourceCompareMethod = static_cast<int>(std::clamp<long long>(s.GetInt(kSec, "SourceFolderCompareMode"), 0, 3));
+  o.SourceCompareMethod =
+      static_cast<int>(std::clamp<long long>(s.GetInt(kSec, "SourceFolderCompareMode"), 0, 3));
   o.PartialCompareMethod = static_cast<int>(s.GetInt(kSec, "PartialFilenameCompareMethod"));
   o.PartialDelimiters = s.Get(kSec, "PartialFilenameCompareMethodDelimiterChars");
   o.PartialFilenameCompare = s.GetBool(kSec, "PartialFilenameCompare") && o.CriterionName;
@@ -94,19 +99,24 @@ SearchOptions Init_Variablen(const SettingsStore& s, const TextCatalog& texts) {
   o.LogStatistic = s.GetBool(kSec, "LogStatistic");
   o.LogStatisticDays = s.GetDouble(kSec, "LogStatisticMinutes") * 60 * 0.000011574;
   o.MaxDupCount = s.GetBool(kSec, "CancelSearchMaxDup")
-                      ? static_cast<std::int32_t>(std::clamp<long long>(s.GetInt(kSec, "CancelSearchMaxDupCount"), 0, 2000000000))
+                      ? static_cast<std::int32_t>(std::clamp<long long>(
+                            s.GetInt(kSec, "CancelSearchMaxDupCount"), 0, 2000000000))
                       : 2000000;
   o.Ignore0ByteFiles = s.GetBool(kSec, "NullByte") || o.CriterionContent ||
                        o.CriterionSimilarAudio || o.CriterionSimilarPics;
 
   ContentCompareOptions& c = o.Content;
   c.mode = static_cast<int>(std::clamp<long long>(s.GetInt(kSec, "ContentCompare"), 0, 5));
-  c.percent = c.mode == 0 ? static_cast<int>(std::clamp<long long>(s.GetInt(kSec, "ContentComparePercent"), 1, 100)) : 100;
+  c.percent =
+      c.mode == 0
+          ? static_cast<int>(std::clamp<long long>(s.GetInt(kSec, "ContentComparePercent"), 1, 100))
+          : 100;
   for (int i = 0; i < 4; ++i) {
     long long v = s.GetInt(kSec, "CompareBuffer" + std::to_string(i));
     c.compareBuffer[i] = std::clamp<long long>(v, 512, 256LL << 20);
   }
-  c.compareFileEndFirst = s.GetBool(kSec, "CompareFileEndFirst") && o.CriterionContent ? c.compareBuffer[3] : 0;
+  c.compareFileEndFirst =
+      s.GetBool(kSec, "CompareFileEndFirst") && o.CriterionContent ? c.compareBuffer[3] : 0;
 
   o.AudioAlgorithm = static_cast<std::int32_t>(s.GetInt(kSec, "SimilarAudioAlgo"));
   o.AudioSeconds = static_cast<std::int32_t>(s.GetInt(kSec, "SimilarAudioSeconds"));
@@ -115,7 +125,8 @@ SearchOptions Init_Variablen(const SettingsStore& s, const TextCatalog& texts) {
   o.PictureAlgorithm = static_cast<std::int32_t>(s.GetInt(kSec, "SimiliarImagesAlgo"));
   o.PictureMatch = static_cast<std::int32_t>(s.GetInt(kSec, "SimilarPicsMatchPercent"));
   static constexpr int kThumb[] = {8, 16, 24};
-  o.ThumbnailSize = kThumb[std::clamp<long long>(s.GetInt(kSec, "SimilarPicsThumbSizeIndex"), 0, 2)];
+  o.ThumbnailSize =
+      kThumb[std::clamp<long long>(s.GetInt(kSec, "SimilarPicsThumbSizeIndex"), 0, 2)];
   o.PicSameType = s.GetBool(kSec, "SimiliarImagesOnlySameFileType");
   o.PicSameDimension = s.GetBool(kSec, "SimiliarImagesOnlySameDimension");
   o.PicSameFormat = s.GetBool(kSec, "SimiliarImagesOnlySameFormat");
@@ -143,12 +154,14 @@ SearchOptions Init_Variablen(const SettingsStore& s, const TextCatalog& texts) {
       n = std::stod(v);
     } catch (...) {
     }
-    o.ArchiveSizeLimit = static_cast<std::int64_t>(n * (s.GetInt(kSec, "ZipSizeFilterTyp") >= 2 ? 1048576.0 : 1024.0));
+    o.ArchiveSizeLimit = static_cast<std::int64_t>(
+        n * (s.GetInt(kSec, "ZipSizeFilterTyp") >= 2 ? 1048576.0 : 1024.0));
   }
   o.ShowOnlyFilesWithoutDups = s.GetBool(kSec, "ShowOnlyFilesWithoutDups");
   o.FollowJunctions = s.GetBool(kSec, "NTFSordner");
-  o.DontCompareHardlinks = s.GetBool(kSec, "DontCompareHardlinks") &&
-                           (o.CriterionContent || o.CriterionSimilarPics || o.CriterionSimilarAudio);
+  o.DontCompareHardlinks =
+      s.GetBool(kSec, "DontCompareHardlinks") &&
+      (o.CriterionContent || o.CriterionSimilarPics || o.CriterionSimilarAudio);
   o.IgnoreMP3Tags = s.GetBool(kSec, "IgnoreMP3Tags") && o.CriterionContent;
   o.IgnoreFlacMetadata = s.GetBool(kSec, "IgnoreFlacMetadata") && o.CriterionContent;
   o.IgnoreExif = s.GetBool(kSec, "IgnoreExif") && o.CriterionContent;
@@ -159,8 +172,10 @@ SearchOptions Init_Variablen(const SettingsStore& s, const TextCatalog& texts) {
   o.IgnoreTime = s.GetBool(kSec, "IgnoreTime");
   o.IgnoreSeconds = s.GetBool(kSec, "IgnoreSeconds");
 
-  o.FileNameChars = static_cast<int>(std::max<long long>(0, s.GetInt(kSec, "FileNameCompareOnlyFirstCharsCount")));
-  o.FileNameMethod = static_cast<int>(std::clamp<long long>(s.GetInt(kSec, "FileNameCompareMethod"), 0, 3));
+  o.FileNameChars = static_cast<int>(
+      std::max<long long>(0, s.GetInt(kSec, "FileNameCompareOnlyFirstCharsCount")));
+  o.FileNameMethod =
+      static_cast<int>(std::clamp<long long>(s.GetInt(kSec, "FileNameCompareMethod"), 0, 3));
   if (o.FileNameChars == 0) o.FileNameMethod = 0;
   o.IgnoreTexts = SplitNonEmpty(Unwrap(s.Get(kSec, "IgnoreTextText")), '/');
   o.IgnoreText = s.GetBool(kSec, "IgnoreText") && !o.IgnoreTexts.empty();
@@ -203,12 +218,14 @@ SearchOptions Init_Variablen(const SettingsStore& s, const TextCatalog& texts) {
 void chkSuchKriterien_Click(SettingsStore& s, int index, bool on) {
   if (index < 0 || index >= kCriterionCount) return;
   s.SetBool(kSec, CritKey(index), on);
-  const bool standAlone = index == kCritHardlink || index == kCritSimilarPics || index == kCritSimilarAudio;
+  const bool standAlone =
+      index == kCritHardlink || index == kCritSimilarPics || index == kCritSimilarAudio;
   if (on && standAlone) {
     for (int i = 0; i < kCriterionCount; ++i)
       if (i != index) s.SetBool(kSec, CritKey(i), false);
   }
-  if (on && index >= kCritSize && index <= kCritAttributes) s.SetBool(kSec, CritKey(kCritHardlink), false);
+  if (on && index >= kCritSize && index <= kCritAttributes)
+    s.SetBool(kSec, CritKey(kCritHardlink), false);
   if (on && (index == kCritName || index == kCritExtension)) {
     // Size, name and extension never run with a stand-alone criterion.
     s.SetBool(kSec, CritKey(kCritHardlink), false);
@@ -225,7 +242,8 @@ void chkSuchKriterien_Click(SettingsStore& s, int index, bool on) {
   if (!Crit(s, kCritContent) && !Crit(s, kCritSimilarPics) && !Crit(s, kCritSimilarAudio))
     s.SetBool(kSec, "DontCompareHardlinks", false);
   // Fuzzy names follow the name criterion and are switched off by content.
-  if (!Crit(s, kCritName) || Crit(s, kCritContent)) s.SetBool(kSec, "PartialFilenameCompare", false);
+  if (!Crit(s, kCritName) || Crit(s, kCritContent))
+    s.SetBool(kSec, "PartialFilenameCompare", false);
 }
 
 std::string CriterionCaption(const TextCatalog& texts, int index) {
@@ -237,14 +255,17 @@ std::string CriterionCaption(const TextCatalog& texts, int index) {
 }
 
 std::string SourceCompareCaption(const TextCatalog& texts, int method) {
-  static constexpr const TextDef* kCaptions[] = {&txt::T9210, &txt::T9211, &txt::T9212, &txt::T9213};
+  static constexpr const TextDef* kCaptions[] = {&txt::T9210, &txt::T9211, &txt::T9212,
+                                                 &txt::T9213};
   return texts.Get(*kCaptions[std::clamp(method, 0, 3)]);
 }
 
 std::string GetSearchDescription(const SettingsStore& s, const TextCatalog& texts) {
-  static constexpr const TextDef* kNameMethods[] = {&txt::T9224, &txt::T9225, &txt::T9226, &txt::T9227};
-  static constexpr const char* kPartialMethods[] = {"SmartMatch", "FuzzyMatch", "Levenshtein", "Ratcliff",
-                                                    "MatchDiff",  "WordMatch",  "FuzzyPercent", "Simil"};
+  static constexpr const TextDef* kNameMethods[] = {&txt::T9224, &txt::T9225, &txt::T9226,
+                                                    &txt::T9227};
+  static constexpr const char* kPartialMethods[] = {"SmartMatch",   "FuzzyMatch", "Levenshtein",
+                                                    "Ratcliff",     "MatchDiff",  "WordMatch",
+                                                    "FuzzyPercent", "Simil"};
   static constexpr const char* kPicAlgos[] = {"Algorithmus 1", "Algorithmus 2", "Algorithmus 3"};
   static constexpr int kThumb[] = {8, 16, 24};
   std::string out;
@@ -269,8 +290,10 @@ std::string GetSearchDescription(const SettingsStore& s, const TextCatalog& text
         break;
       case kCritName: {
         if (s.GetBool(kSec, "PartialFilenameCompare") && !Crit(s, kCritContent)) {
-          int pm = static_cast<int>(std::clamp<long long>(s.GetInt(kSec, "PartialFilenameCompareMethod"), 0, 7));
-          out += fmt::format(" ({}: {}%)", kPartialMethods[pm], s.Get(kSec, "PartialFilenameComparePercent"));
+          int pm = static_cast<int>(
+              std::clamp<long long>(s.GetInt(kSec, "PartialFilenameCompareMethod"), 0, 7));
+          out += fmt::format(" ({}: {}%)", kPartialMethods[pm],
+                             s.Get(kSec, "PartialFilenameComparePercent"));
         }
         std::string chars = Unwrap(s.Get(kSec, "IgnoreCharsText"));
         if (s.GetBool(kSec, "IgnoreChars") && !chars.empty())
@@ -279,15 +302,19 @@ std::string GetSearchDescription(const SettingsStore& s, const TextCatalog& text
         if (s.GetBool(kSec, "IgnoreText") && !text.empty())
           out += " (" + texts.Get(txt::T9223) + ": " + text + ")";
         long long n = s.GetInt(kSec, "FileNameCompareOnlyFirstCharsCount");
-        int method = static_cast<int>(std::clamp<long long>(s.GetInt(kSec, "FileNameCompareMethod"), 0, 3));
+        int method =
+            static_cast<int>(std::clamp<long long>(s.GetInt(kSec, "FileNameCompareMethod"), 0, 3));
         if (n > 0 && method > 0)
-          out += fmt::format(" ({}: {} {})", texts.Get(*kNameMethods[method]), n, texts.Get(txt::T9221));
+          out += fmt::format(" ({}: {} {})", texts.Get(*kNameMethods[method]), n,
+                             texts.Get(txt::T9221));
         break;
       }
       case kCritSimilarPics: {
-        int algo = static_cast<int>(std::clamp<long long>(s.GetInt(kSec, "SimiliarImagesAlgo"), 0, 2));
+        int algo =
+            static_cast<int>(std::clamp<long long>(s.GetInt(kSec, "SimiliarImagesAlgo"), 0, 2));
         int size = kThumb[std::clamp<long long>(s.GetInt(kSec, "SimilarPicsThumbSizeIndex"), 0, 2)];
-        out += fmt::format(" - {} ({}%) ({}x{})", kPicAlgos[algo], s.Get(kSec, "SimilarPicsMatchPercent"), size, size);
+        out += fmt::format(" - {} ({}%) ({}x{})", kPicAlgos[algo],
+                           s.Get(kSec, "SimilarPicsMatchPercent"), size, size);
         break;
       }
       case kCritSimilarAudio:

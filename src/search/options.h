@@ -32,10 +32,10 @@ inline constexpr int kCriterionCount = 10;
 
 // optSourceFolderCompareMethod.
 enum SourceCompare : int {
-  kSourceAll = 0,        // every file against every file
-  kSourceSameFolder = 1, // only inside the same source folder
-  kSourceAcross = 2,     // only between different source folders
-  kSourceSamePath = 3,   // only the same relative path in different source folders
+  kSourceAll = 0,         // every file against every file
+  kSourceSameFolder = 1,  // only inside the same source folder
+  kSourceAcross = 2,      // only between different source folders
+  kSourceSamePath = 3,    // only the same relative path in different source folders
 };
 
 struct SearchOptions {
@@ -115,12 +115,14 @@ struct SearchOptions {
 };
 
 // Fixed extension lists, "/" at both ends.
-inline constexpr const char* kPicturesDirect = "/bmp/dib/rle/jpg/jpeg/jpe/jfif/gif/emf/wmf/tif/tiff/png/ico/";
+inline constexpr const char* kPicturesDirect =
+    "/bmp/dib/rle/jpg/jpeg/jpe/jfif/gif/emf/wmf/tif/tiff/png/ico/";
 inline constexpr const char* kPicturesPlugin =
     "/3fr/arw/cr2/crw/cut/dcr/dng/erf/hdp/iff/j2c/j2k/jp2/jpx/kdc/mdc/mef/mos/mrw/nef/orf/pbm/pcx/"
     "pef/pgm/ppm/psd/raf/ras/raw/rw2/srw/tga/wbmp/x3f/";
 inline constexpr const char* kSimilarPicsExtensions = "/jpg/jpeg/png/gif/bmp/tif/";
-inline constexpr const char* kSimilarAudioExtensions = "/mp3/flac/m4a/wma/wav/ogg/aac/mp2/m4r/ape/mka/";
+inline constexpr const char* kSimilarAudioExtensions =
+    "/mp3/flac/m4a/wma/wav/ogg/aac/mp2/m4r/ape/mka/";
 
 // Init_Variablen.
 SearchOptions Init_Variablen(const SettingsStore& s, const TextCatalog& texts);

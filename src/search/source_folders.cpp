@@ -73,7 +73,8 @@ std::string NormalizeSourcePath(const std::string& in) {
   return out;
 }
 
-void Folder_Add_to_List(std::vector<SourceFolderRow>& rows, const std::string& path, bool subfolders) {
+void Folder_Add_to_List(std::vector<SourceFolderRow>& rows, const std::string& path,
+                        bool subfolders) {
   std::string p = NormalizeSourcePath(path);
   if (p.empty()) return;
   for (auto& r : rows) {

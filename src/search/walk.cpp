@@ -30,8 +30,8 @@ namespace kelvor {
 namespace {
 
 constexpr std::size_t kMaxOpenDescriptors = 48;
-constexpr unsigned kStatxMask = STATX_TYPE | STATX_MODE | STATX_NLINK | STATX_INO | STATX_SIZE |
-                                STATX_MTIME | STATX_BTIME;
+constexpr unsigned kStatxMask =
+    STATX_TYPE | STATX_MODE | STATX_NLINK | STATX_INO | STATX_SIZE | STATX_MTIME | STATX_BTIME;
 
 }  // namespace
 
@@ -83,7 +83,8 @@ bool DirStack::PushChild(const std::string& name, bool followLink) {
     }
   }
   frames_.push_back(std::move(f));
-  if (frames_.size() > kMaxOpenDescriptors) ReleaseDescriptors(frames_.size() - kMaxOpenDescriptors);
+  if (frames_.size() > kMaxOpenDescriptors)
+    ReleaseDescriptors(frames_.size() - kMaxOpenDescriptors);
   return true;
 }
 
@@ -152,7 +153,8 @@ bool DirStack::Stat(DirEntry& e) {
   int fd = Fd(frames_.size() - 1);
   std::string name(Name(e));
   struct statx sx;
-  if (fd < 0 || ::statx(fd, name.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, kStatxMask, &sx) != 0) {
+  if (fd < 0 ||
+      ::statx(fd, name.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, kStatxMask, &sx) != 0) {
     e.kind = EntryKind::Gone;
     return false;
   }
@@ -181,8 +183,9 @@ bool DirStack::Stat(DirEntry& e) {
   e.kind = EntryKind::File;
   e.size = static_cast<std::int64_t>(sx.stx_size);
   e.mtime = DateFromTimespec(sx.stx_mtime.tv_sec, sx.stx_mtime.tv_nsec);
-  e.btime = (sx.stx_mask & STATX_BTIME) ? DateFromTimespec(sx.stx_btime.tv_sec, sx.stx_btime.tv_nsec)
-                                        : e.mtime;
+  e.btime = (sx.stx_mask & STATX_BTIME)
+                ? DateFromTimespec(sx.stx_btime.tv_sec, sx.stx_btime.tv_nsec)
+                : e.mtime;
   e.identity.dev = makedev(sx.stx_dev_major, sx.stx_dev_minor);
   e.identity.ino = sx.stx_ino;
   e.identity.nlink = sx.stx_nlink;
@@ -217,7 +220,8 @@ bool SearchEngine::EnterFolder(DirStack& stack, DirEntry& e, bool counting) {
   return stack.PushChild(name, e.isLink);
 }
 
-void SearchEngine::Search_GetSourceFolderFileCount(const SourceFolder& src, std::int32_t& folderCount) {
+void SearchEngine::Search_GetSourceFolderFileCount(const SourceFolder& src,
+                                                   std::int32_t& folderCount) {
   DirStack stack;
   if (Stopped() || !stack.PushRoot(src.prefix)) return;
   ++folderCount;
@@ -291,11 +295,13 @@ void SearchEngine::Search_GetFiles(const SourceFolder& src) {
     ++stats_.FilesChecked;
     std::string_view name = stack.Name(e);
     pathBuf_.assign(folder).append("/").append(name);
-    bool excludedByFilter = filters_.Search_CheckFileFilter(static_cast<std::uint64_t>(e.size), name, pathBuf_);
+    bool excludedByFilter =
+        filters_.Search_CheckFileFilter(static_cast<std::uint64_t>(e.size), name, pathBuf_);
     bool excluded = excludedByFilter;
     if (!excluded && (opt_.CriterionSimilarPics || opt_.CriterionSimilarAudio)) {
       std::string ext = "/" + LowerCase(ExtensionOf(name)) + "/";
-      const char* list = opt_.CriterionSimilarPics ? kSimilarPicsExtensions : kSimilarAudioExtensions;
+      const char* list =
+          opt_.CriterionSimilarPics ? kSimilarPicsExtensions : kSimilarAudioExtensions;
       excluded = std::string_view(list).find(ext) == std::string_view::npos || ext == "//";
     }
     if (excluded) {

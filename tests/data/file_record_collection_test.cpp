@@ -95,8 +95,8 @@ TEST(FileRecordCollection, TheHundredAndFirstAddGrowsAndKeepsEveryRecord) {
     ASSERT_EQ(r.HashArray[3], (std::vector<std::uint8_t>{static_cast<std::uint8_t>(i), 2, 3}));
     ASSERT_EQ(r.HashAudioArray.at(0), static_cast<std::uint64_t>(i) << 40);
     ASSERT_EQ(r.PathInsideZip, i % 2 ? "inner/" + std::to_string(i) : "");
-    ASSERT_EQ(c.GetPathWithFileName(i), "/dir" + std::to_string(i % 7) + "/file" +
-                                            std::to_string(i) + ".txt");
+    ASSERT_EQ(c.GetPathWithFileName(i),
+              "/dir" + std::to_string(i % 7) + "/file" + std::to_string(i) + ".txt");
   }
 }
 

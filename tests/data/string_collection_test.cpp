@@ -15,7 +15,9 @@
 namespace kelvor {
 namespace {
 
-std::string fmt_key(int i) { return "key" + std::string(i < 10 ? "0" : "") + std::to_string(i); }
+std::string fmt_key(int i) {
+  return "key" + std::string(i < 10 ? "0" : "") + std::to_string(i);
+}
 
 std::vector<std::string> KeysByPosition(const CStringCollection& c) {
   std::vector<std::string> out;

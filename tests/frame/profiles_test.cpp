@@ -41,16 +41,27 @@ TEST(Profiles, NewSaveListLoadRenameDelete) {
   EXPECT_FALSE(Profil_New(folder, s, prompt, texts));
   EXPECT_EQ(prompt.messages.size(), count);
 
-  // Loading: by default the current source folders stay.
+  // Loading: a profile with folders brings them; one without keeps the
+  // current list unless "ProfileKeineQuellordner" is off.
   SettingsStore current;
   current.Set("Ordnerlist", "V0", "/home");
+  current.SetInt("Allgemein", "Lang", 9);
   std::string error;
   ASSERT_TRUE(Profil_Load(folder, "Bilder", current, texts, &error)) << error;
   EXPECT_EQ(current.GetInt("DupVerz", "ContentCompare"), 0);
-  EXPECT_EQ(current.Get("Ordnerlist", "V0"), "/home");
-  current.SetBool("DupVerz", "ProfileKeineQuellordner", false);
-  ASSERT_TRUE(Profil_Load(folder, "Bilder", current, texts, &error));
   EXPECT_EQ(current.Get("Ordnerlist", "V0"), "/musik");
+  EXPECT_EQ(current.GetInt("Allgemein", "Lang"), 9);
+  SettingsStore noFolders;
+  noFolders.SetInt("DupVerz", "NullByte", 1);
+  prompt.inputs = {std::string("Leer")};
+  ASSERT_EQ(Profil_New(folder, noFolders, prompt, texts), "Leer");
+  ASSERT_TRUE(Profil_Load(folder, "Leer", current, texts, &error));
+  EXPECT_EQ(current.Get("Ordnerlist", "V0"), "/musik");
+  EXPECT_EQ(current.GetInt("DupVerz", "NullByte"), 1);
+  current.SetBool("DupVerz", "ProfileKeineQuellordner", false);
+  ASSERT_TRUE(Profil_Load(folder, "Leer", current, texts, &error));
+  EXPECT_FALSE(current.Has("Ordnerlist", "V0"));
+  std::filesystem::remove(ProfilePath(folder, "Leer"));
   EXPECT_EQ(ProfileWindowTitle("Kelvor", "Bilder"), "Kelvor - Bilder");
   EXPECT_FALSE(Profil_Load(folder, "Fehlt", current, texts, &error));
   EXPECT_EQ(error, "Das Profil 'Fehlt' konnte nicht gefunden werden.");
