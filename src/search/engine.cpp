@@ -321,6 +321,9 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
     Search_GetSourceFolderFileCount(sources_[i], folderCount);
   }
   if (ctx_.run.SearchState.load() > 0 && ctx_.run.SearchState.load() != kStopBar2) {
+    // A stop while counting leaves an empty result, never none or the last
+    // run's.
+    result_ = std::make_unique<ResultModel>(&ctx_.texts);
     EndOfSearch(true);
     return true;
   }
