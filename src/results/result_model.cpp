@@ -1156,9 +1156,15 @@ DupCountFigures ResultModel::ShowDupCount() {
   const std::string sel = FormatNumber(d.DupCountSelected);
   const std::string sizeAll = FormatFileSize(d.FilesizeAll, true, t);
   const std::string sizeSel = FormatFileSize(d.FilesizeSelected, true, t);
-  d.Pane3 = " " + t.Get(txt::T3689, {groups}) + " ";
-  d.Pane4 = " " + t.Get(txt::T3690, {all, sel}) + " ";
-  d.Pane5 = " " + t.Get(txt::T3691, {sizeAll, sizeSel}) + " ";
+  // Padded with one blank on each side, as the status panes show them.
+  auto pad = [](std::string text) {
+    text.insert(text.begin(), ' ');
+    text.push_back(' ');
+    return text;
+  };
+  d.Pane3 = pad(t.Get(txt::T3689, {groups}));
+  d.Pane4 = pad(t.Get(txt::T3690, {all, sel}));
+  d.Pane5 = pad(t.Get(txt::T3691, {sizeAll, sizeSel}));
   return d;
 }
 

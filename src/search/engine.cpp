@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <unordered_map>
 
 #include "frame/formats.h"
 #include "frame/log.h"
@@ -237,42 +238,59 @@ void SearchEngine::Search_ScanArchive(const std::string& /*path*/, int /*type*/)
 }
 
 void SearchEngine::PredictComparisons(DirStack& stack) {
-  // Files of this folder whose key already has a representative will be
-  // compared by content: let the comparer read them (and the representative)
-  // ahead of the cascade.
-  if (!opt_.CriterionContent || opt_.Content.mode == 0) return;
+  // Files of this folder whose key already has a representative, or that
+  // share a key with an earlier file of the folder, will be compared by
+  // content: let the comparer read them (and the representative) ahead of
+  // the cascade. Only files the filters let through are named.
+  if (!opt_.CriterionContent || opt_.Content.mode == 0 || opt_.CriterionHardlink) return;
   if (opt_.IgnoreMP3Tags || opt_.IgnoreExif || opt_.IgnoreFlacMetadata) return;
+  if (opt_.SourceCompareMethod == kSourceSamePath || opt_.SourceCompareMethod == kSourceAcross) return;
   Frame& top = stack.Top();
   FileRecord probe;
   probe.SourceNr = currentSourceNr_;
   const SourceFolder& src = sources_[static_cast<std::size_t>(currentSourceNr_ - 1)];
-  std::string folderRel = top.path.substr(std::min(top.path.size(), src.prefix.size()));
+  probe.Path = top.path.substr(std::min(top.path.size(), src.prefix.size()));
+  std::unordered_map<std::string, std::size_t> firstOfKey;  // key -> entry without a partner yet
+  auto prefetchEntry = [&](std::size_t index) {
+    const DirEntry& e = top.entries[index];
+    std::string_view name = std::string_view(top.names).substr(e.nameOffset, e.nameLength);
+    probe.Name = std::string(BaseNameOf(name));
+    probe.Extension = std::string(ExtensionOf(name));
+    probe.SIZE = probe.SizeKey = e.size;
+    pathBuf_.assign(top.path).append("/").append(name);
+    comparer_->Prefetch(pathBuf_, probe);
+  };
   for (std::size_t i = top.next; i < top.entries.size(); ++i) {
     DirEntry& e = top.entries[i];
     if (e.kind != EntryKind::File || e.size == 0) continue;
     std::string_view name = std::string_view(top.names).substr(e.nameOffset, e.nameLength);
+    pathBuf_.assign(top.path).append("/").append(name);
+    if (filters_.Search_CheckFileFilter(static_cast<std::uint64_t>(e.size), name, pathBuf_)) continue;
     probe.Name = std::string(BaseNameOf(name));
     probe.Extension = std::string(ExtensionOf(name));
     probe.SIZE = probe.SizeKey = e.size;
     probe.DateLastModified = e.mtime;
     probe.DateCreated = e.btime;
     probe.Attributes = e.attributes;
-    probe.Path = folderRel;
     if (opt_.CriterionName) probe.NameKey = NameKey(probe.Name);
-    if (opt_.CriterionHardlink) continue;
     BuildCompareKey(probe, predictKey_);
-    if (opt_.SourceCompareMethod == kSourceSamePath) continue;
     predictKey_ += '1';
     int pos = files_->Find(predictKey_);
-    if (pos == 0) {
-      // Not yet known: the first of its key in this folder becomes the
-      // representative; a second one in the same folder will meet it.
+    if (pos != 0) {
+      if (!files_->HashCreated(pos, 0) && !files_->HaveErrorMessage(pos)) {
+        FileRecord rep = files_->Record(pos);
+        comparer_->Prefetch(FullPath(rep), rep);
+      }
+      prefetchEntry(i);
       continue;
     }
-    FileRecord rep = files_->Record(pos);
-    if (!rep.HashCreated[0] && !rep.HaveErrorMessage) comparer_->Prefetch(FullPath(rep), rep);
-    pathBuf_.assign(top.path).append("/").append(name);
-    comparer_->Prefetch(pathBuf_, probe);
+    auto [it, inserted] = firstOfKey.try_emplace(predictKey_, i);
+    if (inserted) continue;
+    if (it->second != SIZE_MAX) {
+      prefetchEntry(it->second);
+      it->second = SIZE_MAX;
+    }
+    prefetchEntry(i);
   }
 }
 
