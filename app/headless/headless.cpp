@@ -167,6 +167,8 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   const TextCatalog& texts = start.texts;
 
   Logger logger(paths.generalLog, paths.runLog, paths.lastSearchLog);
+  // Old entries leave the general log as the retention setting says.
+  LogfileDEL(settings, logger, texts);
   CommandLine cl = Init_Kommandozeile(items, settings, paths.profileFolder);
   if (!cl.unknown.empty()) {
     for (const auto& u : cl.unknown)
