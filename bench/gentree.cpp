@@ -36,6 +36,8 @@
 
 namespace {
 
+__extension__ typedef unsigned __int128 u128;  // GCC and Clang; for 64x64 products
+
 // ---------------------------------------------------------------- generator
 
 uint64_t SplitMix64(uint64_t& state) {
@@ -69,7 +71,7 @@ class Xoshiro {
   // Uniform in [0, bound) for bound > 0 (Lemire's multiply-shift; the tiny
   // bias of the plain form does not matter here, determinism does).
   uint64_t Below(uint64_t bound) {
-    return static_cast<uint64_t>((static_cast<unsigned __int128>(Next()) * bound) >> 64);
+    return static_cast<uint64_t>((static_cast<u128>(Next()) * bound) >> 64);
   }
 
   // Uniform in [lo, hi).
@@ -118,13 +120,13 @@ void Usage(FILE* to) {
 std::optional<uint64_t> ParseCount(std::string_view text) {
   // Digits, an optional fraction ("2.45G"), an optional unit suffix.
   size_t i = 0;
-  unsigned __int128 whole = 0;
+  u128 whole = 0;
   for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
     whole = whole * 10 + static_cast<unsigned>(text[i] - '0');
     if (whole > UINT64_MAX) return std::nullopt;
   }
   if (i == 0) return std::nullopt;
-  unsigned __int128 frac = 0, frac_div = 1;
+  u128 frac = 0, frac_div = 1;
   if (i < text.size() && text[i] == '.') {
     for (++i; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
       if (frac_div < 1000000000000ULL) {
@@ -162,7 +164,7 @@ std::optional<uint64_t> ParseCount(std::string_view text) {
     }
     for (int p = 0; p < power; ++p) unit *= base;
   }
-  const unsigned __int128 value = whole * unit + frac * unit / frac_div;
+  const u128 value = whole * unit + frac * unit / frac_div;
   if (value > UINT64_MAX) return std::nullopt;
   return static_cast<uint64_t>(value);
 }
@@ -373,7 +375,7 @@ struct Plan {
 uint64_t FinalSize(const Plan& plan, const Entry& e) {
   if (e.kind == Kind::kZero) return 0;
   if (e.raw_size < kScaledFrom) return e.raw_size;
-  const auto scaled = static_cast<unsigned __int128>(e.raw_size) * plan.scale_num / plan.scale_den;
+  const auto scaled = static_cast<u128>(e.raw_size) * plan.scale_num / plan.scale_den;
   return std::max<uint64_t>(kMinSize, static_cast<uint64_t>(scaled));
 }
 
@@ -589,6 +591,16 @@ int main(int argc, char** argv) {
   const Counts c = WriteTree(opt, plan);
   const double seconds =
       std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  if (opt.total_bytes && *opt.total_bytes > 0) {
+    const double off = static_cast<double>(c.bytes) / static_cast<double>(*opt.total_bytes);
+    if (off < 0.9 || off > 1.1) {
+      std::fprintf(stderr,
+                   "kelvor_gentree: wrote %llu bytes for --total-bytes %llu: the files below 4 KiB "
+                   "alone do not fit the target\n",
+                   static_cast<unsigned long long>(c.bytes),
+                   static_cast<unsigned long long>(*opt.total_bytes));
+    }
+  }
   std::printf(
       "files %llu folders %llu bytes %llu copies %llu traps %llu zero %llu links %llu "
       "(seed %llu, %.1f s)\n",

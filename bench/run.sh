@@ -114,6 +114,11 @@ ensure_tree() { # files size-mix total-bytes(or "")
   local tree=$work/trees/$name
   if [[ ! -d $tree || ! -s $tree.summary ]]; then
     rm -rf "$tree" "$tree.partial" "$tree.summary"
+    # Trees of the same parameters from an older generator only take space.
+    local old
+    for old in "$work/trees/${name%-g*}"-g*; do
+      [[ -e $old && $old != "$tree"* ]] && rm -rf "$old"
+    done
     echo "Generating $name ..." >&2
     local args=(--out "$tree.partial" --files "$files" --seed "$seed" --size-mix "$mix")
     [[ -n $bytes ]] && args+=(--total-bytes "$bytes")
@@ -146,6 +151,7 @@ add_cmd() { # id label out dir command...
 
 run_once() { # id  -> sets last_us, last_kb; returns the command's exit code
   local id=$1 tf=$run_dir/$1.time rc
+  rm -f "$tf"
   [[ -n ${DATA[$id]:-} ]] && { rm -rf "${DATA[$id]}"; mkdir -p "${DATA[$id]}"; }
   local t0=${EPOCHREALTIME/./}
   if [[ -n $gnu_time ]]; then

@@ -217,9 +217,12 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
   const std::size_t keyLength = key.size();
 
   int suffix = (contentOn || method == kSourceAcross) ? 1 : 0;
-  // Checksums alone decide when no tag rule and no hard-link rule applies.
-  const bool checksumFastPath = contentOn && opt_.Content.mode > 0 && !isMP3 && !isJPG && !isFLAC &&
-                                !opt_.DontCompareHardlinks;
+  // Checksums alone decide when no tag rule and no hard-link rule applies;
+  // then the representatives of a key are found by their checksums instead
+  // of one comparison after another.
+  const bool chains = contentOn && opt_.Content.mode > 0 && !isMP3 && !isJPG && !isFLAC &&
+                      !opt_.DontCompareHardlinks &&
+                      (method == kSourceAll || method == kSourceSameFolder);
   FileRecord found;
   bool newGroupMade = false;
   for (;;) {
@@ -228,22 +231,30 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
     bool dup = false;
     if (contentOn) {
       std::int32_t foundNode = 0;
-      if (files_->Add(key, rec, nullptr, &foundNode) != 0) return;
-      if (checksumFastPath && rec.HashCreated[0] && files_->HashCreated(foundNode, 0) &&
-          (method == kSourceAll || method == kSourceSameFolder)) {
-        // Both checksums exist: compare them here without copying the
-        // representative out of the collection.
-        if (files_->HaveErrorMessage(foundNode)) {
-          dup = false;
-        } else {
-          ++comparer_->CompareCount;
-          dup = files_->Hash(foundNode) == rec.Hash;
+      if (files_->Add(key, rec, nullptr, &foundNode) != 0) {
+        if (chains) NoteRepresentative(std::string_view(key).substr(0, keyLength), rec);
+        return;
+      }
+      const std::string_view base = std::string_view(key).substr(0, keyLength);
+      RepChain* chain = chains ? &ChainOf(base, foundNode) : nullptr;
+      if (chain && rec.HashCreated[0] && chain->unhashed == 0) {
+        // Every representative of this key has its checksum in the index,
+        // and they all differ: the one with the new file's checksum is the
+        // one the walk along the chain would stop at.
+        auto hit = hashIndex_.find(HashIndexKey(base, rec.Hash));
+        const int target = hit != hashIndex_.end() ? hit->second : chain->reps + 1;
+        comparer_->CompareCount += std::min(target, chain->reps) - suffix + 1;
+        stats_.CompareCount = comparer_->CompareCount;
+        suffix = target;
+        key.resize(keyLength);
+        fmt::format_to(std::back_inserter(key), "{}", suffix);
+        if (hit == hashIndex_.end()) {
+          if (files_->Add(key, rec, nullptr, &foundNode) != 0) NoteRepresentative(base, rec);
+          return;
         }
-        if (!dup) {
-          ++suffix;
-          continue;
-        }
+        foundNode = files_->Find(key);
         found = files_->Record(foundNode);
+        dup = true;
       } else {
         found = files_->Record(foundNode);
         if (method == kSourceAcross && found.SourceNr == currentSourceNr_) {
@@ -252,12 +263,17 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
                    !(found.SourceNr != currentSourceNr_ && found.Path == rec.Path)) {
           dup = false;
         } else {
+          const bool hadHash = found.HashCreated[0];
           std::string foundPath = FullPath(found);
           dup = comparer_->Search_CompareContent(rec, fullPath, found, foundPath, isMP3, isJPG,
                                                  isFLAC) == kContentEqual;
           stats_.CompareCount = comparer_->CompareCount;
           stats_.ChecksumCount = comparer_->ChecksumCount;
           files_->SetRecord(found.RecordNumber, found);
+          if (chain && !hadHash && found.HashCreated[0]) {
+            --chain->unhashed;
+            hashIndex_.try_emplace(HashIndexKey(base, found.Hash), suffix);
+          }
           if (rec.HaveErrorMessage) return;  // the new file failed: out of the run
         }
       }
@@ -359,6 +375,40 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
     newGroupMade = false;
     if (!contentOn || suffix == 0) return;
     ++suffix;
+  }
+}
+
+std::string SearchEngine::HashIndexKey(std::string_view base, std::string_view hash) {
+  std::string k;
+  k.reserve(base.size() + 1 + hash.size());
+  k.append(base).append(1, '\0').append(hash);
+  return k;
+}
+
+SearchEngine::RepChain& SearchEngine::ChainOf(std::string_view base, std::int32_t firstNode) {
+  auto [it, inserted] = chains_.try_emplace(std::string(base));
+  if (inserted) {
+    // A key's chain is made when its second file arrives: only the first
+    // representative exists then.
+    it->second.reps = 1;
+    if (files_->HashCreated(firstNode, 0)) {
+      hashIndex_.try_emplace(HashIndexKey(base, files_->Hash(firstNode)), 1);
+    } else {
+      it->second.unhashed = 1;
+    }
+  }
+  return it->second;
+}
+
+void SearchEngine::NoteRepresentative(std::string_view base, const FileRecord& rec) {
+  auto it = chains_.find(std::string(base));
+  if (it == chains_.end()) return;  // the first of its key
+  RepChain& c = it->second;
+  ++c.reps;
+  if (rec.HashCreated[0]) {
+    hashIndex_.try_emplace(HashIndexKey(base, rec.Hash), c.reps);
+  } else {
+    ++c.unhashed;
   }
 }
 

@@ -244,7 +244,8 @@ void SearchEngine::PredictComparisons(DirStack& stack) {
   // the cascade. Only files the filters let through are named.
   if (!opt_.CriterionContent || opt_.Content.mode == 0 || opt_.CriterionHardlink) return;
   if (opt_.IgnoreMP3Tags || opt_.IgnoreExif || opt_.IgnoreFlacMetadata) return;
-  if (opt_.SourceCompareMethod == kSourceSamePath || opt_.SourceCompareMethod == kSourceAcross) return;
+  if (opt_.SourceCompareMethod == kSourceSamePath || opt_.SourceCompareMethod == kSourceAcross)
+    return;
   Frame& top = stack.Top();
   FileRecord probe;
   probe.SourceNr = currentSourceNr_;
@@ -265,7 +266,8 @@ void SearchEngine::PredictComparisons(DirStack& stack) {
     if (e.kind != EntryKind::File || e.size == 0) continue;
     std::string_view name = std::string_view(top.names).substr(e.nameOffset, e.nameLength);
     pathBuf_.assign(top.path).append("/").append(name);
-    if (filters_.Search_CheckFileFilter(static_cast<std::uint64_t>(e.size), name, pathBuf_)) continue;
+    if (filters_.Search_CheckFileFilter(static_cast<std::uint64_t>(e.size), name, pathBuf_))
+      continue;
     probe.Name = std::string(BaseNameOf(name));
     probe.Extension = std::string(ExtensionOf(name));
     probe.SIZE = probe.SizeKey = e.size;
@@ -356,6 +358,8 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
   p.SetLabel(Label::StatusBar, "");
 
   files_ = std::make_unique<CStringCollection2>();
+  chains_.clear();
+  hashIndex_.clear();
   result_ = std::make_unique<ResultModel>(&ctx_.texts);
   ResultOptions ro;
   ro.GroupTitleMode = opt_.GroupTitleMode;
@@ -456,6 +460,8 @@ void SearchEngine::EndOfSearch(bool skippedCompare) {
     ShowStep(kStepDeleteList);
     files_.reset();
     comparer_.reset();
+    chains_.clear();
+    hashIndex_.clear();
     p.SetLabel(Label::StatusBar, "");
 
     if (opt_.RemoveGroupsNotInAllSources) {

@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "compare/content.h"
@@ -147,6 +148,16 @@ class SearchEngine {
   int AddToGroup(FileRecord& found, int foundPos);
   void AddFileRow(const FileRecord& r, int groupNumber);
 
+  // The representatives of one compare key in a checksum search: how many
+  // there are, and how many still lack a checksum.
+  struct RepChain {
+    int reps = 0;
+    int unhashed = 0;
+  };
+  static std::string HashIndexKey(std::string_view base, std::string_view hash);
+  RepChain& ChainOf(std::string_view base, std::int32_t firstNode);
+  void NoteRepresentative(std::string_view base, const FileRecord& rec);
+
   // Pacing.
   void Pace(std::string_view folder);
   void Search_ShowProgress();
@@ -182,7 +193,9 @@ class SearchEngine {
   std::string keyBuf_;   // reused for every compare key
   std::string pathBuf_;  // reused for every file's full path
   std::string predictKey_;
-  std::int64_t memoryLimit_ = 1650000000;  // resident bytes that end a very large search
+  std::unordered_map<std::string, RepChain> chains_;  // keys that met a second file
+  std::unordered_map<std::string, int> hashIndex_;    // key + checksum -> suffix
+  std::int64_t memoryLimit_ = 1650000000;             // resident bytes that end a very large search
 };
 
 }  // namespace kelvor

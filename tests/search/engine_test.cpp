@@ -298,6 +298,35 @@ TEST_F(EngineTest, ContentBySha1AndSideBySide) {
   EXPECT_NE(RunLog().find("Dateivergleiche: "), std::string::npos);
 }
 
+// Many files of one size with several contents, spread over folders so that
+// every key gets a long chain of representatives: checksums and byte by byte
+// must find exactly the content classes, with the same number of compares.
+TEST_F(EngineTest, LongChainsOfOneSize) {
+  Groups expected;
+  for (int content = 0; content < 7; ++content) {
+    std::string body(2048, static_cast<char>('a' + content));
+    body[content * 100] = '#';  // differ somewhere inside, not only at the ends
+    Group g;
+    for (int copy = 0; copy <= content % 3; ++copy) {
+      std::string rel = "f" + std::to_string((content * 5 + copy * 3) % 4) + "/c" +
+                        std::to_string(content) + "_" + std::to_string(copy) + ".bin";
+      W(rel, body);
+      g.insert(rel);
+    }
+    if (g.size() > 1) expected.insert(g);
+  }
+  Criteria({3});
+  std::int64_t compares[2] = {0, 0};
+  int i = 0;
+  for (const char* mode : {"2", "0"}) {
+    SCOPED_TRACE(mode);
+    Set("ContentCompare", mode);
+    EXPECT_EQ(Run(), expected);
+    compares[i++] = engine_->Stats().CompareCount;
+  }
+  EXPECT_EQ(compares[0], compares[1]);
+}
+
 TEST_F(EngineTest, SourceFolderCompareModes) {
   const std::string x(100, 'x'), y(100, 'y');
   W("s1/same.txt", x);
