@@ -4,7 +4,11 @@
 
 #include <fmt/format.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cmath>
+#include <optional>
 
 #include "compare/audio_tags.h"
 #include "compare/exif.h"
@@ -220,6 +224,11 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
   // Checksums alone decide when no tag rule and no hard-link rule applies;
   // then the representatives of a key are found by their checksums instead
   // of one comparison after another.
+  // Byte-by-byte comparison of whole files: a sample of each file's first
+  // and last bytes, read once, tells most different files apart at once.
+  const bool samples = contentOn && opt_.Content.mode == 0 && opt_.Content.percent >= 100 &&
+                       !isMP3 && !isJPG && !isFLAC;
+  std::optional<std::uint64_t> recSample;
   const bool chains = contentOn && opt_.Content.mode > 0 && !isMP3 && !isJPG && !isFLAC &&
                       !opt_.DontCompareHardlinks &&
                       (method == kSourceAll || method == kSourceSameFolder);
@@ -265,8 +274,15 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
         } else {
           const bool hadHash = found.HashCreated[0];
           std::string foundPath = FullPath(found);
-          dup = comparer_->Search_CompareContent(rec, fullPath, found, foundPath, isMP3, isJPG,
-                                                 isFLAC) == kContentEqual;
+          if (samples && SamplesDiffer(rec, fullPath, &recSample, found, foundPath)) {
+            // Their first or last bytes differ: the files are different
+            // without reading them side by side.
+            ++comparer_->CompareCount;
+            dup = false;
+          } else {
+            dup = comparer_->Search_CompareContent(rec, fullPath, found, foundPath, isMP3, isJPG,
+                                                   isFLAC) == kContentEqual;
+          }
           stats_.CompareCount = comparer_->CompareCount;
           stats_.ChecksumCount = comparer_->ChecksumCount;
           files_->SetRecord(found.RecordNumber, found);
@@ -376,6 +392,51 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
     if (!contentOn || suffix == 0) return;
     ++suffix;
   }
+}
+
+namespace {
+
+// A fingerprint of a file's first and last 4 KiB; false when it cannot be
+// read (the comparison then reports the problem itself).
+bool ReadSample(const std::string& path, std::int64_t size, std::uint64_t* out) {
+  constexpr std::int64_t kSampleBytes = 4096;
+  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  char buf[2 * kSampleBytes];
+  const std::int64_t head = std::min(size, kSampleBytes);
+  const std::int64_t tailStart = std::max(head, size - kSampleBytes);
+  const std::int64_t tail = size - tailStart;
+  bool ok =
+      ::pread(fd, buf, static_cast<std::size_t>(head), 0) == head &&
+      (tail == 0 || ::pread(fd, buf + head, static_cast<std::size_t>(tail), tailStart) == tail);
+  ::close(fd);
+  if (!ok) return false;
+  std::uint64_t h = 1469598103934665603ULL ^ static_cast<std::uint64_t>(size);
+  for (std::int64_t i = 0; i < head + tail; ++i) {
+    h ^= static_cast<unsigned char>(buf[i]);
+    h *= 1099511628211ULL;
+  }
+  *out = h;
+  return true;
+}
+
+}  // namespace
+
+bool SearchEngine::SamplesDiffer(const FileRecord& rec, const std::string& recPath,
+                                 std::optional<std::uint64_t>* recSample, const FileRecord& found,
+                                 const std::string& foundPath) {
+  if (!recSample->has_value()) {
+    std::uint64_t v;
+    if (!ReadSample(recPath, rec.SIZE, &v)) return false;
+    *recSample = v;
+  }
+  auto it = samples_.find(found.RecordNumber);
+  if (it == samples_.end()) {
+    std::uint64_t v;
+    if (!ReadSample(foundPath, found.SIZE, &v)) return false;
+    it = samples_.emplace(found.RecordNumber, v).first;
+  }
+  return it->second != **recSample;
 }
 
 std::string SearchEngine::HashIndexKey(std::string_view base, std::string_view hash) {

@@ -360,6 +360,7 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
   files_ = std::make_unique<CStringCollection2>();
   chains_.clear();
   hashIndex_.clear();
+  samples_.clear();
   result_ = std::make_unique<ResultModel>(&ctx_.texts);
   ResultOptions ro;
   ro.GroupTitleMode = opt_.GroupTitleMode;
@@ -462,6 +463,7 @@ void SearchEngine::EndOfSearch(bool skippedCompare) {
     comparer_.reset();
     chains_.clear();
     hashIndex_.clear();
+    samples_.clear();
     p.SetLabel(Label::StatusBar, "");
 
     if (opt_.RemoveGroupsNotInAllSources) {

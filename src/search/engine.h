@@ -15,6 +15,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -154,6 +155,9 @@ class SearchEngine {
     int reps = 0;
     int unhashed = 0;
   };
+  bool SamplesDiffer(const FileRecord& rec, const std::string& recPath,
+                     std::optional<std::uint64_t>* recSample, const FileRecord& found,
+                     const std::string& foundPath);
   static std::string HashIndexKey(std::string_view base, std::string_view hash);
   RepChain& ChainOf(std::string_view base, std::int32_t firstNode);
   void NoteRepresentative(std::string_view base, const FileRecord& rec);
@@ -193,9 +197,10 @@ class SearchEngine {
   std::string keyBuf_;   // reused for every compare key
   std::string pathBuf_;  // reused for every file's full path
   std::string predictKey_;
-  std::unordered_map<std::string, RepChain> chains_;  // keys that met a second file
-  std::unordered_map<std::string, int> hashIndex_;    // key + checksum -> suffix
-  std::int64_t memoryLimit_ = 1650000000;             // resident bytes that end a very large search
+  std::unordered_map<std::string, RepChain> chains_;         // keys that met a second file
+  std::unordered_map<std::string, int> hashIndex_;           // key + checksum -> suffix
+  std::unordered_map<std::int32_t, std::uint64_t> samples_;  // record -> first/last bytes
+  std::int64_t memoryLimit_ = 1650000000;  // resident bytes that end a very large search
 };
 
 }  // namespace kelvor

@@ -315,6 +315,13 @@ TEST_F(EngineTest, LongChainsOfOneSize) {
     }
     if (g.size() > 1) expected.insert(g);
   }
+  // Larger files that differ only in the middle, far from both ends.
+  std::string big(20000, 'm');
+  W("f0/mid_a.bin", big);
+  W("f2/mid_b.bin", big);
+  big[10000] = 'X';
+  W("f1/mid_c.bin", big);
+  expected.insert(Group{"f0/mid_a.bin", "f2/mid_b.bin"});
   Criteria({3});
   std::int64_t compares[2] = {0, 0};
   int i = 0;
