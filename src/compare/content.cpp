@@ -375,8 +375,10 @@ class Prefetcher {
     for (;;) {
       cvWork_.wait(lock, [&] { return quit_ || !queue_.empty(); });
       if (quit_) return;
-      std::string path = std::move(queue_.front());
-      queue_.pop_front();
+      // The cascade takes jobs back from the front as it reaches them; the
+      // helper works from the back, so that the two rarely meet on one file.
+      std::string path = std::move(queue_.back());
+      queue_.pop_back();
       auto it = jobs_.find(path);
       it->second.state = State::Running;
       const HashRange range = it->second.range;
