@@ -174,13 +174,25 @@ void SearchEngine::BuildCompareKey(const FileRecord& rec, std::string& key) cons
 void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view name,
                                     std::int64_t size, double dateChanged, double dateCreated,
                                     std::int32_t attributes, const StatIdentity* identity) {
-  FileRecord rec;
+  // One record serves every file: its strings keep their buffers, so that
+  // the walk makes no allocation per file.
+  FileRecord& rec = recBuf_;
+  {
+    std::string path = std::move(rec.Path), base = std::move(rec.Name),
+                ext = std::move(rec.Extension), nameKey = std::move(rec.NameKey);
+    rec = FileRecord{};
+    const SourceFolder& src = sources_[static_cast<std::size_t>(currentSourceNr_ - 1)];
+    path.assign(folder.substr(std::min(folder.size(), src.prefix.size())));
+    base.assign(BaseNameOf(name));
+    ext.assign(ExtensionOf(name));
+    nameKey.clear();
+    rec.Path = std::move(path);
+    rec.Name = std::move(base);
+    rec.Extension = std::move(ext);
+    rec.NameKey = std::move(nameKey);
+  }
   rec.SourceNr = currentSourceNr_;
   rec.GroupID = -1;
-  const SourceFolder& src = sources_[static_cast<std::size_t>(currentSourceNr_ - 1)];
-  rec.Path = std::string(folder.substr(std::min(folder.size(), src.prefix.size())));
-  rec.Name = std::string(BaseNameOf(name));
-  rec.Extension = std::string(ExtensionOf(name));
   rec.SIZE = size;
   rec.Attributes = attributes;
   rec.DateCreated = dateCreated;

@@ -194,6 +194,7 @@ class SearchEngine {
   double elapsedSeconds_ = 0;
   int lastPercent_ = -1;
   std::string closingMessage_;
+  FileRecord recBuf_;    // reused for every file's record
   std::string keyBuf_;   // reused for every compare key
   std::string pathBuf_;  // reused for every file's full path
   std::string predictKey_;
