@@ -233,14 +233,14 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
   const std::size_t keyLength = key.size();
 
   int suffix = (contentOn || method == kSourceAcross) ? 1 : 0;
-  // Checksums alone decide when no tag rule and no hard-link rule applies;
-  // then the representatives of a key are found by their checksums instead
-  // of one comparison after another.
   // Byte-by-byte comparison of whole files: a sample of each file's first
   // and last bytes, read once, tells most different files apart at once.
   const bool samples = contentOn && opt_.Content.mode == 0 && opt_.Content.percent >= 100 &&
                        !isMP3 && !isJPG && !isFLAC;
   std::optional<std::uint64_t> recSample;
+  // Checksums alone decide when no tag rule and no hard-link rule applies;
+  // then the representatives of a key are found by their checksums instead
+  // of one comparison after another.
   const bool chains = contentOn && opt_.Content.mode > 0 && !isMP3 && !isJPG && !isFLAC &&
                       !opt_.DontCompareHardlinks &&
                       (method == kSourceAll || method == kSourceSameFolder);
