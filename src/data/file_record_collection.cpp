@@ -385,17 +385,7 @@ std::int32_t CStringCollection2::Remove(std::int32_t index) {
   const std::int32_t z = PositionIndexAt(index);
   if (z == 0) return 0;
 
-  const std::int32_t y = (L(z) != 0 && R(z) != 0) ? rb::Minimum(*this, R(z)) : z;
-  const std::int32_t x = L(y) != 0 ? L(y) : R(y);
-  const std::int32_t py = P(y);
-  P(x) = py;
-  if (py == 0) {
-    Root_ = x;
-  } else if (y == L(py)) {
-    L(py) = x;
-  } else {
-    R(py) = x;
-  }
+  const auto [y, x] = rb::Unlink(*this, z);
 
   if (y != z) {
     // The successor's key and whole record move into z's node.

@@ -151,4 +151,27 @@ std::int32_t Minimum(T& t, std::int32_t n) {
   return n;
 }
 
+// The first half of a removal: y is the node that leaves the tree (z itself,
+// or z's successor when z has two children), x is the child that takes y's
+// place (0 for none; the nil slot then carries y's parent for DeleteFixup).
+struct Unlinked {
+  std::int32_t y;
+  std::int32_t x;
+};
+template <class T>
+Unlinked Unlink(T& t, std::int32_t z) {
+  const std::int32_t y = (t.L(z) != 0 && t.R(z) != 0) ? Minimum(t, t.R(z)) : z;
+  const std::int32_t x = t.L(y) != 0 ? t.L(y) : t.R(y);
+  const std::int32_t py = t.P(y);
+  t.P(x) = py;
+  if (py == 0) {
+    t.RootRef() = x;
+  } else if (y == t.L(py)) {
+    t.L(py) = x;
+  } else {
+    t.R(py) = x;
+  }
+  return {y, x};
+}
+
 }  // namespace kelvor::rb
