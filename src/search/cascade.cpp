@@ -238,12 +238,16 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
   const bool samples = contentOn && opt_.Content.mode == 0 && opt_.Content.percent >= 100 &&
                        !isMP3 && !isJPG && !isFLAC;
   std::optional<std::uint64_t> recSample;
-  // Checksums alone decide when no tag rule and no hard-link rule applies;
-  // then the representatives of a key are found by their checksums instead
-  // of one comparison after another.
-  const bool chains = contentOn && opt_.Content.mode > 0 && !isMP3 && !isJPG && !isFLAC &&
-                      !opt_.DontCompareHardlinks &&
+  // In a checksum search every key's representatives are counted and their
+  // checksums indexed, whatever kind of file made them. A file that no tag
+  // rule cuts compares its whole bytes with each representative's cached
+  // checksum, so the index finds the one the walk along the chain would stop
+  // at. A file under a tag rule may be hashed with or without its cuts
+  // depending on its partner, so it walks the chain; it must still be counted
+  // and indexed, or the chain would hide the suffixes it takes.
+  const bool chains = contentOn && opt_.Content.mode > 0 && !opt_.DontCompareHardlinks &&
                       (method == kSourceAll || method == kSourceSameFolder);
+  const bool byIndex = chains && !isMP3 && !isJPG && !isFLAC;
   FileRecord found;
   bool newGroupMade = false;
   for (;;) {
@@ -258,7 +262,7 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
       }
       const std::string_view base = std::string_view(key).substr(0, keyLength);
       RepChain* chain = chains ? &ChainOf(base, foundNode) : nullptr;
-      if (chain && rec.HashCreated[0] && chain->unhashed == 0) {
+      if (byIndex && rec.HashCreated[0] && chain->unhashed == 0) {
         // Every representative of this key has its checksum in the index,
         // and they all differ: the one with the new file's checksum is the
         // one the walk along the chain would stop at.
