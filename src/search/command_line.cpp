@@ -5,6 +5,7 @@
 
 #include <cctype>
 
+#include "frame/profiles.h"
 #include "frame/settings_store.h"
 #include "search/options.h"
 
@@ -113,17 +114,24 @@ void ApplyCommandLineFolders(const CommandLine& cl, std::vector<SourceFolderRow>
   for (const auto& f : cl.folders) {
     std::string p = NormalizeSourcePath(f);
     struct stat st;
-    if (::stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
-      Folder_Add_to_List(rows, p);
-    } else {
-      // This procedure says nothing about a folder that does not exist; the
-      // row stays checked so that the start check names it (text 3681).
-      SourceFolderRow r;
-      r.path = p;
-      r.checked = true;
-      rows.push_back(r);
-    }
+    // A folder that does not exist is left out without a word: the search
+    // goes on with the others, and with none the start check says so.
+    if (::stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) Folder_Add_to_List(rows, p);
   }
+}
+
+std::vector<SourceFolderRow> ApplyCommandLine(const CommandLine& cl, SettingsStore& settings,
+                                              const std::filesystem::path& profileFolder,
+                                              const TextCatalog& texts, std::string* error) {
+  std::vector<SourceFolderRow> rows = LoadSourceFolders(settings);
+  ApplyCommandLineFolders(cl, rows);
+  if (cl.profileName.empty()) return rows;
+  // The profile comes last and is read into the setup as it stands now, with
+  // the command line's folders in its list: a profile with folders of its
+  // own replaces them, one without keeps them (Profil_Load).
+  StoreSourceFolders(settings, rows);
+  Profil_Load(profileFolder, cl.profileName, settings, texts, error);
+  return LoadSourceFolders(settings);
 }
 
 }  // namespace kelvor
