@@ -97,6 +97,8 @@ CommandLine Init_Kommandozeile(const std::vector<std::string>& items, SettingsSt
       }
     } else if (v == "-n") {
       cl.flagN = true;
+    } else if (v == "-RESTART") {
+      // The start-up's switch (it waits for the instance before); nothing here.
     } else if (v.size() >= 2 && v.front() == '"' && v.back() == '"') {
       cl.folders.push_back(Absolute(std::string(v.substr(1, v.size() - 2))));
     } else if (!v.empty() && v[0] != '-') {

@@ -293,6 +293,10 @@ TEST(InitKommandozeile, ItemsShapeTheSetup) {
 
   // Items are taken whole: a letter item with anything but a number behind
   // it is no item of the list.
+  // "-RESTART" beside other items belongs to the start-up and is no error.
+  cl = Init_Kommandozeile({"-RESTART", "-s2", folder}, s, profiles);
+  EXPECT_TRUE(cl.unknown.empty());
+  EXPECT_EQ(cl.folders, std::vector<std::string>{folder});
   cl = Init_Kommandozeile({"-cx", "-sab", "-s2x", "-n1", "-hq", "-p"}, s, profiles);
   EXPECT_EQ(cl.unknown, (std::vector<std::string>{"-cx", "-sab", "-s2x", "-n1", "-hq", "-p"}));
 
