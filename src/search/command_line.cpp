@@ -58,7 +58,9 @@ CommandLine Init_Kommandozeile(const std::vector<std::string>& items, SettingsSt
   cl.empty = false;
   for (const std::string& item : items) {
     std::string_view v(item);
-    if (v == "-sa") {
+    // Items are told apart by their first characters, in the order of the
+    // list: "-sab" is "-sa", and "-cx" switches content on with no method.
+    if (v.substr(0, 3) == "-sa") {
       AllCriteriaOff(s);
       On(s, kCritSimilarAudio);
     } else if (v.size() >= 3 && v.substr(0, 2) == "-s" && AllDigits(v.substr(2))) {
@@ -67,22 +69,22 @@ CommandLine Init_Kommandozeile(const std::vector<std::string>& items, SettingsSt
         int index = d - '0';
         if (index >= 0 && index < kCriterionCount) On(s, index);
       }
-    } else if (v.substr(0, 2) == "-c" && (v.size() == 2 || AllDigits(v.substr(2)))) {
+    } else if (v.substr(0, 2) == "-c") {
       On(s, kCritContent);
       NumericRest(s, v, "ContentCompare");
-    } else if (v.substr(0, 2) == "-h" && (v.size() == 2 || AllDigits(v.substr(2)))) {
+    } else if (v.substr(0, 2) == "-h") {
       On(s, kCritSimilarPics);
       NumericRest(s, v, "SimiliarImagesAlgo");
-    } else if (v.substr(0, 2) == "-m" && (v.size() == 2 || AllDigits(v.substr(2)))) {
+    } else if (v.substr(0, 2) == "-m") {
       NumericRest(
           s, v, IsOn(s, kCritSimilarPics) ? "SimilarPicsMatchPercent" : "SimilarAudioMatchPercent");
-    } else if (v.substr(0, 2) == "-l" && (v.size() == 2 || AllDigits(v.substr(2)))) {
+    } else if (v.substr(0, 2) == "-l") {
       On(s, kCritSimilarAudio);
       NumericRest(s, v, "SimilarAudioSeconds");
-    } else if (v.substr(0, 2) == "-a" && (v.size() == 2 || AllDigits(v.substr(2)))) {
+    } else if (v.substr(0, 2) == "-a") {
       On(s, kCritSimilarAudio);
       NumericRest(s, v, "SimilarAudioAlgo");
-    } else if (v.substr(0, 2) == "-d" && (v.size() == 2 || AllDigits(v.substr(2)))) {
+    } else if (v.substr(0, 2) == "-d") {
       On(s, kCritSimilarPics);
       NumericRest(s, v, "SimilarPicsThumbSizeIndex");
     } else if (v.substr(0, 3) == "-p:") {
@@ -95,7 +97,7 @@ CommandLine Init_Kommandozeile(const std::vector<std::string>& items, SettingsSt
         cl.profileName = name;
         cl.profilePath = p;
       }
-    } else if (v == "-n") {
+    } else if (v.substr(0, 2) == "-n") {
       cl.flagN = true;
     } else if (v == "-RESTART") {
       // The start-up's switch (it waits for the instance before); nothing here.

@@ -291,14 +291,25 @@ TEST(InitKommandozeile, ItemsShapeTheSetup) {
   cl = Init_Kommandozeile({"-x", "-sx", "-s"}, s, profiles);
   EXPECT_EQ(cl.unknown, (std::vector<std::string>{"-x", "-sx", "-s"}));
 
-  // Items are taken whole: a letter item with anything but a number behind
-  // it is no item of the list.
   // "-RESTART" beside other items belongs to the start-up and is no error.
   cl = Init_Kommandozeile({"-RESTART", "-s2", folder}, s, profiles);
   EXPECT_TRUE(cl.unknown.empty());
   EXPECT_EQ(cl.folders, std::vector<std::string>{folder});
-  cl = Init_Kommandozeile({"-cx", "-sab", "-s2x", "-n1", "-hq", "-p"}, s, profiles);
-  EXPECT_EQ(cl.unknown, (std::vector<std::string>{"-cx", "-sab", "-s2x", "-n1", "-hq", "-p"}));
+
+  // Items are told apart by their first characters: "-sab" is "-sa", "-cx"
+  // switches content on and leaves the method, "-n1" is "-n". "-s2x" has no
+  // numeric rest and "-p" no name, so they are no item of the list.
+  s.Set(kSec, "ContentCompare", "4");
+  cl = Init_Kommandozeile({"-s2", "-cx", "-n1", "-s2x", "-p"}, s, profiles);
+  EXPECT_EQ(On(s), (std::vector<int>{2, 3}));
+  EXPECT_EQ(s.Get(kSec, "ContentCompare"), "4");
+  EXPECT_TRUE(cl.flagN);
+  EXPECT_EQ(cl.unknown, (std::vector<std::string>{"-s2x", "-p"}));
+  cl = Init_Kommandozeile({"-sab"}, s, profiles);
+  EXPECT_EQ(On(s), std::vector<int>{9});
+  cl = Init_Kommandozeile({"-s0", "-hq"}, s, profiles);
+  EXPECT_EQ(On(s), std::vector<int>{8});  // similar pictures rule out names
+  EXPECT_TRUE(cl.unknown.empty());
 
   // Folders: the rows lose their marks, existing folders come in checked, a
   // missing one is left out without a word.
