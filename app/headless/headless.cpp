@@ -12,7 +12,6 @@
 #include <optional>
 
 #include "frame/log.h"
-#include "frame/profiles.h"
 #include "frame/run_state.h"
 #include "frame/settings_store.h"
 #include "frame/sinks.h"
@@ -105,16 +104,19 @@ Items (as on Kelvor's own command line):
   -sDIGITS          search criteria, one digit each, all others off:
                       0 name, 1 extension, 2 size, 3 content, 4 change date,
                       5 creation date, 6 attributes, 7 hard links,
-                      8 similar pictures, 9 similar music
+                      8 similar pictures, 9 similar music (8 and 9 are
+                      not available yet: such a search is refused)
   -sa               similar music only
   -c[N]             content; N = 0 byte by byte, 1 MD5, 2 SHA-1 (default),
                     3 SHA-256, 4 SHA-384, 5 SHA-512
   -h[N] -d[N]       similar pictures (algorithm, thumbnail size index)
   -m[N]             match percent of similar pictures or music
   -l[N] -a[N]       similar music (seconds, algorithm)
-  -p:"NAME"         load the search profile NAME first
+  -p:"NAME"         load the search profile NAME after the items; a profile
+                    with source folders of its own searches those
   -n                (kept for compatibility)
-  FOLDER            a source folder; "FOLDER" in quotes also works
+  FOLDER            a source folder; "FOLDER" in quotes also works; a folder
+                    that does not exist is skipped
 
 Exit codes: 0 done, 1 bad command line or rejected setup, 3 stopped.
 )";
@@ -175,14 +177,10 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
       err << "kelvor: unknown item '" << u << "' (see kelvor --help)\n";
     return kExitRejected;
   }
-  std::vector<SourceFolderRow> rows = LoadSourceFolders(settings);
-  ApplyCommandLineFolders(cl, rows);
-  if (!cl.profileName.empty()) {
-    std::string error;
-    if (!Profil_Load(paths.profileFolder, cl.profileName, settings, texts, &error) &&
-        !error.empty())
-      err << error << '\n';
-  }
+  std::string profileError;
+  std::vector<SourceFolderRow> rows =
+      ApplyCommandLine(cl, settings, paths.profileFolder, texts, &profileError);
+  if (!profileError.empty()) err << profileError << '\n';
 
   std::string rejected = StartSearchForDups(settings, rows, texts);
   if (!rejected.empty()) {

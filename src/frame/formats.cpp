@@ -89,9 +89,10 @@ Tok TokenAt(std::string_view mask, std::size_t i, std::size_t* len) {
   };
   static const Entry kTokens[] = {
       {"yyyy", Tok::Y4}, {"AM/PM", Tok::AmPm}, {"am/pm", Tok::AmPm}, {"yy", Tok::Y2},
-      {"MM", Tok::M2},   {"dd", Tok::D2},      {"hh", Tok::H2},      {"HH", Tok::H2},
-      {"nn", Tok::N2},   {"ss", Tok::S2},      {"M", Tok::M1},       {"d", Tok::D1},
-      {"h", Tok::H1},    {"H", Tok::H1},       {"n", Tok::N1},       {"s", Tok::S1},
+      {"MM", Tok::M2},   {"mm", Tok::M2},      {"dd", Tok::D2},      {"hh", Tok::H2},
+      {"HH", Tok::H2},   {"nn", Tok::N2},      {"ss", Tok::S2},      {"M", Tok::M1},
+      {"m", Tok::M1},    {"d", Tok::D1},       {"h", Tok::H1},       {"H", Tok::H1},
+      {"n", Tok::N1},    {"s", Tok::S1},
   };
   for (const auto& e : kTokens) {
     if (StartsWith(mask, i, e.text)) {
@@ -320,6 +321,10 @@ std::string FormatNumber(long long n) {
 
 std::string FormatElapsed(long long seconds) {
   if (seconds < 0) seconds = 0;
+  // "hh:nn:ss" while the time fits the short form; longer runs spell the
+  // hours out in full rather than wrap at a day.
+  if (seconds <= 32767)
+    return fmt::format("{:02}:{:02}:{:02}", seconds / 3600, (seconds / 60) % 60, seconds % 60);
   return fmt::format("{}:{:02}:{:02}", seconds / 3600, (seconds / 60) % 60, seconds % 60);
 }
 

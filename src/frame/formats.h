@@ -3,7 +3,7 @@
 //
 // Dates are days since 30 December 1899 as a double, local time, the time of
 // day as the fraction. Masks use the program's letters: dd MM yyyy hh nn ss
-// (nn = minutes), also d M yy h n s and AM/PM.
+// (nn = minutes), also d M yy h n s and AM/PM; mm and m are months too.
 
 #include <cstdint>
 #include <ctime>
@@ -28,7 +28,8 @@ bool ParseDate(std::string_view text, std::string_view mask, double* date);
 
 // "###,###,##0": groups thousands with ".", as the German default does.
 std::string FormatNumber(long long n);
-// Elapsed time "h:nn:ss" for any number of seconds (runs of many hours too).
+// Elapsed time "hh:nn:ss" up to 32767 seconds, above that "h:nn:ss" with
+// the hours in full (runs of many hours too).
 std::string FormatElapsed(long long seconds);
 
 }  // namespace kelvor

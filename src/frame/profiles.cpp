@@ -76,7 +76,9 @@ bool Profil_Load(const fs::path& profileFolder, std::string_view name, SettingsS
   const SettingsStore before = s;
   const bool keepFolders = before.GetBool("DupVerz", "ProfileKeineQuellordner");
   const bool ok = EinstellungenLaden(s, file, error, texts);
-  const bool profileHasFolders = !s.Get("Ordnerlist", "V0").empty();
+  // The source list's rows are numbered from 1; a list without its first
+  // row is empty.
+  const bool profileHasFolders = !s.Get("Ordnerlist", "V1").empty();
   if (keepFolders && !profileHasFolders) CopySection(before, s, "Ordnerlist");
   CopySection(before, s, "Allgemein");
   return ok;

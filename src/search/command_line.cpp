@@ -5,6 +5,7 @@
 
 #include <cctype>
 
+#include "frame/profiles.h"
 #include "frame/settings_store.h"
 #include "search/options.h"
 
@@ -57,7 +58,9 @@ CommandLine Init_Kommandozeile(const std::vector<std::string>& items, SettingsSt
   cl.empty = false;
   for (const std::string& item : items) {
     std::string_view v(item);
-    if (v == "-sa") {
+    // Items are told apart by their first characters, in the order of the
+    // list: "-sab" is "-sa", and "-cx" switches content on with no method.
+    if (v.substr(0, 3) == "-sa") {
       AllCriteriaOff(s);
       On(s, kCritSimilarAudio);
     } else if (v.size() >= 3 && v.substr(0, 2) == "-s" && AllDigits(v.substr(2))) {
@@ -66,22 +69,22 @@ CommandLine Init_Kommandozeile(const std::vector<std::string>& items, SettingsSt
         int index = d - '0';
         if (index >= 0 && index < kCriterionCount) On(s, index);
       }
-    } else if (v.substr(0, 2) == "-c" && (v.size() == 2 || AllDigits(v.substr(2)))) {
+    } else if (v.substr(0, 2) == "-c") {
       On(s, kCritContent);
       NumericRest(s, v, "ContentCompare");
-    } else if (v.substr(0, 2) == "-h" && (v.size() == 2 || AllDigits(v.substr(2)))) {
+    } else if (v.substr(0, 2) == "-h") {
       On(s, kCritSimilarPics);
       NumericRest(s, v, "SimiliarImagesAlgo");
-    } else if (v.substr(0, 2) == "-m" && (v.size() == 2 || AllDigits(v.substr(2)))) {
+    } else if (v.substr(0, 2) == "-m") {
       NumericRest(
           s, v, IsOn(s, kCritSimilarPics) ? "SimilarPicsMatchPercent" : "SimilarAudioMatchPercent");
-    } else if (v.substr(0, 2) == "-l" && (v.size() == 2 || AllDigits(v.substr(2)))) {
+    } else if (v.substr(0, 2) == "-l") {
       On(s, kCritSimilarAudio);
       NumericRest(s, v, "SimilarAudioSeconds");
-    } else if (v.substr(0, 2) == "-a" && (v.size() == 2 || AllDigits(v.substr(2)))) {
+    } else if (v.substr(0, 2) == "-a") {
       On(s, kCritSimilarAudio);
       NumericRest(s, v, "SimilarAudioAlgo");
-    } else if (v.substr(0, 2) == "-d" && (v.size() == 2 || AllDigits(v.substr(2)))) {
+    } else if (v.substr(0, 2) == "-d") {
       On(s, kCritSimilarPics);
       NumericRest(s, v, "SimilarPicsThumbSizeIndex");
     } else if (v.substr(0, 3) == "-p:") {
@@ -94,8 +97,10 @@ CommandLine Init_Kommandozeile(const std::vector<std::string>& items, SettingsSt
         cl.profileName = name;
         cl.profilePath = p;
       }
-    } else if (v == "-n") {
+    } else if (v.substr(0, 2) == "-n") {
       cl.flagN = true;
+    } else if (v == "-RESTART") {
+      // The start-up's switch (it waits for the instance before); nothing here.
     } else if (v.size() >= 2 && v.front() == '"' && v.back() == '"') {
       cl.folders.push_back(Absolute(std::string(v.substr(1, v.size() - 2))));
     } else if (!v.empty() && v[0] != '-') {
@@ -113,17 +118,24 @@ void ApplyCommandLineFolders(const CommandLine& cl, std::vector<SourceFolderRow>
   for (const auto& f : cl.folders) {
     std::string p = NormalizeSourcePath(f);
     struct stat st;
-    if (::stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
-      Folder_Add_to_List(rows, p);
-    } else {
-      // This procedure says nothing about a folder that does not exist; the
-      // row stays checked so that the start check names it (text 3681).
-      SourceFolderRow r;
-      r.path = p;
-      r.checked = true;
-      rows.push_back(r);
-    }
+    // A folder that does not exist is left out without a word: the search
+    // goes on with the others, and with none the start check says so.
+    if (::stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) Folder_Add_to_List(rows, p);
   }
+}
+
+std::vector<SourceFolderRow> ApplyCommandLine(const CommandLine& cl, SettingsStore& settings,
+                                              const std::filesystem::path& profileFolder,
+                                              const TextCatalog& texts, std::string* error) {
+  std::vector<SourceFolderRow> rows = LoadSourceFolders(settings);
+  ApplyCommandLineFolders(cl, rows);
+  if (cl.profileName.empty()) return rows;
+  // The profile comes last and is read into the setup as it stands now, with
+  // the command line's folders in its list: a profile with folders of its
+  // own replaces them, one without keeps them (Profil_Load).
+  StoreSourceFolders(settings, rows);
+  Profil_Load(profileFolder, cl.profileName, settings, texts, error);
+  return LoadSourceFolders(settings);
 }
 
 }  // namespace kelvor

@@ -11,6 +11,7 @@
 namespace kelvor {
 
 class SettingsStore;
+class TextCatalog;
 
 struct CommandLine {
   bool empty = true;                 // the whole line is "", "-TL" or "-RESTART": nothing happens
@@ -27,7 +28,15 @@ CommandLine Init_Kommandozeile(const std::vector<std::string>& items, SettingsSt
                                const std::filesystem::path& profileFolder);
 
 // After the items: clears the check mark of every row, adds each collected
-// folder that exists (Folder_Add_to_List).
+// folder that exists (Folder_Add_to_List); one that does not is left out.
 void ApplyCommandLineFolders(const CommandLine& cl, std::vector<SourceFolderRow>& rows);
+
+// The steps after the items, in their order: the source rows of `settings`
+// lose their marks, the collected folders that exist come in, then the
+// profile is loaded. Returns the rows for the start check. A profile that
+// could not be read leaves its message in *error.
+std::vector<SourceFolderRow> ApplyCommandLine(const CommandLine& cl, SettingsStore& settings,
+                                              const std::filesystem::path& profileFolder,
+                                              const TextCatalog& texts, std::string* error);
 
 }  // namespace kelvor

@@ -187,14 +187,17 @@ void SearchEngine::Search_ShowProgress() {
   if (opt_.LogStatistic && now >= lastStatisticTime_ + opt_.LogStatisticDays) {
     rss = ResidentSetSize();
     lastStatisticTime_ = now;
+    // The panel's captions and values as it shows them now.
+    const TextCatalog& t = ctx_.texts;
     ctx_.log.LogProtokoll(fmt::format(
-        "{}, {}%, {}, {} Duplikate, {} Gruppen, {} Vergleiche, {} Prüfsummen, {} Archive, {} "
-        "entpackt, "
-        "{} Dateien ausgeschlossen, {} Ordner ausgeschlossen, RAM: {}",
-        dauer, percent, gesamt, FormatNumber(stats_.DupCount), FormatNumber(stats_.GroupCount),
-        FormatNumber(stats_.CompareCount), FormatNumber(stats_.ChecksumCount),
-        stats_.ArchivesSearched, stats_.FilesExtracted, stats_.FilesExcluded,
-        stats_.FoldersExcluded, FormatNumber(rss)));
+        "{} {}, {} {}%, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, RAM: {}",
+        t.Get(txt::T9320), dauer, t.Get(txt::T9332), percent, t.Get(txt::T9310), gesamt,
+        FormatNumber(stats_.DupCount), t.Get(txt::T9311), FormatNumber(stats_.GroupCount),
+        t.Get(txt::T9322), big(stats_.CompareCount), t.Get(txt::T9313),
+        FormatNumber(stats_.ChecksumCount), t.Get(txt::T9335),
+        FormatNumber(stats_.ArchivesSearched), t.Get(txt::T9323),
+        FormatNumber(stats_.FilesExtracted), t.Get(txt::T9336), big(stats_.FilesExcluded),
+        t.Get(txt::T9326), big(stats_.FoldersExcluded), t.Get(txt::T9327), FormatNumber(rss)));
   }
   // The memory stop: a search this large that holds this much memory ends
   // with what it has found rather than failing.
@@ -414,21 +417,19 @@ void SearchEngine::EndOfSearch(bool skippedCompare) {
     stats_.CompareCount = std::max(stats_.CompareCount, comparer_->CompareCount);
     stats_.ChecksumCount = comparer_->ChecksumCount;
   }
+  elapsedSeconds_ = ElapsedNow();
   if (!skippedCompare) {
     for (Label l : {Label::SourceNr, Label::Gesamt, Label::GesamtArchive, Label::AktuellerOrdner,
                     Label::Zipdatei, Label::ZipProgress})
       p.SetLabel(l, "-");
     p.SetLabel(Label::Gruppen, FormatNumber(stats_.GroupCount));
-  }
-  elapsedSeconds_ = ElapsedNow();
-  const std::string timeLine =
-      ctx_.texts.Get(txt::T3686, {FormatElapsed(static_cast<long long>(elapsedSeconds_))});
-  if (reason == kStopUser) ctx_.log.LogProtokoll(ctx_.texts.Get(txt::T5073));
-  if (reason == kStopMaxDups)
-    ctx_.log.LogProtokoll(ctx_.texts.Get(txt::T5227, {std::to_string(opt_.MaxDupCount)}));
-  if (reason == kStopMemory) ctx_.log.LogProtokoll(ctx_.texts.Get(txt::T5411));
+    const std::string timeLine =
+        ctx_.texts.Get(txt::T3686, {FormatElapsed(static_cast<long long>(elapsedSeconds_))});
+    if (reason == kStopUser) ctx_.log.LogProtokoll(ctx_.texts.Get(txt::T5073));
+    if (reason == kStopMaxDups)
+      ctx_.log.LogProtokoll(ctx_.texts.Get(txt::T5227, {std::to_string(opt_.MaxDupCount)}));
+    if (reason == kStopMemory) ctx_.log.LogProtokoll(ctx_.texts.Get(txt::T5411));
 
-  if (!skippedCompare) {
     if (opt_.ShowOnlyFilesWithoutDups) {
       ShowStep(kStepWithoutDups);
       Search_ShowOnlyFilesWithoutDups();
@@ -448,8 +449,12 @@ void SearchEngine::EndOfSearch(bool skippedCompare) {
     ShowStep(kStepSort);
     result_->SortRows();
 
-    if (!opt_.ShowOnlyFilesWithoutDups) LogStatistics();
-    ctx_.log.LogProtokoll(timeLine);
+    // The statistics end with the time line; a result of files without
+    // duplicates has neither.
+    if (!opt_.ShowOnlyFilesWithoutDups) {
+      LogStatistics();
+      ctx_.log.LogProtokoll(timeLine);
+    }
 
     if (result_->RowCount() >= 2 && opt_.LogFilesWithNoDups) {
       ShowStep(kStepLogWithoutDups);
@@ -476,9 +481,9 @@ void SearchEngine::EndOfSearch(bool skippedCompare) {
     }
     ShowStep(kStepColumns);
     result_->ShowDupCount();
-  } else {
-    ctx_.log.LogProtokoll(timeLine);
   }
+  // A stop while counting comes straight here: no stop reason, no
+  // statistics and no time line are logged for a run that compared nothing.
   searchRunning_ = false;
   if (opt_.Prio) ::setpriority(PRIO_PROCESS, 0, 0);
   p.SetLabel(Label::Title, "Kelvor");

@@ -35,8 +35,8 @@ std::string NormalizeSourcePath(const std::string& path);
 bool FoldersOverlap(const SourceFolderRow& a, const SourceFolderRow& b);
 
 // StartSearchForDups: the checks in their order. Returns "" when a search may
-// start, else the message the user sees (texts 3626, 3681, 3627, 5203, 3628,
-// 5140).
+// start, else the message the user sees (texts 3626, 9300 for a criterion that
+// is not built yet, 3681, 3627, 5203, 3628, 5140).
 std::string StartSearchForDups(const SettingsStore& s, const std::vector<SourceFolderRow>& rows,
                                const TextCatalog& texts);
 

@@ -182,10 +182,10 @@ bool DirStack::Stat(DirEntry& e) {
   }
   e.kind = EntryKind::File;
   e.size = static_cast<std::int64_t>(sx.stx_size);
-  e.mtime = DateFromTimespec(sx.stx_mtime.tv_sec, sx.stx_mtime.tv_nsec);
-  e.btime = (sx.stx_mask & STATX_BTIME)
-                ? DateFromTimespec(sx.stx_btime.tv_sec, sx.stx_btime.tv_nsec)
-                : e.mtime;
+  // Dates are whole seconds, as the program's date type holds them: the
+  // parts of a second would split files that show the same date.
+  e.mtime = DateFromTimespec(sx.stx_mtime.tv_sec);
+  e.btime = (sx.stx_mask & STATX_BTIME) ? DateFromTimespec(sx.stx_btime.tv_sec) : e.mtime;
   e.identity.dev = makedev(sx.stx_dev_major, sx.stx_dev_minor);
   e.identity.ino = sx.stx_ino;
   e.identity.nlink = sx.stx_nlink;

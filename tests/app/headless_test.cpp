@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <set>
 #include <string>
 #include <vector>
@@ -105,8 +106,12 @@ TEST_F(HeadlessTest, RejectedSetupsExitWithTheirMessage) {
   for (const Case& c : std::vector<Case>{
            {{"--headless", tree}, "Es ist kein Suchkriterium ausgewählt."},
            {{"--headless", "-s2"}, "Es ist kein Quellordner ausgewählt!"},
-           {{"--headless", "-s2", gone},
-            "Der Quellordner '" + gone + "' konnte nicht gefunden werden!"},
+           {{"--headless", "-s2", gone}, "Es ist kein Quellordner ausgewählt!"},
+           {{"--headless", "-s8", tree},
+            "Das Suchkriterium 'Finde ähnliche Bilder' ist in dieser Version noch nicht "
+            "verfügbar."},
+           {{"--headless", "-s9", tree}, "Das Suchkriterium 'Finde ähnliche Musik"},
+           {{"--headless", "-sa", tree}, "Das Suchkriterium 'Finde ähnliche Musik"},
            {{"--headless", "-s2", tree, sub},
             "Der Suchvorgang kann nicht durchgeführt werden:\r\n\r\n'" + tree + "' und '" + sub +
                 "' überschneiden sich."},
@@ -118,6 +123,69 @@ TEST_F(HeadlessTest, RejectedSetupsExitWithTheirMessage) {
     EXPECT_NE(o.err.find(c.message), std::string::npos) << o.err;
     EXPECT_EQ(o.out, "");
   }
+}
+
+// Writes a settings file (UTF-8 is read as well) with exactly `on` as the
+// criteria and `folders` as the source list.
+void WriteSetup(const fs::path& file, std::initializer_list<int> on,
+                const std::vector<std::string>& folders) {
+  std::string text = "[DupVerz]\n";
+  for (int i = 0; i < 10; ++i) {
+    bool set = false;
+    for (int o : on) set = set || o == i;
+    text += "Suchkriterien" + std::to_string(i) + "=" + (set ? "1" : "0") + "\n";
+  }
+  text += "[Ordnerlist]\n";
+  for (std::size_t i = 0; i < folders.size(); ++i) {
+    const std::string n = std::to_string(i + 1);
+    text += "V" + n + "=" + folders[i] + "\nA" + n + "=1\nU" + n + "=1\nP" + n + "=0\n";
+  }
+  fs::create_directories(file.parent_path());
+  std::ofstream(file, std::ios::binary) << text;
+}
+
+TEST_F(HeadlessTest, MissingFoldersAndProfiles) {
+  tmp_.Write("tree/mine/p.txt", "same");
+  tmp_.Write("tree/mine/q.txt", "same");
+  tmp_.Write("tree/theirs/x.txt", "12345");
+  tmp_.Write("tree/theirs/y.txt", "abcde");
+  const std::string mine = (tree_ / "mine").string(), theirs = (tree_ / "theirs").string();
+  const std::string gone = (tmp_.path() / "gone").string();
+
+  // A missing folder beside an existing one: the existing one is searched.
+  Outcome o = Kelvor({"--headless", "-s2", gone, mine});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_NE(o.out.find(mine + "/p.txt"), std::string::npos) << o.out;
+  EXPECT_EQ(o.err.find("gone"), std::string::npos) << o.err;
+
+  // A profile with folders: loaded after the command line's folders, it
+  // brings its own folders and criteria.
+  WriteSetup(data_ / "profile/Mit.pro4", {2}, {theirs});
+  o = Kelvor({"--headless", "-s0", mine, "-p:Mit"});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_NE(o.out.find(theirs + "/x.txt"), std::string::npos) << o.out;
+  EXPECT_EQ(o.out.find(mine), std::string::npos) << o.out;
+
+  // A profile without folders keeps the command line's.
+  WriteSetup(data_ / "profile/Ohne.pro4", {2}, {});
+  o = Kelvor({"--headless", "-p:Ohne", mine});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_NE(o.out.find(mine + "/p.txt"), std::string::npos) << o.out;
+  EXPECT_EQ(o.out.find(theirs), std::string::npos) << o.out;
+
+  // Criteria that are not built yet are refused wherever they come from.
+  WriteSetup(data_ / "profile/Bilder.pro4", {8}, {});
+  o = Kelvor({"--headless", "-p:Bilder", mine});
+  EXPECT_EQ(o.code, kExitRejected);
+  EXPECT_NE(o.err.find("'Finde ähnliche Bilder' ist in dieser Version noch nicht verfügbar."),
+            std::string::npos)
+      << o.err;
+  EXPECT_EQ(o.out, "");
+  fs::remove_all(data_);
+  WriteSetup(data_ / "config4.ini", {9}, {mine});
+  o = Kelvor({"--headless", mine});
+  EXPECT_EQ(o.code, kExitRejected);
+  EXPECT_NE(o.err.find("'Finde ähnliche Musik"), std::string::npos) << o.err;
 }
 
 TEST_F(HeadlessTest, JsonHelpAndUnknownOptions) {

@@ -20,7 +20,10 @@ TEST(Profiles, NewSaveListLoadRenameDelete) {
 
   SettingsStore s;
   s.SetInt("DupVerz", "ContentCompare", 0);
-  s.Set("Ordnerlist", "V0", "/musik");
+  // The source list's rows are numbered from 1.
+  s.Set("Ordnerlist", "V1", "/musik");
+  s.Set("Ordnerlist", "A1", "1");
+  s.Set("Ordnerlist", "V2", "/hoerbuch");
 
   prompt.inputs = {std::string("Bilder")};
   ASSERT_EQ(Profil_New(folder, s, prompt, texts), "Bilder");
@@ -43,24 +46,33 @@ TEST(Profiles, NewSaveListLoadRenameDelete) {
 
   // Loading: a profile with folders brings them; one without keeps the
   // current list unless "ProfileKeineQuellordner" is off.
+  // The profile's list replaces the current one as a whole, also under the
+  // default "ProfileKeineQuellordner".
   SettingsStore current;
-  current.Set("Ordnerlist", "V0", "/home");
+  current.Set("Ordnerlist", "V1", "/home");
+  current.Set("Ordnerlist", "V2", "/srv");
+  current.Set("Ordnerlist", "V3", "/tmp");
   current.SetInt("Allgemein", "Lang", 9);
+  ASSERT_TRUE(current.GetBool("DupVerz", "ProfileKeineQuellordner"));
   std::string error;
   ASSERT_TRUE(Profil_Load(folder, "Bilder", current, texts, &error)) << error;
   EXPECT_EQ(current.GetInt("DupVerz", "ContentCompare"), 0);
-  EXPECT_EQ(current.Get("Ordnerlist", "V0"), "/musik");
+  EXPECT_EQ(current.Get("Ordnerlist", "V1"), "/musik");
+  EXPECT_EQ(current.Get("Ordnerlist", "A1"), "1");
+  EXPECT_EQ(current.Get("Ordnerlist", "V2"), "/hoerbuch");
+  EXPECT_FALSE(current.Has("Ordnerlist", "V3"));
   EXPECT_EQ(current.GetInt("Allgemein", "Lang"), 9);
   SettingsStore noFolders;
   noFolders.SetInt("DupVerz", "NullByte", 1);
   prompt.inputs = {std::string("Leer")};
   ASSERT_EQ(Profil_New(folder, noFolders, prompt, texts), "Leer");
   ASSERT_TRUE(Profil_Load(folder, "Leer", current, texts, &error));
-  EXPECT_EQ(current.Get("Ordnerlist", "V0"), "/musik");
+  EXPECT_EQ(current.Get("Ordnerlist", "V1"), "/musik");
+  EXPECT_EQ(current.Get("Ordnerlist", "V2"), "/hoerbuch");
   EXPECT_EQ(current.GetInt("DupVerz", "NullByte"), 1);
   current.SetBool("DupVerz", "ProfileKeineQuellordner", false);
   ASSERT_TRUE(Profil_Load(folder, "Leer", current, texts, &error));
-  EXPECT_FALSE(current.Has("Ordnerlist", "V0"));
+  EXPECT_FALSE(current.Has("Ordnerlist", "V1"));
   std::filesystem::remove(ProfilePath(folder, "Leer"));
   EXPECT_EQ(ProfileWindowTitle("Kelvor", "Bilder"), "Kelvor - Bilder");
   EXPECT_FALSE(Profil_Load(folder, "Fehlt", current, texts, &error));

@@ -59,6 +59,12 @@ TEST(Formats, DatesInTheProgramsForm) {
   EXPECT_EQ(FormatDate(d, "dd/MM/yyyy hh:nn:ss"), "31/12/2023 23:59:58");
   EXPECT_EQ(FormatDate(d, "yyyy-MM-dd"), "2023-12-31");
   EXPECT_EQ(FormatDate(d, "d.M.yy h:n AM/PM"), "31.12.23 11:59 PM");
+  // "mm" and "m" are months as well: minutes are "nn" and "n".
+  EXPECT_EQ(FormatDate(d, "dd/mm/yyyy hh:nn:ss"), "31/12/2023 23:59:58");
+  EXPECT_EQ(FormatDate(d, "d.m.yy"), "31.12.23");
+  double back = 0;
+  ASSERT_TRUE(ParseDate("31/12/2023 23:59:58", "dd/mm/yyyy hh:nn:ss", &back));
+  EXPECT_EQ(FormatDate(back, "dd.MM.yyyy hh:nn:ss"), "31.12.2023 23:59:58");
   EXPECT_DOUBLE_EQ(std::floor(d), 45291.0);  // days since 30 December 1899
   EXPECT_FALSE(ParseDate("31.02.2023 10:00:00", "dd.MM.yyyy hh:nn:ss", &d));
   EXPECT_FALSE(ParseDate("1.1.2023 10:00:00", "dd.MM.yyyy hh:nn:ss", &d));
@@ -73,7 +79,12 @@ TEST(Formats, NumbersAndElapsed) {
   EXPECT_EQ(FormatNumber(999), "999");
   EXPECT_EQ(FormatNumber(1234567), "1.234.567");
   EXPECT_EQ(FormatNumber(-1000), "-1.000");
-  EXPECT_EQ(FormatElapsed(3725), "1:02:05");
+  // Two-digit hours up to 32767 seconds; beyond, the hours as a plain
+  // number, so that long runs still read right.
+  EXPECT_EQ(FormatElapsed(0), "00:00:00");
+  EXPECT_EQ(FormatElapsed(3725), "01:02:05");
+  EXPECT_EQ(FormatElapsed(32767), "09:06:07");
+  EXPECT_EQ(FormatElapsed(32768), "9:06:08");
   EXPECT_EQ(FormatElapsed(100 * 3600), "100:00:00");
 }
 

@@ -4,12 +4,15 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <ctime>
 #include <functional>
 #include <map>
 #include <memory>
+#include <regex>
 #include <set>
 #include <string>
 #include <vector>
@@ -400,6 +403,16 @@ TEST_F(EngineTest, RunLogLinesCountersAndMaximum) {
         std::string("Zeitaufwand: ")}) {
     EXPECT_NE(log.find(line), std::string::npos) << line << "\n---\n" << log;
   }
+  // The closing lines in their order, the time with two-digit hours.
+  std::size_t at = 0;
+  for (const char* line : {"Dateianzahl: 3\r\n", "Überprüfte Dateien: 3\r\n", "Gruppen: 1\r\n",
+                           "Dateivergleiche: ", "Duplikate: 2 (", "Zeitaufwand: "}) {
+    std::size_t next = log.find(line, at);
+    ASSERT_NE(next, std::string::npos) << line << " after " << at << "\n---\n" << log;
+    at = next;
+  }
+  EXPECT_TRUE(std::regex_search(log, std::regex("Zeitaufwand: [0-9]{2}:[0-9]{2}:[0-9]{2}\r\n")))
+      << log;
   // The panel saw the same lines.
   EXPECT_FALSE(progress_.panel.empty());
 
@@ -463,8 +476,12 @@ TEST_F(EngineTest, StopByTheUser) {
   EXPECT_EQ(engine_->Result().DupCount(), 0);
   EXPECT_EQ(engine_->Stats().FilesChecked, 0);
   log = RunLog();
-  EXPECT_EQ(log.find("Überprüfte Dateien"), std::string::npos) << log;
-  EXPECT_NE(log.find("Zeitaufwand: "), std::string::npos) << log;
+  EXPECT_NE(log.find("Die Anzahl der Dateien wird ermittelt..."), std::string::npos) << log;
+  // The run leaves straight after counting: no stop reason, no statistics,
+  // no time line.
+  for (const char* line : {"Dateianzahl:", "Die Suche wurde von dem Anwender abgebrochen.",
+                           "Überprüfte Dateien", "Zeitaufwand"})
+    EXPECT_EQ(log.find(line), std::string::npos) << line << "\n---\n" << log;
 }
 
 TEST_F(EngineTest, StartWithMissingFolders) {
@@ -576,6 +593,68 @@ TEST_F(EngineTest, OddNamesDeepTreesAndLinks) {
   }
 }
 
+TEST_F(EngineTest, StatisticsLineCarriesThePanelsCaptions) {
+  for (int i = 0; i < 8; ++i) W("f" + std::to_string(i), "12345");
+  Criteria({2});
+  Set("LogStatistic", "1");
+  Set("LogStatisticMinutes", "0");
+  // Hold the run once it has found a duplicate, so that the next file gets a
+  // full progress refresh, which writes the statistics line.
+  bool held = false;
+  progress_.onLabel = [&](Label l, std::string_view text) {
+    if (l == Label::Dups && text != "0" && !held) {
+      held = true;
+      ::usleep(1200 * 1000);
+    }
+  };
+  Run();
+  ASSERT_TRUE(held);
+  const std::string log = RunLog();
+  const std::regex line(
+      "Dauer: [0-9]{2}:[0-9]{2}:[0-9]{2}, Fortschritt: [0-9]+%, Dateien: [0-9]+ / 8, [0-9]+ "
+      "Duplikate, [0-9]+ Gruppen, [0-9]+ Vergleiche, 0 Prüfsummen, 0 Archive, 0 entpackt, 0 "
+      "Dateien ausgeschlossen, 0 Ordner ausgeschlossen, RAM: [0-9.]+\r\n");
+  EXPECT_TRUE(std::regex_search(log, line)) << log;
+}
+
+TEST_F(EngineTest, DatesAreWholeSeconds) {
+  // Sets the change date to `seconds` and `nanos` past 15 March 2021, 8:00.
+  const std::int64_t base = LocalTime(2021, 3, 15, 8);
+  auto stamp = [&](const char* rel, std::int64_t seconds, long nanos) {
+    const fs::path p = W(rel, rel);
+    struct timespec ts[2];
+    ts[0].tv_sec = ts[1].tv_sec = static_cast<time_t>(base + seconds);
+    ts[0].tv_nsec = ts[1].tv_nsec = nanos;
+    ASSERT_EQ(::utimensat(AT_FDCWD, p.c_str(), ts, 0), 0);
+  };
+  // Within one second, 0.4 s apart: one date.
+  stamp("a/one", 5, 100000000);
+  stamp("b/two", 5, 500000000);
+  // Across a second, 0.4 s or 0.4 ms apart: two dates.
+  stamp("c/three", 10, 900000000);
+  stamp("d/four", 11, 300000000);
+  stamp("e/five", 20, 999800000);
+  stamp("f/six", 21, 200000);
+  Criteria({4});
+  EXPECT_EQ(Run(), (Groups{{"a/one", "b/two"}}));
+  ResultModel& r = engine_->Result();
+  r.ForEachGroup([&](RowRef g) {
+    r.ForEachFile(g, [&](RowRef f) {
+      const double seconds = CellAsDouble(r.Cell(f, CellKey::dateVal)) * 86400.0;
+      EXPECT_NEAR(seconds, std::round(seconds), 1e-3);
+      return true;
+    });
+    return true;
+  });
+
+  // A blank date format falls back to day, month, year and the time.
+  Set("DateFormat3", "");
+  Run();
+  auto titled = Titled();
+  ASSERT_EQ(titled.size(), 1u);
+  EXPECT_EQ(titled.begin()->first, "15/03/2021 08:00:05");
+}
+
 TEST_F(EngineTest, FilesWithoutDuplicates) {
   W("a", "12345");
   W("sub/b", "abcde");
@@ -589,7 +668,11 @@ TEST_F(EngineTest, FilesWithoutDuplicates) {
   ASSERT_EQ(titled.size(), 1u);
   EXPECT_EQ(titled.begin()->first, "Dateien ohne Duplikate");
   EXPECT_EQ(titled.begin()->second, (Group{"c", "sub/d"}));
-  EXPECT_NE(RunLog().find("Es wurden 2 Dateien ohne Duplikate gefunden."), std::string::npos);
+  // This mode logs its count and neither the statistics nor the time line.
+  const std::string log = RunLog();
+  EXPECT_NE(log.find("Es wurden 2 Dateien ohne Duplikate gefunden."), std::string::npos);
+  EXPECT_EQ(log.find("Überprüfte Dateien"), std::string::npos) << log;
+  EXPECT_EQ(log.find("Zeitaufwand"), std::string::npos) << log;
   Set("ShowOnlyFilesWithoutDups", "0");
 
   // The general log gets the heading only when there are such files.

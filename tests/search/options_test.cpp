@@ -291,19 +291,121 @@ TEST(InitKommandozeile, ItemsShapeTheSetup) {
   cl = Init_Kommandozeile({"-x", "-sx", "-s"}, s, profiles);
   EXPECT_EQ(cl.unknown, (std::vector<std::string>{"-x", "-sx", "-s"}));
 
+  // "-RESTART" beside other items belongs to the start-up and is no error.
+  cl = Init_Kommandozeile({"-RESTART", "-s2", folder}, s, profiles);
+  EXPECT_TRUE(cl.unknown.empty());
+  EXPECT_EQ(cl.folders, std::vector<std::string>{folder});
+
+  // Items are told apart by their first characters: "-sab" is "-sa", "-cx"
+  // switches content on and leaves the method, "-n1" is "-n". "-s2x" has no
+  // numeric rest and "-p" no name, so they are no item of the list.
+  s.Set(kSec, "ContentCompare", "4");
+  cl = Init_Kommandozeile({"-s2", "-cx", "-n1", "-s2x", "-p"}, s, profiles);
+  EXPECT_EQ(On(s), (std::vector<int>{2, 3}));
+  EXPECT_EQ(s.Get(kSec, "ContentCompare"), "4");
+  EXPECT_TRUE(cl.flagN);
+  EXPECT_EQ(cl.unknown, (std::vector<std::string>{"-s2x", "-p"}));
+  cl = Init_Kommandozeile({"-sab"}, s, profiles);
+  EXPECT_EQ(On(s), std::vector<int>{9});
+  cl = Init_Kommandozeile({"-s0", "-hq"}, s, profiles);
+  EXPECT_EQ(On(s), std::vector<int>{8});  // similar pictures rule out names
+  EXPECT_TRUE(cl.unknown.empty());
+
   // Folders: the rows lose their marks, existing folders come in checked, a
-  // missing one stays for the start check to name.
+  // missing one is left out without a word.
+  const std::string gone = tmp.path().string() + "/gone";
   std::vector<SourceFolderRow> rows(1);
   rows[0].path = "/somewhere/else";
-  cl = Init_Kommandozeile({"-s2", folder, tmp.path().string() + "/gone"}, s, profiles);
+  cl = Init_Kommandozeile({"-s2", folder, gone}, s, profiles);
   ApplyCommandLineFolders(cl, rows);
-  ASSERT_EQ(rows.size(), 3u);
+  ASSERT_EQ(rows.size(), 2u);
   EXPECT_FALSE(rows[0].checked);
   EXPECT_EQ(rows[1].path, folder);
   EXPECT_TRUE(rows[1].checked);
   TextCatalog t;
-  EXPECT_EQ(StartSearchForDups(s, rows, t),
-            "Der Quellordner '" + tmp.path().string() + "/gone' konnte nicht gefunden werden!");
+  EXPECT_EQ(StartSearchForDups(s, rows, t), "");
+  // Only missing folders: nothing is checked.
+  rows.resize(1);
+  cl = Init_Kommandozeile({"-s2", gone}, s, profiles);
+  ApplyCommandLineFolders(cl, rows);
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(StartSearchForDups(s, rows, t), "Es ist kein Quellordner ausgewählt!");
+}
+
+// The command line's folders come first, the profile after them: a profile
+// with its own folders replaces them, one without keeps them.
+TEST(InitKommandozeile, ProfileIsLoadedAfterTheFolders) {
+  test::TempDir tmp;
+  const auto profiles = tmp.Mkdir("profile");
+  const std::string mine = tmp.Mkdir("mine").string(), theirs = tmp.Mkdir("theirs").string();
+  const TextCatalog t;
+  {
+    SettingsStore p;
+    Only(p, {0});
+    StoreSourceFolders(p, {SourceFolderRow{theirs, true, false, false, ""}});
+    std::string error;
+    ASSERT_TRUE(EinstellungenSpeichern(p, profiles / "Mit.pro4", &error, t)) << error;
+    Only(p, {1});
+    StoreSourceFolders(p, {});
+    ASSERT_TRUE(EinstellungenSpeichern(p, profiles / "Ohne.pro4", &error, t)) << error;
+  }
+  auto apply = [&](std::vector<std::string> items, SettingsStore& s) {
+    CommandLine cl = Init_Kommandozeile(items, s, profiles);
+    std::string error;
+    auto rows = ApplyCommandLine(cl, s, profiles, t, &error);
+    EXPECT_EQ(error, "");
+    return rows;
+  };
+
+  SettingsStore s;
+  StoreSourceFolders(s, {SourceFolderRow{"/old", true, true, false, ""}});
+  auto rows = apply({"-s2", mine, "-p:Mit"}, s);
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(rows[0].path, theirs);
+  EXPECT_TRUE(rows[0].checked);
+  EXPECT_FALSE(rows[0].subfolders);
+  // The profile's criteria count, as it is loaded last.
+  EXPECT_EQ(On(s), std::vector<int>{0});
+
+  SettingsStore s2;
+  StoreSourceFolders(s2, {SourceFolderRow{"/old", true, true, false, ""}});
+  rows = apply({"-p:\"Ohne\"", mine}, s2);
+  ASSERT_EQ(rows.size(), 2u);
+  EXPECT_EQ(rows[0].path, "/old");
+  EXPECT_FALSE(rows[0].checked);
+  EXPECT_EQ(rows[1].path, mine);
+  EXPECT_TRUE(rows[1].checked);
+  EXPECT_EQ(On(s2), std::vector<int>{1});
+
+  // No profile: only the folders.
+  SettingsStore s3;
+  rows = apply({"-s2", mine}, s3);
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(rows[0].path, mine);
+}
+
+TEST(StartSearchForDups, CriteriaNotBuiltYetAreRefused) {
+  test::TempDir tmp;
+  const std::string a = tmp.Mkdir("a").string();
+  SourceFolderRow row;
+  row.path = a;
+  TextCatalog t;
+  SettingsStore s;
+  for (int crit : {kCritSimilarPics, kCritSimilarAudio}) {
+    SCOPED_TRACE(crit);
+    Only(s, {crit});
+    EXPECT_EQ(StartSearchForDups(s, {row}, t), "Das Suchkriterium '" + CriterionCaption(t, crit) +
+                                                   "' ist in dieser Version noch nicht verfügbar.");
+  }
+  // Also behind the command line's items.
+  for (const char* item : {"-s8", "-s9", "-sa", "-h", "-l30"}) {
+    SCOPED_TRACE(item);
+    Only(s, {2});
+    Init_Kommandozeile({item}, s, tmp.path());
+    EXPECT_NE(StartSearchForDups(s, {row}, t).find("noch nicht verfügbar"), std::string::npos);
+  }
+  Only(s, {2});
+  EXPECT_EQ(StartSearchForDups(s, {row}, t), "");
 }
 
 }  // namespace
