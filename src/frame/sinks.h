@@ -3,6 +3,12 @@
 // labels, steps, the title and the log panel go through ProgressSink, every
 // question goes through Prompt. The GUI implements both with widgets, the
 // headless front end with the terminal, tests with scripted fakes.
+//
+// Threads: a long operation runs on one worker thread, and that thread is the
+// only caller of a ProgressSink and of a Prompt it is given. A window does not
+// draw from these calls: it hands the worker a ProgressSnapshot
+// (progress_snapshot.h) and polls that about once a second, and its Prompt
+// blocks the worker while the interface thread shows the question.
 
 #include <optional>
 #include <string>
