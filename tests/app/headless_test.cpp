@@ -337,6 +337,24 @@ std::string Base64Decode(const std::string& text) {
   return out;
 }
 
+TEST_F(HeadlessTest, QuotedLinesAreReadBackByTheShellAsTheExactName) {
+  // Plain names stay as they are, whatever else they hold.
+  for (const char* plain : {"/a b/c'd\\e\"f.txt", "/ü/日本/$x", "/x/$'y"})
+    EXPECT_EQ(QuoteForLine(plain), std::string(plain));
+  // Names that need it are quoted; bash reads them back byte for byte.
+  for (const std::string& name :
+       {std::string("/a\nb"), std::string("/tab\there \\ 'q'"),
+        std::string("/c\xFF\xFE"
+                    "d"),
+        std::string("/c1\xC2\x85 ok \xC2\xA0"), std::string("/del\x7F\x01\x1B[31m"),
+        std::string("$'x\\n'"), std::string("/cut \xE2\x82"), std::string("/cr\r")}) {
+    const std::string line = QuoteForLine(name);
+    EXPECT_EQ(line.rfind("$'", 0), 0u) << line;
+    EXPECT_EQ(line.find('\n'), std::string::npos) << line;
+    EXPECT_EQ(ShellWord(tmp_.path(), line), name) << line;
+  }
+}
+
 TEST_F(HeadlessTest, NamesWithLineBreaksOrInvalidUtf8CanBeReadBackExactly) {
   const std::string newline = (tree_ / "two\nlines.txt").string();
   const std::string invalid = (tree_ / "bad\xFF\xFEname 'q'.txt").string();
