@@ -159,7 +159,7 @@ TEST(Settings, ManyKeysInOneSectionSurviveARoundTripInTheirOrder) {
   text += "[ordnerLIST]\r\nZz=\"a section named twice is one section\"\r\n";
   const auto file = dir.Write("config4.ini", Utf16leWithBom(text));
 
-  HangGuard guard(std::chrono::seconds(60), "reading and writing 40,000 keys");
+  HangGuard guard(std::chrono::seconds(90), "reading and writing 40,000 keys");
   SettingsStore s;
   std::string error;
   ASSERT_TRUE(EinstellungenLaden(s, file, &error)) << error;
