@@ -91,13 +91,21 @@ std::string HelpText() {
 Finds duplicate files in the given folders without opening a window, writes
 the run's log (log/lastsearch.txt in the data folder) and prints the groups of
 duplicates: each group's title line, then one full path a line, and a blank
-line between groups.
+line between groups. A path holding a line break or another control
+character, or bytes that are no UTF-8, is printed in the shell's $'...' form
+(as printf %q does), which the shell reads back to the exact name; all other
+paths are printed as they are.
 
 Options:
   --headless        run without a window (required in this build)
   --data-dir DIR    keep settings, logs and results in DIR (default: the
                     KELVOR_DATA_DIR variable, else ~/.local/share/Kelvor)
-  --json            print the result as one JSON document
+  --json            print the result as one JSON document; "path" is the
+                    name as UTF-8 text, and where the name is no valid UTF-8
+                    "path_b64" holds its exact bytes in base64
+  --null            print only the paths, with their raw bytes, each ended by
+                    a NUL byte (as find -print0); one more NUL between two
+                    groups, no titles
   --help            show this text
 
 Items (as on Kelvor's own command line):
@@ -125,7 +133,7 @@ Exit codes: 0 done, 1 bad command line or rejected setup, 3 stopped.
 int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::ostream& out,
                 std::ostream& err) {
   std::optional<std::filesystem::path> dataDir;
-  bool headless = false, json = false;
+  bool headless = false, json = false, nul = false;
   std::vector<std::string> items;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
@@ -136,6 +144,8 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
       headless = true;
     } else if (a == "--json") {
       json = true;
+    } else if (a == "--null") {
+      nul = true;
     } else if (a == "--data-dir") {
       if (i + 1 >= args.size()) {
         err << "kelvor: --data-dir needs a folder\n";
@@ -205,6 +215,8 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
 
   if (json) {
     PrintJson(engine.Result(), engine.Stats(), engine.ElapsedSeconds(), out);
+  } else if (nul) {
+    PrintNullSeparated(engine.Result(), out);
   } else {
     PrintGroups(engine.Result(), out);
   }

@@ -4,6 +4,7 @@
 
 #include <iosfwd>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kelvor {
@@ -21,11 +22,24 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
                 std::ostream& err);
 
 // The result as groups of full paths: the group's title line, one path a
-// line, a blank line between groups.
+// line, a blank line between groups. A line that could not be read back as it
+// stands (see QuoteForLine) is printed quoted.
 void PrintGroups(const ResultModel& result, std::ostream& out);
-// The result as one JSON document with the run's statistics.
+// The result for programs (--null): every path with its raw bytes and a NUL
+// behind it, as `find -print0` gives them; one more NUL between two groups.
+void PrintNullSeparated(const ResultModel& result, std::ostream& out);
+// The result as one JSON document with the run's statistics. "path" is the
+// name as UTF-8 text; where the name's bytes are no valid UTF-8, "path" shows
+// U+FFFD in their place and "path_b64" holds the exact bytes in base64.
 void PrintJson(const ResultModel& result, const SearchStatistics& stats, double elapsedSeconds,
                std::ostream& out);
+
+// A name as one line of the plain output. Names that hold control characters
+// (a line break, ...), bytes that are no UTF-8, or that begin with "$'" are
+// written in the shell's $'...' form with escapes (\n, \t, \r, \\, \', \xHH),
+// which bash, zsh and ksh read back to the exact bytes; all others stay as
+// they are.
+std::string QuoteForLine(std::string_view name);
 
 std::string HelpText();
 

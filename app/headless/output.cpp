@@ -5,21 +5,152 @@
 #include <ostream>
 
 #include "frame/formats.h"
+#include "frame/unicode.h"
 #include "headless/headless.h"
 #include "results/result_model.h"
 #include "search/engine.h"
 
 namespace kelvor {
 
+namespace {
+
+// Length of the valid UTF-8 sequence at s[i], or 0 when there is none.
+std::size_t Utf8SequenceAt(std::string_view s, std::size_t i) {
+  const auto b0 = static_cast<unsigned char>(s[i]);
+  std::size_t len = 0;
+  if (b0 < 0x80) return 1;
+  if (b0 >= 0xC2 && b0 <= 0xDF) len = 2;
+  if (b0 >= 0xE0 && b0 <= 0xEF) len = 3;
+  if (b0 >= 0xF0 && b0 <= 0xF4) len = 4;
+  if (len == 0 || i + len > s.size()) return 0;
+  for (std::size_t k = 1; k < len; ++k) {
+    if ((static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80) return 0;
+  }
+  const auto b1 = static_cast<unsigned char>(s[i + 1]);
+  if (b0 == 0xE0 && b1 < 0xA0) return 0;   // overlong
+  if (b0 == 0xED && b1 >= 0xA0) return 0;  // surrogates
+  if (b0 == 0xF0 && b1 < 0x90) return 0;   // overlong
+  if (b0 == 0xF4 && b1 >= 0x90) return 0;  // above U+10FFFF
+  return len;
+}
+
+bool IsControl(unsigned char c) {
+  return c < 0x20 || c == 0x7F;
+}
+
+// C1 control characters U+0080..U+009F (C2 80..C2 9F) act on terminals too.
+bool IsC1(std::string_view s, std::size_t i, std::size_t len) {
+  return len == 2 && static_cast<unsigned char>(s[i]) == 0xC2 &&
+         static_cast<unsigned char>(s[i + 1]) <= 0x9F;
+}
+
+bool NeedsQuoting(std::string_view name) {
+  if (name.substr(0, 2) == "$'") return true;
+  for (std::size_t i = 0; i < name.size();) {
+    const std::size_t len = Utf8SequenceAt(name, i);
+    if (len == 0 || (len == 1 && IsControl(static_cast<unsigned char>(name[i]))) ||
+        IsC1(name, i, len))
+      return true;
+    i += len;
+  }
+  return false;
+}
+
+void AppendHexByte(unsigned char c, std::string& out) {
+  static constexpr char kHex[] = "0123456789abcdef";
+  out += "\\x";
+  out += kHex[c >> 4];
+  out += kHex[c & 0xF];
+}
+
+std::string Base64(std::string_view bytes) {
+  static constexpr char kDigits[] =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out;
+  out.reserve((bytes.size() + 2) / 3 * 4);
+  std::size_t i = 0;
+  for (; i + 2 < bytes.size(); i += 3) {
+    const unsigned v = static_cast<unsigned char>(bytes[i]) << 16 |
+                       static_cast<unsigned char>(bytes[i + 1]) << 8 |
+                       static_cast<unsigned char>(bytes[i + 2]);
+    out += kDigits[v >> 18];
+    out += kDigits[(v >> 12) & 63];
+    out += kDigits[(v >> 6) & 63];
+    out += kDigits[v & 63];
+  }
+  if (i < bytes.size()) {
+    const bool two = i + 1 < bytes.size();
+    const unsigned v = static_cast<unsigned char>(bytes[i]) << 16 |
+                       (two ? static_cast<unsigned char>(bytes[i + 1]) << 8 : 0);
+    out += kDigits[v >> 18];
+    out += kDigits[(v >> 12) & 63];
+    out += two ? kDigits[(v >> 6) & 63] : '=';
+    out += '=';
+  }
+  return out;
+}
+
+}  // namespace
+
+std::string QuoteForLine(std::string_view name) {
+  if (!NeedsQuoting(name)) return std::string(name);
+  std::string out = "$'";
+  for (std::size_t i = 0; i < name.size();) {
+    const std::size_t len = Utf8SequenceAt(name, i);
+    const auto c = static_cast<unsigned char>(name[i]);
+    if (len == 0) {  // a byte that is no UTF-8: its value
+      AppendHexByte(c, out);
+      ++i;
+      continue;
+    }
+    if (IsC1(name, i, len)) {
+      AppendHexByte(c, out);
+      AppendHexByte(static_cast<unsigned char>(name[i + 1]), out);
+    } else if (len > 1) {
+      out.append(name.substr(i, len));
+    } else if (c == '\\' || c == '\'') {
+      out += '\\';
+      out += static_cast<char>(c);
+    } else if (c == '\n') {
+      out += "\\n";
+    } else if (c == '\t') {
+      out += "\\t";
+    } else if (c == '\r') {
+      out += "\\r";
+    } else if (IsControl(c)) {
+      AppendHexByte(c, out);
+    } else {
+      out += static_cast<char>(c);
+    }
+    i += len;
+  }
+  out += '\'';
+  return out;
+}
+
 void PrintGroups(const ResultModel& result, std::ostream& out) {
   bool first = true;
   result.ForEachGroup([&](RowRef g) {
     if (!first) out << '\n';
     first = false;
-    out << result.Caption(g) << '\n';
-    // Paths go out with their real bytes, so that scripts can act on them.
+    out << QuoteForLine(result.Caption(g)) << '\n';
+    // Paths go out with their real bytes, quoted only where a line could not
+    // hold them unambiguously, so that scripts can act on them.
     result.ForEachFile(g, [&](RowRef f) {
-      out << result.File_GetPathFromNode(f) << '\n';
+      out << QuoteForLine(result.File_GetPathFromNode(f)) << '\n';
+      return true;
+    });
+    return true;
+  });
+}
+
+void PrintNullSeparated(const ResultModel& result, std::ostream& out) {
+  bool first = true;
+  result.ForEachGroup([&](RowRef g) {
+    if (!first) out << '\0';
+    first = false;
+    result.ForEachFile(g, [&](RowRef f) {
+      out << result.File_GetPathFromNode(f) << '\0';
       return true;
     });
     return true;
@@ -35,7 +166,9 @@ void PrintJson(const ResultModel& result, const SearchStatistics& stats, double 
     ordered_json files = ordered_json::array();
     result.ForEachFile(g, [&](RowRef f) {
       ordered_json file;
-      file["path"] = result.File_GetPathFromNode(f);
+      const std::string path = result.File_GetPathFromNode(f);
+      file["path"] = DisplayUtf8(path);
+      if (!IsValidUtf8(path)) file["path_b64"] = Base64(path);
       file["size"] = result.FileSize(f);
       file["modified"] =
           FormatDate(CellAsDouble(result.Cell(f, CellKey::dateVal)), "yyyy-MM-dd hh:nn:ss");
@@ -65,8 +198,8 @@ void PrintJson(const ResultModel& result, const SearchStatistics& stats, double 
   st["checksums"] = stats.ChecksumCount;
   st["seconds"] = elapsedSeconds;
   doc["statistics"] = std::move(st);
-  // Names that are not valid UTF-8 show U+FFFD here; the plain output keeps
-  // their bytes.
+  // Titles that are not valid UTF-8 show U+FFFD; paths carry their bytes in
+  // "path_b64".
   out << doc.dump(2, ' ', false, ordered_json::error_handler_t::replace) << '\n';
 }
 

@@ -25,30 +25,74 @@ const TextCatalog& GermanTexts() {
   return german;
 }
 
-bool WriteAll(int fd, std::string_view bytes) {
-  std::size_t done = 0;
-  while (done < bytes.size()) {
-    const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+// Writes all of `bytes`; `*done` (when given) tells how many went out.
+bool WriteAll(int fd, std::string_view bytes, std::size_t* done = nullptr) {
+  std::size_t written = 0;
+  bool ok = true;
+  while (written < bytes.size()) {
+    const ssize_t n = ::write(fd, bytes.data() + written, bytes.size() - written);
     if (n < 0) {
       if (errno == EINTR) continue;
-      return false;
+      ok = false;
+      break;
     }
-    done += static_cast<std::size_t>(n);
+    written += static_cast<std::size_t>(n);
   }
-  return true;
+  if (done) *done = written;
+  return ok;
+}
+
+// Appends `bytes` to a file opened for appending, whole or not at all: after
+// a failed write (a full disk) the file is cut back to where it was, as long
+// as nobody else appended meanwhile. errno tells the failure.
+bool AppendWhole(int fd, std::string_view bytes) {
+  struct stat before {};
+  if (::fstat(fd, &before) != 0) return false;
+  std::size_t done = 0;
+  if (WriteAll(fd, bytes, &done)) return true;
+  const int err = errno;
+  struct stat after {};
+  if (done > 0 && ::fstat(fd, &after) == 0 &&
+      after.st_size == before.st_size + static_cast<off_t>(done)) {
+    [[maybe_unused]] const int cut = ::ftruncate(fd, before.st_size);
+  }
+  errno = err;
+  return false;
 }
 
 // Opens for appending, creating the file; a new (empty) file gets its
-// byte-order mark first.
+// byte-order mark first. Only regular files: the open does not wait for a
+// FIFO's reader. A file made here that cannot take its mark is removed again,
+// so that a full disk leaves no empty files behind. -1 with errno on failure.
 int OpenForAppend(const std::filesystem::path& file) {
-  const int fd = ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+  constexpr int kFlags = O_WRONLY | O_APPEND | O_CLOEXEC | O_NONBLOCK;
+  bool made = true;
+  int fd = ::open(file.c_str(), kFlags | O_CREAT | O_EXCL, 0644);
+  if (fd < 0 && errno == EEXIST) {
+    made = false;
+    fd = ::open(file.c_str(), kFlags);
+  }
   if (fd < 0) return -1;
   struct stat st {};
-  if (::fstat(fd, &st) == 0 && st.st_size == 0 && !WriteAll(fd, "\xFF\xFE")) {
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
     ::close(fd);
+    errno = EINVAL;
+    return -1;
+  }
+  ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+  if (st.st_size == 0 && !AppendWhole(fd, "\xFF\xFE")) {
+    const int err = errno;
+    ::close(fd);
+    if (made) ::unlink(file.c_str());
+    errno = err;
     return -1;
   }
   return fd;
+}
+
+bool fail(const std::string& what, std::string* error) {
+  if (error) *error = what;
+  return false;
 }
 
 bool StartsWithDigit(std::string_view s) {
@@ -69,15 +113,25 @@ bool AppendLogLine(const std::filesystem::path& file, std::string_view text, boo
   line += "\r\n";
   const int fd = OpenForAppend(file);
   if (fd < 0) return false;
-  const bool ok = WriteAll(fd, Utf8ToUtf16le(line));
+  const bool ok = AppendWhole(fd, Utf8ToUtf16le(line));
   return ::close(fd) == 0 && ok;
 }
 
 bool CreateEmptyFileWithUnicodeHeader(const std::filesystem::path& file) {
   const int fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
   if (fd < 0) return errno == EEXIST;
-  const bool ok = WriteAll(fd, "\xFF\xFE");
-  return ::close(fd) == 0 && ok;
+  bool ok = WriteAll(fd, "\xFF\xFE");
+  int err = errno;
+  if (::close(fd) != 0 && ok) {
+    ok = false;
+    err = errno;
+  }
+  if (!ok) {
+    // A full disk: no empty file is left behind.
+    ::unlink(file.c_str());
+    errno = err;
+  }
+  return ok;
 }
 
 Logger::Logger(std::filesystem::path generalLog, std::filesystem::path runLog,
@@ -96,41 +150,58 @@ void Logger::LogProtokollMain(std::string_view text) {
 }
 
 bool Logger::SaveTmpLog(std::string* error) {
-  auto fail = [&](const std::string& what) {
-    if (error) *error = what;
-    return false;
+  const TextCatalog& texts = GermanTexts();
+  std::string first;  // the first failure is the one reported
+  auto note = [&](std::string what) {
+    if (first.empty()) first = std::move(what);
   };
   std::error_code ec;
   if (!std::filesystem::exists(runLog_, ec)) {
-    CreateEmptyFileWithUnicodeHeader(runLog_);
-    return true;
-  }
-  std::string bytes, why;
-  if (!ReadWholeFile(runLog_, &bytes, &why)) {
-    return fail(GermanTexts().Get(txt::T2746, {runLog_.string(), why}));
-  }
-  std::string_view body = bytes;
-  if (body.size() >= 2 && body.substr(0, 2) == "\xFF\xFE") body.remove_prefix(2);
-  if (!body.empty()) {
-    const int fd = OpenForAppend(generalLog_);
-    if (fd < 0)
-      return fail(GermanTexts().Get(txt::T2746, {generalLog_.string(), ErrnoText(errno)}));
-    const bool ok = WriteAll(fd, body);
-    const int err = errno;
-    ::close(fd);
-    if (!ok) return fail(GermanTexts().Get(txt::T9002, {generalLog_.string(), ErrnoText(err)}));
-  }
-  // The run's log becomes lastsearch.txt.
-  std::filesystem::rename(runLog_, lastSearchLog_, ec);
-  if (ec) {
-    std::error_code ec2;
-    std::filesystem::copy_file(runLog_, lastSearchLog_,
-                               std::filesystem::copy_options::overwrite_existing, ec2);
-    if (ec2) return fail(GermanTexts().Get(txt::T9001, {lastSearchLog_.string(), ec2.message()}));
-    std::filesystem::remove(runLog_, ec2);
+    // The run's log could not be written (start-up said so). The previous
+    // search's log must not stand as this one's.
+    if (std::filesystem::exists(lastSearchLog_, ec)) {
+      std::filesystem::remove(lastSearchLog_, ec);
+      note(ec ? texts.Get(txt::T9023, {lastSearchLog_.string(), ec.message()})
+              : texts.Get(txt::T9022, {lastSearchLog_.string()}));
+    }
+  } else {
+    std::string bytes, why;
+    if (!ReadWholeFile(runLog_, &bytes, &why)) {
+      return fail(texts.Get(txt::T2746, {runLog_.string(), why}), error);
+    }
+    std::string_view body = bytes;
+    if (body.size() >= 2 && body.substr(0, 2) == "\xFF\xFE") body.remove_prefix(2);
+    if (!body.empty()) {
+      const int fd = OpenForAppend(generalLog_);
+      if (fd < 0) {
+        note(texts.Get(txt::T2746, {generalLog_.string(), ErrnoText(errno)}));
+      } else {
+        if (!AppendWhole(fd, body)) {
+          note(texts.Get(txt::T9002, {generalLog_.string(), ErrnoText(errno)}));
+        }
+        ::close(fd);
+      }
+    }
+    // The run's log becomes lastsearch.txt, also when the general log could
+    // not take it.
+    std::filesystem::rename(runLog_, lastSearchLog_, ec);
+    if (ec) {
+      std::error_code ec2;
+      std::filesystem::copy_file(runLog_, lastSearchLog_,
+                                 std::filesystem::copy_options::overwrite_existing, ec2);
+      if (ec2) {
+        // No half copy stays; the message says that the file is gone.
+        std::error_code ec3;
+        std::filesystem::remove(lastSearchLog_, ec3);
+        note(texts.Get(txt::T9001, {lastSearchLog_.string(), ec2.message()}));
+      } else {
+        std::filesystem::remove(runLog_, ec2);
+      }
+    }
   }
   CreateEmptyFileWithUnicodeHeader(runLog_);
-  return true;
+  if (first.empty()) return true;
+  return fail(first, error);
 }
 
 bool Cut_Logfile(double days, const std::filesystem::path& file, std::string* error,

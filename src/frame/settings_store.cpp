@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <system_error>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "frame/ini_file.h"
 #include "frame/text_file.h"
@@ -41,17 +43,6 @@ bool HasControlChars(std::string_view text) {
     if (c < 0x20 && c != '\t' && c != '\r' && c != '\n') return true;
   }
   return false;
-}
-
-// Finds a map entry by exact name, else without regard to case.
-template <typename Map>
-auto FindName(Map& m, std::string_view name) -> decltype(m.begin()) {
-  auto it = m.find(std::string(name));
-  if (it != m.end()) return it;
-  for (auto i = m.begin(); i != m.end(); ++i) {
-    if (SameName(i->first, name)) return i;
-  }
-  return m.end();
 }
 
 bool ParseLong(std::string_view text, long long* out) {
@@ -91,16 +82,52 @@ const TextCatalog& GermanTexts() {
 }
 
 // Copies a file that could not be understood aside, so that saving over it
-// never loses what the user had: "<file>.bak", "<file>.bak1", ...
-void KeepDamagedCopy(const std::filesystem::path& file) {
+// never loses what the user had: "<file>.bak", "<file>.bak1", ... False (with
+// no half copy left) when no copy could be made; the save must not go on then.
+bool KeepDamagedCopy(const std::filesystem::path& file, std::string* why) {
   std::error_code ec;
   for (int n = 0; n < 100; ++n) {
     std::filesystem::path copy = file;
     copy += n == 0 ? std::string(".bak") : ".bak" + std::to_string(n);
-    if (std::filesystem::exists(copy, ec)) continue;
-    std::filesystem::copy_file(file, copy, ec);
-    return;
+    if (std::filesystem::exists(copy, ec) || std::filesystem::is_symlink(copy, ec)) continue;
+    std::string bytes;
+    if (!ReadWholeFile(file, &bytes, why)) return false;
+    // Written like the settings themselves: whole, or not at all.
+    return WriteFileAtomic(copy, bytes, why);
   }
+  if (why) *why = "no free name for a copy";
+  return false;
+}
+
+// An index from folded key name to the entry's position in a section.
+std::unordered_map<std::string, std::size_t> KeyIndex(const IniSection& sec) {
+  std::unordered_map<std::string, std::size_t> index;
+  index.reserve(sec.entries.size());
+  for (std::size_t i = 0; i < sec.entries.size(); ++i) {
+    index.try_emplace(FoldName(sec.entries[i].first), i);
+  }
+  return index;
+}
+
+// Sets key=value in the section: the entry of that name (without regard to
+// case) takes the value, else a new entry goes to the end.
+void SetEntry(IniSection& sec, std::unordered_map<std::string, std::size_t>& index,
+              std::string_view key, std::string_view value) {
+  auto [it, fresh] = index.try_emplace(FoldName(key), sec.entries.size());
+  if (fresh) {
+    sec.entries.emplace_back(std::string(key), std::string(value));
+  } else {
+    sec.entries[it->second].second = std::string(value);
+  }
+}
+
+// The section of that name (without regard to case); made at the end when new.
+IniSection& SectionOf(IniDocument& doc, std::string_view name) {
+  for (auto& x : doc.sections) {
+    if (SameName(x.name, name)) return x;
+  }
+  doc.sections.push_back({std::string(name), {}});
+  return doc.sections.back();
 }
 
 std::string CleanValue(std::string_view v) {
@@ -130,6 +157,10 @@ bool SameName(std::string_view a, std::string_view b) {
   return LowerCase(a) == LowerCase(b);
 }
 
+std::string FoldName(std::string_view name) {
+  return LowerCase(name);
+}
+
 std::string_view Unquote(std::string_view v) {
   if (v.size() >= 2 && v.front() == '"' && v.back() == '"') return v.substr(1, v.size() - 2);
   return v;
@@ -141,7 +172,12 @@ IniDocument ParseIni(std::string_view text) {
     doc.binary = true;
     return doc;
   }
-  IniSection* current = nullptr;
+  // Names are compared without regard to case through their folded forms, so
+  // that a section of many keys is read in time linear in its size.
+  std::unordered_map<std::string, std::size_t> sectionIndex;
+  std::vector<std::unordered_set<std::string>> keysSeen;
+  std::size_t current = 0;
+  bool inSection = false;
   std::size_t pos = 0;
   while (pos <= text.size()) {
     std::size_t end = text.find('\n', pos);
@@ -153,44 +189,62 @@ IniDocument ParseIni(std::string_view text) {
       const auto close = line.find(']');
       if (close == std::string_view::npos) {
         ++doc.badLines;
-        current = nullptr;
+        inSection = false;
         continue;
       }
-      const std::string name(Trim(line.substr(1, close - 1)));
-      current = nullptr;
-      for (auto& s : doc.sections) {
-        if (SameName(s.name, name)) current = &s;
+      std::string name(Trim(line.substr(1, close - 1)));
+      auto [it, fresh] = sectionIndex.try_emplace(FoldName(name), doc.sections.size());
+      if (fresh) {
+        doc.sections.push_back({std::move(name), {}});
+        keysSeen.emplace_back();
       }
-      if (current == nullptr) {
-        doc.sections.push_back({name, {}});
-        current = &doc.sections.back();
-      }
+      current = it->second;
+      inSection = true;
       continue;
     }
     const auto eq = line.find('=');
-    if (eq == std::string_view::npos || current == nullptr) {
+    if (eq == std::string_view::npos || !inSection) {
       ++doc.badLines;
       continue;
     }
-    const std::string key(Trim(line.substr(0, eq)));
+    std::string key(Trim(line.substr(0, eq)));
     if (key.empty()) {
       ++doc.badLines;
       continue;
     }
-    bool seen = false;  // the first of two equal keys wins
-    for (const auto& e : current->entries) {
-      if (SameName(e.first, key)) seen = true;
-    }
-    if (!seen) current->entries.emplace_back(key, std::string(Unquote(Trim(line.substr(eq + 1)))));
+    // The first of two equal keys wins.
+    if (!keysSeen[current].insert(FoldName(key)).second) continue;
+    doc.sections[current].entries.emplace_back(std::move(key),
+                                               std::string(Unquote(Trim(line.substr(eq + 1)))));
   }
   return doc;
 }
 
-bool ReadIniFile(const std::filesystem::path& file, IniDocument* doc, std::string* error) {
+bool ReadIniFile(const std::filesystem::path& file, IniDocument* doc, std::string* error,
+                 const TextCatalog& texts) {
   std::string bytes;
-  if (!ReadWholeFile(file, &bytes, error)) return false;
-  *doc = ParseIni(DecodeText(bytes, true));
+  if (!ReadWholeFile(file, &bytes, error, texts)) return false;
+  TextEncoding found{};
+  std::string text = DecodeText(bytes, true, &found);
+  const bool utf16 = found == TextEncoding::Utf16le || found == TextEncoding::Utf16be ||
+                     found == TextEncoding::Utf16leNoBom;
+  if (!utf16 || bytes.size() % 2 == 0) {
+    *doc = ParseIni(text);
+    return true;
+  }
+  // A UTF-16 file of an odd length was cut: its last line is not whole and
+  // may hold half a value. Only the whole lines are read; the cut one counts
+  // as a line that could not be read.
+  text = DecodeText(std::string_view(bytes).substr(0, bytes.size() - 1), true);
+  const auto lastBreak = text.rfind('\n');
+  text.resize(lastBreak == std::string::npos ? 0 : lastBreak + 1);
+  *doc = ParseIni(text);
+  if (!doc->binary) ++doc->badLines;
   return true;
+}
+
+bool ReadIniFile(const std::filesystem::path& file, IniDocument* doc, std::string* error) {
+  return ReadIniFile(file, doc, error, GermanTexts());
 }
 
 std::string SerializeIni(const IniDocument& doc) {
@@ -216,13 +270,18 @@ std::string SettingsStore::Get(std::string_view section, std::string_view key) c
   return Get(section, key, d ? d : "");
 }
 
+const std::string* SettingsStore::Find(std::string_view section, std::string_view key) const {
+  auto f = folded_.find(FoldName(section));
+  if (f == folded_.end()) return nullptr;
+  auto k = f->second.keys.find(FoldName(key));
+  if (k == f->second.keys.end()) return nullptr;
+  return &values_.at(f->second.name).at(k->second);
+}
+
 std::string SettingsStore::Get(std::string_view section, std::string_view key,
                                std::string_view fallback) const {
-  auto s = FindName(values_, section);
-  if (s == values_.end()) return std::string(fallback);
-  auto k = FindName(s->second, key);
-  if (k == s->second.end()) return std::string(fallback);
-  return k->second;
+  const std::string* v = Find(section, key);
+  return v ? *v : std::string(fallback);
 }
 
 long long SettingsStore::GetInt(std::string_view section, std::string_view key) const {
@@ -246,19 +305,17 @@ bool SettingsStore::GetBool(std::string_view section, std::string_view key) cons
 }
 
 bool SettingsStore::Has(std::string_view section, std::string_view key) const {
-  auto s = FindName(values_, section);
-  return s != values_.end() && FindName(s->second, key) != s->second.end();
+  return Find(section, key) != nullptr;
 }
 
 void SettingsStore::Set(std::string_view section, std::string_view key, std::string value) {
-  auto s = FindName(values_, section);
-  if (s == values_.end()) s = values_.emplace(std::string(section), decltype(s->second){}).first;
-  auto k = FindName(s->second, key);
-  if (k == s->second.end()) {
-    s->second.emplace(std::string(key), std::move(value));
-  } else {
-    k->second = std::move(value);
-  }
+  // A name already held keeps the spelling it has.
+  auto [f, freshSection] = folded_.try_emplace(FoldName(section));
+  if (freshSection) f->second.name = std::string(section);
+  auto& keys = values_[f->second.name];
+  auto [k, freshKey] = f->second.keys.try_emplace(FoldName(key));
+  if (freshKey) k->second = std::string(key);
+  keys[k->second] = std::move(value);
 }
 
 void SettingsStore::SetInt(std::string_view section, std::string_view key, long long v) {
@@ -270,11 +327,17 @@ void SettingsStore::SetBool(std::string_view section, std::string_view key, bool
 }
 
 void SettingsStore::Remove(std::string_view section, std::string_view key) {
-  auto s = FindName(values_, section);
-  if (s == values_.end()) return;
-  auto k = FindName(s->second, key);
-  if (k != s->second.end()) s->second.erase(k);
-  if (s->second.empty()) values_.erase(s);
+  auto f = folded_.find(FoldName(section));
+  if (f == folded_.end()) return;
+  auto k = f->second.keys.find(FoldName(key));
+  if (k == f->second.keys.end()) return;
+  auto s = values_.find(f->second.name);
+  s->second.erase(k->second);
+  f->second.keys.erase(k);
+  if (s->second.empty()) {
+    values_.erase(s);
+    folded_.erase(f);
+  }
 }
 
 // ---------------------------------------------------------------- load / save
@@ -286,7 +349,7 @@ bool EinstellungenLaden(SettingsStore& s, const std::filesystem::path& file, std
   if (!std::filesystem::exists(file, ec)) return true;
   IniDocument doc;
   std::string why;
-  if (!ReadIniFile(file, &doc, &why)) {
+  if (!ReadIniFile(file, &doc, &why, texts)) {
     if (error) *error = texts.Get(txt::T9010, {file.string(), why});
     return false;
   }
@@ -310,50 +373,47 @@ bool EinstellungenLaden(SettingsStore& s, const std::filesystem::path& file, std
 
 bool EinstellungenSpeichern(const SettingsStore& s, const std::filesystem::path& file,
                             std::string* error, const TextCatalog& texts) {
+  auto fail = [&](const std::string& why) {
+    if (error) *error = texts.Get(txt::T9011, {file.string(), why});
+    return false;
+  };
+  // A FIFO or device in the file's place stays as it is.
+  if (ExistsButNotRegular(file)) return fail(texts.Get(txt::T9020));
   // Start from what the file holds, so that keys of other versions or other
   // windows survive; then lay the store over it.
   IniDocument doc;
   std::error_code ec;
   if (std::filesystem::exists(file, ec)) {
     std::string why;
-    if (!ReadIniFile(file, &doc, &why) || doc.binary) {
-      KeepDamagedCopy(file);
+    if (!ReadIniFile(file, &doc, &why, texts) || doc.binary) {
+      if (!KeepDamagedCopy(file, &why)) return fail(why);
       doc = IniDocument{};
     } else if (doc.badLines > 0) {
-      KeepDamagedCopy(file);  // the lines we could not read would be lost
+      // The lines we could not read would be lost.
+      if (!KeepDamagedCopy(file, &why)) return fail(why);
     }
+  }
+  std::unordered_map<std::string, std::size_t> sectionIndex;
+  for (std::size_t i = 0; i < doc.sections.size(); ++i) {
+    sectionIndex.try_emplace(FoldName(doc.sections[i].name), i);
   }
   for (const auto& [secName, keys] : s.Sections()) {
-    IniSection* sec = nullptr;
-    for (auto& x : doc.sections) {
-      if (SameName(x.name, secName)) sec = &x;
-    }
-    if (sec == nullptr) {
-      doc.sections.push_back({secName, {}});
-      sec = &doc.sections.back();
-    } else {
+    auto [at, fresh] = sectionIndex.try_emplace(FoldName(secName), doc.sections.size());
+    if (fresh) doc.sections.push_back({secName, {}});
+    IniSection& sec = doc.sections[at->second];
+    if (!fresh) {
       // Known keys that the store no longer holds read as their defaults;
       // dropping them keeps shortened lists (V0, V1, ...) from coming back.
-      std::erase_if(sec->entries, [&](const auto& e) {
-        return SettingsStore::DefaultOf(sec->name, e.first) != nullptr && !s.Has(secName, e.first);
+      std::erase_if(sec.entries, [&](const auto& e) {
+        return SettingsStore::DefaultOf(sec.name, e.first) != nullptr && !s.Has(secName, e.first);
       });
     }
-    for (const auto& [k, v] : keys) {
-      bool replaced = false;
-      for (auto& e : sec->entries) {
-        if (SameName(e.first, k)) {
-          e.second = v;
-          replaced = true;
-        }
-      }
-      if (!replaced) sec->entries.emplace_back(k, v);
-    }
+    // Keys the file holds keep their place; new ones follow in the store's order.
+    auto index = KeyIndex(sec);
+    for (const auto& [k, v] : keys) SetEntry(sec, index, k, v);
   }
   std::string why;
-  if (!WriteFileAtomic(file, SerializeIni(doc), &why)) {
-    if (error) *error = texts.Get(txt::T9011, {file.string(), why});
-    return false;
-  }
+  if (!WriteFileAtomic(file, SerializeIni(doc), &why, texts)) return fail(why);
   return true;
 }
 
@@ -378,36 +438,28 @@ std::string ProfileGetItemWide(std::string_view section, std::string_view key,
 
 bool ProfileWriteItemWide(std::string_view section, std::string_view key, std::string_view value,
                           const std::filesystem::path& file, std::string* error) {
+  const TextCatalog& texts = GermanTexts();
+  auto fail = [&](const std::string& why) {
+    if (error) *error = texts.Get(txt::T9011, {file.string(), why});
+    return false;
+  };
+  if (ExistsButNotRegular(file)) return fail(texts.Get(txt::T9020));
   IniDocument doc;
   std::error_code ec;
   if (std::filesystem::exists(file, ec)) {
     std::string why;
     if (!ReadIniFile(file, &doc, &why) || doc.binary) {
-      KeepDamagedCopy(file);
+      if (!KeepDamagedCopy(file, &why)) return fail(why);
       doc = IniDocument{};
+    } else if (doc.badLines > 0) {
+      if (!KeepDamagedCopy(file, &why)) return fail(why);
     }
   }
-  IniSection* sec = nullptr;
-  for (auto& x : doc.sections) {
-    if (SameName(x.name, section)) sec = &x;
-  }
-  if (sec == nullptr) {
-    doc.sections.push_back({std::string(section), {}});
-    sec = &doc.sections.back();
-  }
-  bool replaced = false;
-  for (auto& e : sec->entries) {
-    if (SameName(e.first, key)) {
-      e.second = std::string(value);
-      replaced = true;
-    }
-  }
-  if (!replaced) sec->entries.emplace_back(std::string(key), std::string(value));
+  IniSection& sec = SectionOf(doc, section);
+  auto index = KeyIndex(sec);
+  SetEntry(sec, index, key, value);
   std::string why;
-  if (!WriteFileAtomic(file, SerializeIni(doc), &why)) {
-    if (error) *error = GermanTexts().Get(txt::T9011, {file.string(), why});
-    return false;
-  }
+  if (!WriteFileAtomic(file, SerializeIni(doc), &why)) return fail(why);
   return true;
 }
 

@@ -11,6 +11,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace kelvor {
@@ -34,7 +35,10 @@ class SettingsStore {
   void SetInt(std::string_view section, std::string_view key, long long v);
   void SetBool(std::string_view section, std::string_view key, bool v);
   void Remove(std::string_view section, std::string_view key);
-  void Clear() { values_.clear(); }
+  void Clear() {
+    values_.clear();
+    folded_.clear();
+  }
 
   // Known default of a key, or nullptr for an unknown key.
   static const char* DefaultOf(std::string_view section, std::string_view key);
@@ -45,7 +49,18 @@ class SettingsStore {
   }
 
  private:
+  // The value of section/key by name without regard to case, or nullptr.
+  const std::string* Find(std::string_view section, std::string_view key) const;
+
   std::map<std::string, std::map<std::string, std::string>> values_;
+  // Names without regard to case: folded section name -> the section's name
+  // as held in values_, and folded key name -> the key's name as held. One
+  // hash probe finds a name however many a section holds.
+  struct FoldedSection {
+    std::string name;
+    std::unordered_map<std::string, std::string> keys;
+  };
+  std::unordered_map<std::string, FoldedSection> folded_;
 };
 
 // EinstellungenLaden: reads every section and key of the file into `s`

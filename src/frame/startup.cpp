@@ -224,10 +224,16 @@ bool EnsureUnicodeSettingsFile(const fs::path& file, std::string* error) {
     if (error) *error = ErrnoText(errno);
     return false;
   }
+  // A FIFO, device or folder: left for the settings reader to report.
+  if (ExistsButNotRegular(file)) return true;
   std::string bytes;
   if (!ReadWholeFile(file, &bytes, error)) return false;
   if (bytes.size() >= 2 && bytes.compare(0, 2, "\xFF\xFE") == 0) return true;
-  const std::string text = DecodeText(bytes, true);
+  TextEncoding found{};
+  const std::string text = DecodeText(bytes, true, &found);
+  // UTF-16 of an odd length was cut: converting it would make the damage
+  // part of the text. Left for the settings reader to report, untouched.
+  if (found == TextEncoding::Utf16be && bytes.size() % 2 != 0) return true;
   // Not a text file: leave it for the settings reader to report, untouched.
   if (ParseIni(text).binary) return true;
   return WriteFileAtomic(file, Utf16leWithBom(text), error);
@@ -271,7 +277,9 @@ StartupResult RunStartup(const StartupOptions& options, const Environment& env, 
   if (!MakeFolder(p.logFolder, "log", &message)) box(message);
 
   // Language: needs the settings ("Lang", "UseLangTxt" of "Allgemein").
-  if (!EinstellungenLaden(r.settings, p.settingsFile, &error)) r.messages.push_back(error);
+  // A settings file that could not be read, wholly or in part, is said: the
+  // start goes on with what could be read and the defaults.
+  if (!EinstellungenLaden(r.settings, p.settingsFile, &error)) box(error);
   std::string langMessage;
   r.texts.Init_Sprache(r.settings, p.langFolder, &langMessage);
   if (!langMessage.empty()) r.messages.push_back(langMessage);
@@ -289,18 +297,29 @@ StartupResult RunStartup(const StartupOptions& options, const Environment& env, 
   }
 
   // The run's log: a new tick-count name, made with O_EXCL so that it is new
-  // even when another instance picks the same tick.
+  // even when another instance picks the same tick. A name that was made but
+  // cannot take the byte-order mark (a full disk) is removed again, said once,
+  // and the run goes on without a log.
   for (int attempt = 0; attempt < 1000 && r.paths.runLog.empty(); ++attempt) {
     const fs::path candidate = xGetTempFileNameFromTickCount(p.tempFolder);
     const int fd = ::open(candidate.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (fd >= 0) {
-      const bool ok = ::write(fd, "\xFF\xFE", 2) == 2;
-      ::close(fd);
-      if (ok) r.paths.runLog = candidate;
-    } else if (errno != EEXIST) {
+    if (fd < 0) {
+      if (errno == EEXIST) continue;
       box("Can't create log file '" + candidate.string() + "': " + ErrnoText(errno));
       r.paths.runLog = candidate;  // logging to it fails quietly
+      break;
     }
+    ssize_t n;
+    do {
+      n = ::write(fd, "\xFF\xFE", 2);
+    } while (n < 0 && errno == EINTR);
+    int err = n == 2 ? 0 : n < 0 ? errno : ENOSPC;
+    if (::close(fd) != 0 && err == 0) err = errno;
+    if (err != 0) {
+      ::unlink(candidate.c_str());
+      box(r.texts.Get(txt::T9021, {candidate.string(), ErrnoText(err)}));
+    }
+    r.paths.runLog = candidate;  // without its file, logging to it fails quietly
   }
   return r;
 }

@@ -3,11 +3,13 @@
 #include "frame/text_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
+#include "frame/texts.h"
 #include "frame/unicode.h"
 
 namespace kelvor {
@@ -70,11 +72,24 @@ std::string ErrnoText(int err) {
 }
 
 bool ReadWholeFile(const std::filesystem::path& file, std::string* bytes, std::string* error) {
-  const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  return ReadWholeFile(file, bytes, error, TextCatalog{});
+}
+
+bool ReadWholeFile(const std::filesystem::path& file, std::string* bytes, std::string* error,
+                   const TextCatalog& texts) {
+  const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) {
     if (error) *error = ErrnoText(errno);
     return false;
   }
+  struct stat st {};
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    ::close(fd);
+    if (error) *error = texts.Get(txt::T9020);
+    return false;
+  }
+  // Reads of a regular file do not care, but say what is meant.
+  ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
   bytes->clear();
   char buf[65536];
   for (;;) {
@@ -93,12 +108,27 @@ bool ReadWholeFile(const std::filesystem::path& file, std::string* bytes, std::s
   return true;
 }
 
+bool ExistsButNotRegular(const std::filesystem::path& file) {
+  struct stat st {};
+  return ::stat(file.c_str(), &st) == 0 && !S_ISREG(st.st_mode);
+}
+
 bool WriteFileAtomic(const std::filesystem::path& file, std::string_view bytes,
                      std::string* error) {
+  return WriteFileAtomic(file, bytes, error, TextCatalog{});
+}
+
+bool WriteFileAtomic(const std::filesystem::path& file, std::string_view bytes, std::string* error,
+                     const TextCatalog& texts) {
   auto fail = [&](const char* what, int err) {
     if (error) *error = std::string(what) + ": " + ErrnoText(err);
     return false;
   };
+  // The rename would put a file in the place of a FIFO or device.
+  if (ExistsButNotRegular(file)) {
+    if (error) *error = texts.Get(txt::T9020);
+    return false;
+  }
   std::filesystem::path tmp = file;
   tmp += ".tmp-" + std::to_string(::getpid());
   const int fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);

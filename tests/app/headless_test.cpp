@@ -1,8 +1,13 @@
 // The real kelvor binary run headless in a temporary data folder: exit
 // codes, messages, the data folder it makes, its logs and its output.
 
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <set>
@@ -44,9 +49,10 @@ class HeadlessTest : public ::testing::Test {
     tree_ = tmp_.Mkdir("tree");
   }
 
-  // Runs kelvor with the data folder in the temp folder, then `args`.
+  // Runs kelvor with the data folder in the temp folder, then `args`. A run
+  // that hangs is ended after a generous time (exit code 124).
   Outcome Kelvor(const std::vector<std::string>& args, bool withData = true) {
-    std::string cmd = Quote(bin_);
+    std::string cmd = "timeout -k 5 60 " + Quote(bin_);
     if (withData) cmd += " --data-dir " + Quote(data_.string());
     for (const auto& a : args) cmd += " " + Quote(a);
     const fs::path out = tmp_.path() / "stdout.txt", err = tmp_.path() / "stderr.txt";
@@ -56,6 +62,60 @@ class HeadlessTest : public ::testing::Test {
     o.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     o.out = ReadBytes(out);
     o.err = ReadBytes(err);
+    return o;
+  }
+
+  // Runs kelvor (with the data folder) as on a full disk: every write to a
+  // file fails with EFBIG (file size limit 0, SIGXFSZ ignored). Standard
+  // output and error are pipes, so the printed result still arrives.
+  Outcome KelvorOnFullDisk(const std::vector<std::string>& args) {
+    std::vector<std::string> all{bin_, "--data-dir", data_.string()};
+    all.insert(all.end(), args.begin(), args.end());
+    std::vector<char*> argv;
+    for (auto& a : all) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    int outPipe[2], errPipe[2];
+    if (::pipe(outPipe) != 0 || ::pipe(errPipe) != 0) return {};
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+      ::dup2(outPipe[1], 1);
+      ::dup2(errPipe[1], 2);
+      ::close(outPipe[0]);
+      ::close(errPipe[0]);
+      ::close(outPipe[1]);
+      ::close(errPipe[1]);
+      ::signal(SIGXFSZ, SIG_IGN);
+      struct rlimit limit {
+        0, 0
+      };
+      ::setrlimit(RLIMIT_FSIZE, &limit);
+      ::alarm(120);  // a hang ends the run
+      ::execv(argv[0], argv.data());
+      ::_exit(127);
+    }
+    ::close(outPipe[1]);
+    ::close(errPipe[1]);
+    Outcome o;
+    pollfd fds[2] = {{outPipe[0], POLLIN, 0}, {errPipe[0], POLLIN, 0}};
+    std::string* into[2] = {&o.out, &o.err};
+    int open = 2;
+    while (open > 0 && ::poll(fds, 2, -1) >= 0) {
+      for (int i = 0; i < 2; ++i) {
+        if (fds[i].fd < 0 || fds[i].revents == 0) continue;
+        char buf[4096];
+        const ssize_t n = ::read(fds[i].fd, buf, sizeof buf);
+        if (n > 0) {
+          into[i]->append(buf, static_cast<std::size_t>(n));
+        } else {
+          ::close(fds[i].fd);
+          fds[i].fd = -1;
+          --open;
+        }
+      }
+    }
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    o.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return o;
   }
 
@@ -222,6 +282,220 @@ TEST_F(HeadlessTest, JsonHelpAndUnknownOptions) {
   EXPECT_NE(o.out.find("--headless"), std::string::npos);
   EXPECT_NE(o.out.find("--data-dir"), std::string::npos);
   EXPECT_EQ(o.out, HelpText());
+}
+
+int Count(const std::string& text, const std::string& what) {
+  int n = 0;
+  for (auto p = text.find(what); p != std::string::npos; p = text.find(what, p + 1)) ++n;
+  return n;
+}
+
+std::set<std::string> FilesIn(const fs::path& folder) {
+  std::set<std::string> names;
+  for (const auto& e : fs::directory_iterator(folder)) names.insert(e.path().filename().string());
+  return names;
+}
+
+TEST_F(HeadlessTest, FullDataDiskLeavesNoFilesBehindAndSaysSoOnce) {
+  tmp_.Write("tree/a.txt", "same");
+  tmp_.Write("tree/b.txt", "same");
+  Outcome first = Kelvor({"--headless", "-s3", tree_.string()});
+  ASSERT_EQ(first.code, 0) << first.err;
+  ASSERT_NE(ReadUtf16File(data_ / "log/lastsearch.txt").find("Dateianzahl: 2"), std::string::npos);
+  const std::set<std::string> tempBefore = FilesIn(data_ / "temp");
+
+  tmp_.Write("tree/c.txt", "same");
+  Outcome o = KelvorOnFullDisk({"--headless", "-s3", tree_.string()});
+  EXPECT_EQ(o.code, 0) << o.err;
+  // The result is still printed.
+  EXPECT_EQ(Count(o.out, "\n"), 4) << o.out;
+  EXPECT_NE(o.out.find((tree_ / "c.txt").string()), std::string::npos) << o.out;
+  // No empty run logs are left in temp, and no half-written files anywhere.
+  EXPECT_EQ(FilesIn(data_ / "temp"), tempBefore);
+  for (const auto& e : fs::recursive_directory_iterator(data_))
+    EXPECT_EQ(e.path().string().find(".tmp"), std::string::npos) << e.path();
+  // Said once: the run's log cannot be written.
+  EXPECT_EQ(Count(o.err, "Das Protokoll dieses Laufs kann nicht in die Datei '"), 1) << o.err;
+  EXPECT_EQ(Count(o.err, "File too large"), 1) << o.err;
+  // lastsearch.txt no longer claims to be the log of this search.
+  const fs::path last = data_ / "log/lastsearch.txt";
+  EXPECT_FALSE(fs::exists(last));
+  EXPECT_EQ(Count(o.err, last.string()), 1) << o.err;
+}
+
+TEST_F(HeadlessTest, DamagedSettingsFileIsReportedAndKept) {
+  tmp_.Write("tree/a.txt", "12345");
+  std::string junk;
+  for (int i = 0; i < 300; ++i) junk.push_back(static_cast<char>((i * 37) % 256));
+  std::string odd = "\xFF\xFE";
+  for (char c : std::string("[DupVerz]\r\nLogDelDays=\"3\"\r\n")) {
+    odd.push_back(c);
+    odd.push_back('\0');
+  }
+  odd.pop_back();
+  struct Case {
+    std::string name, bytes, message;
+  };
+  for (const Case& c : std::vector<Case>{
+           {"binary", junk, "' ist beschädigt und wird nicht verwendet"},
+           {"odd byte count", odd, "' enthält 1 ungültige Zeile(n)"},
+           {"bad lines", "[DupVerz]\nno key\n=\nLogDel=0\n", "' enthält 2 ungültige Zeile(n)"},
+       }) {
+    fs::remove_all(data_);
+    const fs::path ini = data_ / "config4.ini";
+    tmp_.Write("kdata/config4.ini", c.bytes);
+    Outcome o = Kelvor({"--headless", "-s2", tree_.string()});
+    EXPECT_EQ(o.code, 0) << c.name << o.err;
+    EXPECT_EQ(Count(o.err, "Die Einstellungsdatei '" + ini.string() + c.message), 1)
+        << c.name << "\n"
+        << o.err;
+    if (c.name != "bad lines") {  // a file without its mark gets one, its text unchanged
+      EXPECT_EQ(ReadBytes(ini), c.bytes) << c.name;
+    }
+  }
+
+  // A FIFO in its place: the start neither waits nor replaces it.
+  fs::remove_all(data_);
+  fs::create_directories(data_);
+  const fs::path ini = data_ / "config4.ini";
+  ASSERT_EQ(::mkfifo(ini.c_str(), 0644), 0);
+  Outcome o = Kelvor({"--headless", "-s2", tree_.string()});
+  EXPECT_EQ(o.code, 0) << o.err;
+  EXPECT_EQ(Count(o.err, "Die Einstellungsdatei '" + ini.string() +
+                             "' konnte nicht gelesen werden. (keine reguläre Datei)"),
+            1)
+      << o.err;
+  struct stat st {};
+  ASSERT_EQ(::lstat(ini.c_str(), &st), 0);
+  EXPECT_TRUE(S_ISFIFO(st.st_mode));
+}
+
+// The shell's reading of one printed line: $'...' is unquoted by bash itself.
+std::string ShellWord(const fs::path& work, const std::string& line) {
+  if (line.rfind("$'", 0) != 0) return line;
+  const fs::path in = work / "line.txt", out = work / "word.bin";
+  {
+    std::FILE* f = std::fopen(in.c_str(), "wb");
+    std::fwrite(line.data(), 1, line.size(), f);
+    std::fclose(f);
+  }
+  const std::string cmd = "bash -c 'IFS= read -r l < \"$1\"; eval \"w=$l\"; printf %s \"$w\"' _ " +
+                          Quote(in.string()) + " > " + Quote(out.string());
+  if (std::system(cmd.c_str()) != 0) return "<bash failed>";
+  return ReadBytes(out);
+}
+
+std::string Base64Decode(const std::string& text) {
+  static const std::string kDigits =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out;
+  unsigned bits = 0;
+  int count = 0;
+  for (char c : text) {
+    if (c == '=') break;
+    const auto v = kDigits.find(c);
+    if (v == std::string::npos) return "<not base64>";
+    bits = (bits << 6) | static_cast<unsigned>(v);
+    count += 6;
+    if (count >= 8) {
+      count -= 8;
+      out.push_back(static_cast<char>((bits >> count) & 0xFF));
+    }
+  }
+  return out;
+}
+
+TEST_F(HeadlessTest, QuotedLinesAreReadBackByTheShellAsTheExactName) {
+  // Plain names stay as they are, whatever else they hold.
+  for (const char* plain : {"/a b/c'd\\e\"f.txt", "/ü/日本/$x", "/x/$'y"})
+    EXPECT_EQ(QuoteForLine(plain), std::string(plain));
+  // Names that need it are quoted; bash reads them back byte for byte.
+  for (const std::string& name :
+       {std::string("/a\nb"), std::string("/tab\there \\ 'q'"),
+        std::string("/c\xFF\xFE"
+                    "d"),
+        std::string("/c1\xC2\x85 ok \xC2\xA0"), std::string("/del\x7F\x01\x1B[31m"),
+        std::string("$'x\\n'"), std::string("/cut \xE2\x82"), std::string("/cr\r")}) {
+    const std::string line = QuoteForLine(name);
+    EXPECT_EQ(line.rfind("$'", 0), 0u) << line;
+    EXPECT_EQ(line.find('\n'), std::string::npos) << line;
+    EXPECT_EQ(ShellWord(tmp_.path(), line), name) << line;
+  }
+}
+
+TEST_F(HeadlessTest, NamesWithLineBreaksOrInvalidUtf8CanBeReadBackExactly) {
+  const std::string newline = (tree_ / "two\nlines.txt").string();
+  const std::string invalid = (tree_ / "bad\xFF\xFEname 'q'.txt").string();
+  const std::string plain = (tree_ / "plain name.txt").string();
+  for (const auto& p : {newline, invalid, plain}) {
+    std::FILE* f = std::fopen(p.c_str(), "wb");
+    ASSERT_NE(f, nullptr) << p;
+    std::fputs("same", f);
+    std::fclose(f);
+  }
+  const std::set<std::string> expected{newline, invalid, plain};
+
+  // Plain output: names that need it are quoted as the shell would read them.
+  Outcome o = Kelvor({"--headless", "-s3", tree_.string()});
+  ASSERT_EQ(o.code, 0) << o.err;
+  std::vector<std::string> lines;
+  for (std::size_t pos = 0; pos < o.out.size();) {
+    const std::size_t end = o.out.find('\n', pos);
+    lines.push_back(o.out.substr(pos, end - pos));
+    pos = end + 1;
+  }
+  ASSERT_EQ(lines.size(), 4u) << o.out;
+  EXPECT_EQ(lines[0], "4");
+  std::set<std::string> read;
+  for (std::size_t i = 1; i < lines.size(); ++i) read.insert(ShellWord(tmp_.path(), lines[i]));
+  EXPECT_EQ(read, expected) << o.out;
+  EXPECT_NE(o.out.find("\n" + plain + "\n"), std::string::npos);  // plain names stay plain
+
+  // --null: raw bytes, each path ended by NUL, groups apart by one more NUL.
+  tmp_.Write("tree/x1", "other");
+  tmp_.Write("tree/x2", "other");
+  o = Kelvor({"--headless", "--null", "-s3", tree_.string()});
+  ASSERT_EQ(o.code, 0) << o.err;
+  std::vector<std::set<std::string>> groups(1);
+  std::size_t pos = 0;
+  while (pos < o.out.size()) {
+    const std::size_t end = o.out.find('\0', pos);
+    ASSERT_NE(end, std::string::npos) << "unterminated: " << o.out.substr(pos);
+    if (end == pos) {
+      groups.emplace_back();
+    } else {
+      groups.back().insert(o.out.substr(pos, end - pos));
+    }
+    pos = end + 1;
+  }
+  const std::set<std::string> others{(tree_ / "x1").string(), (tree_ / "x2").string()};
+  ASSERT_EQ(groups.size(), 2u) << o.out;
+  EXPECT_TRUE((groups[0] == expected && groups[1] == others) ||
+              (groups[1] == expected && groups[0] == others))
+      << o.out;
+
+  // JSON: the display text, and the bytes where the display text is not them.
+  o = Kelvor({"--headless", "--json", "-s3", tree_.string()});
+  ASSERT_EQ(o.code, 0) << o.err;
+  nlohmann::json doc = nlohmann::json::parse(o.out);
+  std::set<std::string> decoded;
+  for (const auto& g : doc["groups"]) {
+    for (const auto& f : g["files"]) {
+      const std::string path = f["path"].get<std::string>();
+      if (f.contains("path_b64")) {
+        decoded.insert(Base64Decode(f["path_b64"].get<std::string>()));
+        EXPECT_NE(path.find("\xEF\xBF\xBD"), std::string::npos) << path;  // shown with U+FFFD
+      } else {
+        decoded.insert(path);
+      }
+    }
+  }
+  std::set<std::string> all = expected;
+  all.insert(others.begin(), others.end());
+  EXPECT_EQ(decoded, all);
+
+  o = Kelvor({"--help"}, false);
+  EXPECT_NE(o.out.find("--null"), std::string::npos);
 }
 
 }  // namespace

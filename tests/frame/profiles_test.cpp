@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include "fake_prompt.h"
 #include "frame/profiles.h"
 #include "frame/settings_store.h"
 #include "frame/texts.h"
+#include "support/hang_guard.h"
 #include "support/temp_tree.h"
 
 namespace kelvor {
@@ -111,6 +114,34 @@ TEST(Profiles, NamesThatCannotBeFileNamesAreRefused) {
   EXPECT_EQ(prompt.messages.back(), "Der Profilname '..' ist ungültig.");
   EXPECT_TRUE(Init_ProfileList(dir.path()).empty());
   EXPECT_TRUE(Init_ProfileList(dir / "missing").empty());
+}
+
+TEST(Profiles, AFifoInPlaceOfAProfileIsRefusedWithoutWaiting) {
+  TempDir dir;
+  const auto folder = dir.Mkdir("profile");
+  const auto fifo = ProfilePath(folder, "Geteilt");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0644), 0);
+  test::HangGuard guard(std::chrono::seconds(20), "loading a FIFO as a profile");
+  const TextCatalog texts;
+  SettingsStore s;
+  s.SetInt("DupVerz", "ContentCompare", 4);
+  std::string error;
+  EXPECT_FALSE(Profil_Load(folder, "Geteilt", s, texts, &error));
+  EXPECT_NE(error.find(fifo.string()), std::string::npos) << error;
+  EXPECT_NE(error.find("keine reguläre Datei"), std::string::npos) << error;
+  EXPECT_TRUE(Init_ProfileList(folder).empty());
+  EXPECT_EQ(Profil_GetComment(folder, "Geteilt"), "");
+
+  // Saving under that name leaves the FIFO alone and says so.
+  FakePrompt prompt;
+  EXPECT_FALSE(Profil_Save(folder, "Geteilt", s, prompt, texts));
+  ASSERT_FALSE(prompt.messages.empty());
+  EXPECT_NE(prompt.messages.back().find("keine reguläre Datei"), std::string::npos)
+      << prompt.messages.back();
+  EXPECT_FALSE(Profil_Save_Comment(folder, "Geteilt", "x"));
+  struct stat st {};
+  ASSERT_EQ(::lstat(fifo.c_str(), &st), 0);
+  EXPECT_TRUE(S_ISFIFO(st.st_mode));
 }
 
 }  // namespace

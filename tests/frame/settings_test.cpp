@@ -1,11 +1,16 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include "frame/settings_store.h"
+#include "frame/text_file.h"
+#include "support/hang_guard.h"
 #include "support/temp_tree.h"
 
 namespace kelvor {
 namespace {
 
+using test::HangGuard;
 using test::ReadBytes;
 using test::ReadUtf16File;
 using test::TempDir;
@@ -137,6 +142,114 @@ TEST(Settings, NumbersThatAreNoNumbersReadAsDefault) {
   EXPECT_DOUBLE_EQ(s.GetDouble("DupVerz", "PartialFilenameComparePercent"), 87.5);
   s.Set("DupVerz", "NTFSordner", "-1");
   EXPECT_TRUE(s.GetBool("DupVerz", "NTFSordner"));
+}
+
+TEST(Settings, ManyKeysInOneSectionSurviveARoundTripInTheirOrder) {
+  // 40,000 keys in one section, as a shared profile may hold them: folder rows
+  // V0, A0, V1, A1, ... They are read, changed, written and read again; the
+  // rows keep their order, and reading stays fast enough for the guard.
+  constexpr int kRows = 20000;
+  TempDir dir;
+  std::string text = "[DupVerz]\r\nContentCompare=\"3\"\r\n[Ordnerlist]\r\n";
+  for (int i = 0; i < kRows; ++i) {
+    text += "V" + std::to_string(i) + "=\"/data/folder " + std::to_string(i) + " ä\"\r\n";
+    text += "A" + std::to_string(i) + "=\"" + std::to_string(i % 2) + "\"\r\n";
+  }
+  text += "v7=\"the first of two equal keys wins\"\r\n";
+  text += "[ordnerLIST]\r\nZz=\"a section named twice is one section\"\r\n";
+  const auto file = dir.Write("config4.ini", Utf16leWithBom(text));
+
+  HangGuard guard(std::chrono::seconds(90), "reading and writing 40,000 keys");
+  SettingsStore s;
+  std::string error;
+  ASSERT_TRUE(EinstellungenLaden(s, file, &error)) << error;
+  EXPECT_EQ(s.Get("Ordnerlist", "V7"), "/data/folder 7 ä");
+  EXPECT_EQ(s.Get("ORDNERLIST", "a19999"), "1");
+  EXPECT_EQ(s.Get("Ordnerlist", "Zz"), "a section named twice is one section");
+  EXPECT_EQ(s.Sections().at("Ordnerlist").size(), 2u * kRows + 1);
+  // The last row leaves the list, one row changes, one key is new.
+  s.Remove("Ordnerlist", "V" + std::to_string(kRows - 1));
+  s.Remove("Ordnerlist", "A" + std::to_string(kRows - 1));
+  s.Set("ordnerlist", "v5", "/changed");
+  s.Set("Ordnerlist", "Neu", "new key");
+  ASSERT_TRUE(EinstellungenSpeichern(s, file, &error)) << error;
+
+  // The file holds the rows in the order they had, the new key behind them.
+  const std::string written = ReadUtf16File(file);
+  std::size_t pos = written.find("[Ordnerlist]\r\n");
+  ASSERT_NE(pos, std::string::npos) << written.substr(0, 200);
+  std::vector<std::string> keys;
+  for (pos += 14; pos < written.size() && written[pos] != '[';) {
+    const std::size_t end = written.find("\r\n", pos);
+    keys.push_back(written.substr(pos, written.find('=', pos) - pos));
+    pos = end + 2;
+  }
+  std::vector<std::string> expected;
+  for (int i = 0; i + 1 < kRows; ++i) {
+    expected.push_back("V" + std::to_string(i));
+    expected.push_back("A" + std::to_string(i));
+  }
+  expected.push_back("Zz");
+  expected.push_back("Neu");
+  EXPECT_EQ(keys, expected);
+
+  SettingsStore again;
+  ASSERT_TRUE(EinstellungenLaden(again, file, &error)) << error;
+  for (int i = 0; i + 1 < kRows; ++i) {
+    const std::string n = std::to_string(i);
+    const std::string want = i == 5 ? "/changed" : "/data/folder " + n + " ä";
+    ASSERT_EQ(again.Get("Ordnerlist", "V" + n), want) << i;
+    ASSERT_EQ(again.Get("Ordnerlist", "A" + n), std::to_string(i % 2)) << i;
+  }
+  EXPECT_FALSE(again.Has("Ordnerlist", "V" + std::to_string(kRows - 1)));
+  EXPECT_EQ(again.Get("Ordnerlist", "Neu"), "new key");
+  EXPECT_EQ(again.GetInt("DupVerz", "ContentCompare"), 3);
+}
+
+TEST(Settings, AFileCutToAnOddByteCountIsReported) {
+  TempDir dir;
+  const std::string whole = Utf16leWithBom("[DupVerz]\r\nLogDelDays=\"3\"\r\nLogDel=\"0\"\r\n");
+  // Cut inside the last value: the half line must not be taken as a value.
+  const std::string cut = whole.substr(0, whole.size() - 9);
+  ASSERT_EQ(cut.size() % 2, 1u);
+  const auto file = dir.Write("config4.ini", cut);
+  SettingsStore s;
+  std::string error;
+  EXPECT_FALSE(EinstellungenLaden(s, file, &error));
+  EXPECT_NE(error.find("config4.ini"), std::string::npos) << error;
+  EXPECT_NE(error.find("1 ungültige Zeile"), std::string::npos) << error;
+  EXPECT_EQ(s.GetInt("DupVerz", "LogDelDays"), 3);  // the whole lines are read
+  EXPECT_FALSE(s.Has("DupVerz", "LogDel"));
+  EXPECT_EQ(ReadBytes(file), cut);
+
+  // Saving keeps the damaged file aside first.
+  ASSERT_TRUE(EinstellungenSpeichern(s, file, &error)) << error;
+  EXPECT_EQ(ReadBytes(dir / "config4.ini.bak"), cut);
+}
+
+TEST(Settings, AFifoIsNeitherReadNorReplaced) {
+  TempDir dir;
+  const auto file = dir / "config4.ini";
+  ASSERT_EQ(::mkfifo(file.c_str(), 0644), 0);
+  HangGuard guard(std::chrono::seconds(20), "reading a FIFO as config4.ini");
+  SettingsStore s;
+  std::string error;
+  EXPECT_FALSE(EinstellungenLaden(s, file, &error));
+  EXPECT_NE(error.find("'" + file.string() + "' konnte nicht gelesen werden"), std::string::npos)
+      << error;
+  EXPECT_NE(error.find("keine reguläre Datei"), std::string::npos) << error;
+  EXPECT_EQ(s.GetInt("DupVerz", "ContentCompare"), 2);
+  EXPECT_EQ(ProfileGetItemWide("DupVerz", "ContentCompare", "d", file), "d");
+
+  // Saving does not put a file in the FIFO's place.
+  error.clear();
+  EXPECT_FALSE(EinstellungenSpeichern(s, file, &error));
+  EXPECT_NE(error.find("konnte nicht gespeichert werden"), std::string::npos) << error;
+  EXPECT_FALSE(ProfileWriteItemWide("S", "K", "v", file));
+  struct stat st {};
+  ASSERT_EQ(::lstat(file.c_str(), &st), 0);
+  EXPECT_TRUE(S_ISFIFO(st.st_mode));
+  EXPECT_FALSE(std::filesystem::exists(dir / "config4.ini.bak"));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "frame/settings_store.h"
 #include "frame/startup.h"
 #include "frame/text_file.h"
+#include "support/hang_guard.h"
 #include "support/temp_tree.h"
 
 namespace kelvor {
@@ -15,6 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using test::FakePrompt;
+using test::HangGuard;
 using test::ReadBytes;
 using test::TempDir;
 
@@ -134,6 +136,45 @@ TEST(Startup, SettingsFileGetsItsMarkWithoutLosingText) {
   const auto bin = dir.Write("b.ini", junk);
   ASSERT_TRUE(EnsureUnicodeSettingsFile(bin, &error));
   EXPECT_EQ(ReadBytes(bin), junk);
+}
+
+TEST(Startup, DamagedOrFifoSettingsFileIsReportedAndLeftAsItIs) {
+  TempDir dir;
+  Environment env;
+  StartupOptions o;
+  o.executable = dir / "app" / "kelvor";
+  o.dataDirOption = dir / "data";
+  const auto ini = dir / "data" / "config4.ini";
+
+  dir.Write("data/config4.ini", Utf16leWithBom("[DupVerz]\r\nno key here\r\n"));
+  const std::string damaged = ReadBytes(ini);
+  FakePrompt prompt;
+  RunStartup(o, env, &prompt);
+  const std::string said = "Die Einstellungsdatei '" + ini.string() + "' enthält 1 ungültige";
+  int count = 0;
+  for (const auto& m : prompt.messages) count += m.find(said) != std::string::npos;
+  EXPECT_EQ(count, 1) << testing::PrintToString(prompt.messages);
+  EXPECT_EQ(ReadBytes(ini), damaged);
+
+  fs::remove(ini);
+  ASSERT_EQ(::mkfifo(ini.c_str(), 0644), 0);
+  {
+    HangGuard guard(std::chrono::seconds(20), "a start with a FIFO as config4.ini");
+    FakePrompt prompt2;
+    StartupResult r = RunStartup(o, env, &prompt2);
+    const std::string unread = "Die Einstellungsdatei '" + ini.string() +
+                               "' konnte nicht gelesen werden. (keine reguläre Datei)";
+    count = 0;
+    for (const auto& m : prompt2.messages) count += m == unread;
+    EXPECT_EQ(count, 1) << testing::PrintToString(prompt2.messages);
+    for (const auto& m : prompt2.messages)
+      EXPECT_EQ(m.find("Can't create settings file"), std::string::npos) << m;
+    EXPECT_EQ(r.settings.GetInt("DupVerz", "ContentCompare"), 2);
+    EXPECT_FALSE(r.paths.runLog.empty());
+  }
+  struct stat st {};
+  ASSERT_EQ(::lstat(ini.c_str(), &st), 0);
+  EXPECT_TRUE(S_ISFIFO(st.st_mode));
 }
 
 TEST(Startup, LanguageComesFromTheSettingsFile) {

@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include "frame/settings_store.h"
 #include "frame/text_file.h"
 #include "frame/texts.h"
+#include "support/hang_guard.h"
 #include "support/temp_tree.h"
 
 namespace kelvor {
@@ -105,6 +108,25 @@ TEST(Texts, InitSpracheChoosesLanguageAndFile) {
   c.Init_Sprache(s, dir / "nolang", &message);
   EXPECT_EQ(c.Language(), kLangEnglish);
   EXPECT_NE(message.find("lang_eng.txt"), std::string::npos);
+}
+
+TEST(Texts, AFifoAsLanguageFileIsRefusedWithoutWaiting) {
+  TempDir dir;
+  const auto lang = dir.Mkdir("lang");
+  const auto fifo = lang / "lang_fre.txt";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0644), 0);
+  test::HangGuard guard(std::chrono::seconds(20), "loading a FIFO as a language file");
+  SettingsStore s;
+  s.SetInt("Allgemein", "Lang", 12);
+  TextCatalog c;
+  std::string message;
+  c.Init_Sprache(s, lang, &message);
+  EXPECT_NE(message.find("Die Sprachdatei '" + fifo.string() + "' konnte nicht gelesen werden."),
+            std::string::npos)
+      << message;
+  EXPECT_NE(message.find("keine reguläre Datei"), std::string::npos) << message;
+  EXPECT_EQ(c.Size(), 0u);
+  EXPECT_EQ(c.Get(txt::T3627), "Es ist kein Quellordner ausgewählt!");
 }
 
 TEST(Texts, LocaleNamesMapToLanguageCodes) {
