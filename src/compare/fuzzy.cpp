@@ -103,10 +103,14 @@ Text Trim(Text s) {
   return s.substr(first, last - first);
 }
 
-Pos Len(Text s) { return static_cast<Pos>(s.size()); }
+Pos Len(Text s) {
+  return static_cast<Pos>(s.size());
+}
 
 // Single precision result: the exact value rounded once to float.
-double Single(double v) { return static_cast<double>(static_cast<float>(v)); }
+double Single(double v) {
+  return static_cast<double>(static_cast<float>(v));
+}
 
 struct Run {
   Pos length = 0, atA = 0, atB = 0;
@@ -293,8 +297,11 @@ struct Tally {
   std::int32_t hits = 0, total = 0;
   bool overflow = false;
   void AddTotal(std::int64_t n) {
-    if (total + n > 32767) overflow = true;
-    else total += static_cast<std::int32_t>(n);
+    if (total + n > 32767) {
+      overflow = true;
+      return;
+    }
+    total += static_cast<std::int32_t>(n);
   }
   void Hit() { ++hits; }
 };
@@ -399,8 +406,7 @@ double Ratcliff(std::string_view a, std::string_view b, FuzzyScratch& s) {
   // Each entry: start and length in a, start and length in b.
   work.insert(work.end(), {0, Len(x), 0, Len(y)});
   while (!work.empty()) {
-    const Pos lenB = work.back(), atB = work.end()[-2], lenA = work.end()[-3],
-              atA = work.end()[-4];
+    const Pos lenB = work.back(), atB = work.end()[-2], lenA = work.end()[-3], atA = work.end()[-4];
     work.resize(work.size() - 4);
     if (lenA == 0 || lenB == 0) continue;
     const Run r = LongestRun(x, atA, atA + lenA, y, atB, atB + lenB);
