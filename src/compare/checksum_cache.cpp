@@ -279,13 +279,7 @@ std::unique_ptr<ChecksumCache> ChecksumCache::Open(const fs::path& file, const T
 
 ChecksumCache::OpenResult ChecksumCache::OpenConnection(std::string* why, int* schema) {
   std::error_code ec;
-  const bool existed = fs::exists(file_, ec);
-  if (!existed) {
-    // A journal or log left without its database would be played into the
-    // fresh file: it belongs to a file that is gone.
-    for (const char* s : {"-wal", "-shm", "-journal"}) fs::remove(WithSuffix(file_, s), ec);
-    fs::create_directories(file_.parent_path(), ec);
-  }
+  if (!fs::exists(file_, ec)) fs::create_directories(file_.parent_path(), ec);
 
   auto fail = [&](int rc, OpenResult kind) {
     *why = db_ ? sqlite3_errmsg(db_) : sqlite3_errstr(rc);
@@ -333,7 +327,15 @@ ChecksumCache::OpenResult ChecksumCache::OpenConnection(std::string* why, int* s
     CloseConnection();
     return OpenResult::kFailed;
   }
-  if ((rc = sqlite3_exec(db_, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr)) != SQLITE_OK)
+  // synchronous=NORMAL: with WAL a crash can lose the last batches but never
+  // damages the file; only checkpoints wait for the disk. Checkpoints every
+  // 16 MiB of log rather than 4 halve the cost of stores that replace rows
+  // all over the file (the log is folded in and removed on close). A larger
+  // page cache keeps most of a few hundred thousand rows in memory.
+  if ((rc = sqlite3_exec(db_,
+                         "PRAGMA synchronous=NORMAL; PRAGMA cache_size=-16384;"
+                         "PRAGMA wal_autocheckpoint=4096",
+                         nullptr, nullptr, nullptr)) != SQLITE_OK)
     return fail(rc, OpenResult::kFailed);
 
   if (fresh || version < kSchemaVersion) {
