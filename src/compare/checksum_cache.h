@@ -52,7 +52,7 @@ struct ChecksumFileState {
   // Wall-clock time (nanoseconds since the epoch) the state was taken. Not part
   // of the key: Store refuses a state taken too soon after its ctime, since a
   // write in the same tick of the file system's clock would leave the times
-  // unchanged while the bytes differ.
+  // unchanged while the bytes differ. A state without it is never stored.
   std::int64_t takenAtNs = 0;
 
   bool SameFile(const ChecksumFileState& o) const {

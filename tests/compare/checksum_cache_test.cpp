@@ -686,18 +686,33 @@ TEST_F(ChecksumCacheTest, CrashMidWayLeavesTheCommittedBatches) {
     for (int i = 31; i <= 35; ++i) EXPECT_EQ(c->Lookup(Key(i)), std::nullopt) << i;
   }
 
-  // Killed at any moment while it writes batch after batch.
+  // Killed at any moment while it writes batch after batch. It says when the
+  // first batch is in, so that a slow start does not leave nothing to check.
+  int ready[2];
+  ASSERT_EQ(::pipe(ready), 0);
   child = ::fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
+    ::close(ready[0]);
     ChecksumCacheOptions o;
     o.batchSize = 3;
     std::string message;
     auto c = ChecksumCache::Open(File(), texts_, &message, o);
     if (!c) ::_exit(2);
-    for (std::uint64_t i = 100;; ++i) c->Store(Key(i), DigestFor(i));
+    for (std::uint64_t i = 100;; ++i) {
+      c->Store(Key(i), DigestFor(i));
+      if (ready[1] >= 0 && c->Stored() > 0) {
+        (void)!::write(ready[1], "x", 1);
+        ::close(ready[1]);
+        ready[1] = -1;
+      }
+    }
   }
-  ::usleep(300000);
+  ::close(ready[1]);
+  char byte = 0;
+  ASSERT_EQ(::read(ready[0], &byte, 1), 1);  // 0: the child ended without writing
+  ::close(ready[0]);
+  ::usleep(200000);
   ASSERT_EQ(::kill(child, SIGKILL), 0);
   ASSERT_EQ(::waitpid(child, &status, 0), child);
   ASSERT_TRUE(WIFSIGNALED(status));
