@@ -107,6 +107,8 @@ const KeyDefault kDefaults[] = {
     {"DupVerz", "TempFolder", "/tmp"},
     {"DupVerz", "LogPasswordProtectedFiles", "0"},
     {"DupVerz", "DeleteTempFilesAfterCreateChecksum", "0"},
+    // Checksums kept across runs in <data>/data/checksums.sqlite (Kelvor's own key).
+    {"DupVerz", "ChecksumCache", "1"},
     {"DupVerz", "ZipSizeFilter", "1"},
     {"DupVerz", "ZipSizeFilterTyp", "2"},
     {"DupVerz", "ZipSizeFilterSize", "20"},

@@ -1,0 +1,595 @@
+#include "compare/checksum_cache.h"
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <sys/sysmacros.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <system_error>
+
+#include "frame/app_paths.h"
+#include "frame/texts.h"
+
+namespace kelvor {
+
+namespace fs = std::filesystem;
+using SteadyClock = std::chrono::steady_clock;
+
+namespace {
+
+// One row per file identity, digest kind and range; the file's size and times
+// are values checked on every lookup, so that a changed file misses and its
+// next store replaces the row (see kDropStaleSql).
+constexpr const char* kCreateSql =
+    "DROP TABLE IF EXISTS checksums;"
+    "CREATE TABLE checksums("
+    " device INTEGER NOT NULL,"
+    " inode INTEGER NOT NULL,"
+    " mode INTEGER NOT NULL,"  // ContentCompare
+    " cuts INTEGER NOT NULL,"  // 1 MP3 cuts, 2 Exif cuts (bits)
+    " cut_start INTEGER NOT NULL,"
+    " cut_end INTEGER NOT NULL,"
+    " span INTEGER NOT NULL,"  // 0 whole range, 1 first span_bytes bytes
+    " span_bytes INTEGER NOT NULL,"
+    " size INTEGER NOT NULL,"
+    " mtime_ns INTEGER NOT NULL,"
+    " ctime_ns INTEGER NOT NULL,"
+    " digest BLOB NOT NULL,"
+    " stored_at INTEGER NOT NULL,"    // seconds since the epoch, for pruning
+    " check_value INTEGER NOT NULL,"  // RowCheck of key and digest
+    " PRIMARY KEY(device, inode, mode, cuts, cut_start, cut_end, span, span_bytes)"
+    ") WITHOUT ROWID;";
+
+constexpr const char* kLookupSql =
+    "SELECT size, mtime_ns, ctime_ns, digest, check_value FROM checksums"
+    " WHERE device=?1 AND inode=?2 AND mode=?3 AND cuts=?4 AND cut_start=?5 AND cut_end=?6"
+    " AND span=?7 AND span_bytes=?8";
+
+// Rows of an earlier state of the same file are of no use any more.
+constexpr const char* kDropStaleSql =
+    "DELETE FROM checksums WHERE device=?1 AND inode=?2"
+    " AND (size<>?3 OR mtime_ns<>?4 OR ctime_ns<>?5)";
+
+constexpr const char* kInsertSql =
+    "INSERT OR REPLACE INTO checksums VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11,?12,?13,?14)";
+
+constexpr const char* kDamagedSuffix = ".damaged";
+
+std::int64_t ToNs(std::int64_t sec, std::int64_t nsec) {
+  // Unsigned arithmetic: a nonsense time wraps instead of being undefined.
+  return static_cast<std::int64_t>(static_cast<std::uint64_t>(sec) * 1000000000ull +
+                                   static_cast<std::uint64_t>(nsec));
+}
+
+std::int64_t NowRealtimeNs() {
+  timespec ts{};
+  clock_gettime(CLOCK_REALTIME, &ts);
+  return ToNs(ts.tv_sec, ts.tv_nsec);
+}
+
+int Cuts(const HashRange& r) {
+  return (r.useMp3Cuts ? 1 : 0) | (r.useExifCuts ? 2 : 0);
+}
+
+bool SameKey(const ChecksumKey& a, const ChecksumKey& b) {
+  return a.file.SameFile(b.file) && a.mode == b.mode && a.range == b.range && a.span == b.span &&
+         a.prefixBytes == b.prefixBytes;
+}
+
+// FNV-1a over every stored field of a row: a row whose bytes changed on disk
+// without SQLite noticing is caught before its digest is used.
+class RowCheck {
+ public:
+  void Add(std::int64_t v) {
+    for (int i = 0; i < 8; ++i)
+      Byte(static_cast<unsigned char>(static_cast<std::uint64_t>(v) >> (8 * i)));
+  }
+  void Add(std::string_view s) {
+    Add(static_cast<std::int64_t>(s.size()));
+    for (char c : s) Byte(static_cast<unsigned char>(c));
+  }
+  std::int64_t Value() const { return static_cast<std::int64_t>(h_); }
+
+ private:
+  void Byte(unsigned char b) {
+    h_ ^= b;
+    h_ *= 0x100000001b3ull;
+  }
+  std::uint64_t h_ = 0xcbf29ce484222325ull;
+};
+
+std::int64_t CheckOf(const ChecksumKey& k, std::string_view digest) {
+  RowCheck c;
+  c.Add(static_cast<std::int64_t>(k.file.device));
+  c.Add(static_cast<std::int64_t>(k.file.inode));
+  c.Add(k.mode);
+  c.Add(Cuts(k.range));
+  c.Add(k.range.cutFromStart);
+  c.Add(k.range.cutFromEnd);
+  c.Add(static_cast<std::int64_t>(k.span));
+  c.Add(static_cast<std::int64_t>(k.prefixBytes));
+  c.Add(k.file.size);
+  c.Add(k.file.mtimeNs);
+  c.Add(k.file.ctimeNs);
+  c.Add(digest);
+  return c.Value();
+}
+
+// Binds ?1..?8, the primary key.
+void BindKey(sqlite3_stmt* st, const ChecksumKey& k) {
+  sqlite3_bind_int64(st, 1, static_cast<sqlite3_int64>(k.file.device));
+  sqlite3_bind_int64(st, 2, static_cast<sqlite3_int64>(k.file.inode));
+  sqlite3_bind_int(st, 3, k.mode);
+  sqlite3_bind_int(st, 4, Cuts(k.range));
+  sqlite3_bind_int(st, 5, k.range.cutFromStart);
+  sqlite3_bind_int(st, 6, k.range.cutFromEnd);
+  sqlite3_bind_int(st, 7, static_cast<int>(k.span));
+  sqlite3_bind_int64(st, 8, static_cast<sqlite3_int64>(k.prefixBytes));
+}
+
+bool IsDamage(int rc) {
+  const int primary = rc & 0xff;
+  return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB;
+}
+
+bool IsLock(int rc) {
+  const int primary = rc & 0xff;
+  return primary == SQLITE_BUSY || primary == SQLITE_LOCKED;
+}
+
+fs::path WithSuffix(const fs::path& file, const char* suffix) {
+  fs::path p = file;
+  p += suffix;
+  return p;
+}
+
+// Runs one statement that returns at most one integer (PRAGMA ...). SQLITE_OK
+// with *value set (0 when there is no row), or the failing code.
+int QueryInt(sqlite3* db, const char* sql, std::int64_t* value) {
+  sqlite3_stmt* st = nullptr;
+  int rc = sqlite3_prepare_v2(db, sql, -1, &st, nullptr);
+  if (rc != SQLITE_OK) return rc;
+  *value = 0;
+  rc = sqlite3_step(st);
+  if (rc == SQLITE_ROW) {
+    *value = sqlite3_column_int64(st, 0);
+    rc = SQLITE_OK;
+  } else if (rc == SQLITE_DONE) {
+    rc = SQLITE_OK;
+  }
+  sqlite3_finalize(st);
+  return rc;
+}
+
+int QueryText(sqlite3* db, const char* sql, std::string* value) {
+  sqlite3_stmt* st = nullptr;
+  int rc = sqlite3_prepare_v2(db, sql, -1, &st, nullptr);
+  if (rc != SQLITE_OK) return rc;
+  value->clear();
+  rc = sqlite3_step(st);
+  if (rc == SQLITE_ROW) {
+    if (const unsigned char* t = sqlite3_column_text(st, 0))
+      *value = reinterpret_cast<const char*>(t);
+    rc = SQLITE_OK;
+  } else if (rc == SQLITE_DONE) {
+    rc = SQLITE_OK;
+  }
+  sqlite3_finalize(st);
+  return rc;
+}
+
+}  // namespace
+
+std::optional<ChecksumFileState> ChecksumFileStateFrom(const struct statx& st) {
+  constexpr unsigned kNeeded = STATX_INO | STATX_SIZE | STATX_MTIME | STATX_CTIME;
+  if ((st.stx_mask & kNeeded) != kNeeded) return std::nullopt;
+  ChecksumFileState s;
+  s.device = makedev(st.stx_dev_major, st.stx_dev_minor);
+  s.inode = st.stx_ino;
+  s.size = static_cast<std::int64_t>(st.stx_size);
+  s.mtimeNs = ToNs(st.stx_mtime.tv_sec, st.stx_mtime.tv_nsec);
+  s.ctimeNs = ToNs(st.stx_ctime.tv_sec, st.stx_ctime.tv_nsec);
+  s.takenAtNs = NowRealtimeNs();
+  return s;
+}
+
+ChecksumFileState ChecksumFileStateFrom(const struct stat& st) {
+  ChecksumFileState s;
+  s.device = st.st_dev;
+  s.inode = st.st_ino;
+  s.size = st.st_size;
+  s.mtimeNs = ToNs(st.st_mtim.tv_sec, st.st_mtim.tv_nsec);
+  s.ctimeNs = ToNs(st.st_ctim.tv_sec, st.st_ctim.tv_nsec);
+  s.takenAtNs = NowRealtimeNs();
+  return s;
+}
+
+bool ReadChecksumFileState(const std::string& path, ChecksumFileState* state, std::string* error) {
+  struct statx st {};
+  if (statx(AT_FDCWD, path.c_str(), 0, STATX_INO | STATX_SIZE | STATX_MTIME | STATX_CTIME, &st) !=
+      0) {
+    if (error) *error = std::strerror(errno);
+    return false;
+  }
+  auto s = ChecksumFileStateFrom(st);
+  if (!s) {
+    if (error) *error = "statx: inode, size or times not reported";
+    return false;
+  }
+  *state = *s;
+  return true;
+}
+
+fs::path ChecksumCachePath(const AppPaths& paths) {
+  return paths.dataSubFolder / "checksums.sqlite";
+}
+
+ChecksumCache::ChecksumCache(fs::path file, const TextCatalog& texts,
+                             const ChecksumCacheOptions& options)
+    : file_(std::move(file)), texts_(texts), opt_(options) {}
+
+ChecksumCache::~ChecksumCache() {
+  std::lock_guard<std::mutex> lock(mu_);
+  WriteBatch();
+  CloseConnection();
+}
+
+std::unique_ptr<ChecksumCache> ChecksumCache::Open(const fs::path& file, const TextCatalog& texts,
+                                                   std::string* message,
+                                                   const ChecksumCacheOptions& options) {
+  std::string local;
+  std::string* msg = message ? message : &local;
+  msg->clear();
+  const std::string shown = file.string();
+  std::unique_ptr<ChecksumCache> c(new ChecksumCache(file, texts, options));
+  std::lock_guard<std::mutex> lock(c->mu_);
+
+  std::string why;
+  int schema = 0;
+  OpenResult r = c->OpenConnection(&why, &schema);
+  if (r == OpenResult::kDamaged) {
+    if (!c->Rebuild(why)) {
+      *msg = c->messages_.empty() ? texts.Get(txt::T9100, {shown, why}) : c->messages_.back();
+      return nullptr;
+    }
+    *msg = c->messages_.back();
+    c->messages_.clear();
+    return c;
+  }
+  switch (r) {
+    case OpenResult::kOk:
+      if (!c->messages_.empty()) {
+        *msg = c->messages_.back();
+        c->messages_.clear();
+      }
+      return c;
+    case OpenResult::kLocked:
+      *msg = texts.Get(txt::T9102, {shown});
+      return nullptr;
+    case OpenResult::kLaterSchema:
+      *msg = texts.Get(txt::T9104, {shown, std::to_string(schema)});
+      return nullptr;
+    default:
+      *msg = texts.Get(txt::T9100, {shown, why});
+      return nullptr;
+  }
+}
+
+ChecksumCache::OpenResult ChecksumCache::OpenConnection(std::string* why, int* schema) {
+  std::error_code ec;
+  if (!fs::exists(file_, ec)) fs::create_directories(file_.parent_path(), ec);
+
+  auto fail = [&](int rc, OpenResult kind) {
+    *why = db_ ? sqlite3_errmsg(db_) : sqlite3_errstr(rc);
+    if (kind == OpenResult::kFailed) {
+      if (IsDamage(rc)) kind = OpenResult::kDamaged;
+      if (IsLock(rc)) kind = OpenResult::kLocked;
+    }
+    CloseConnection();
+    return kind;
+  };
+
+  int rc = sqlite3_open_v2(file_.c_str(), &db_,
+                           SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
+                           opt_.vfs.empty() ? nullptr : opt_.vfs.c_str());
+  if (rc != SQLITE_OK) return fail(rc, OpenResult::kFailed);
+  sqlite3_busy_timeout(db_, static_cast<int>(opt_.busyTimeout.count()));
+
+  // The header first: a file that is no database at all fails here.
+  std::int64_t appId = 0, version = 0, tables = 0;
+  if ((rc = QueryInt(db_, "PRAGMA application_id", &appId)) != SQLITE_OK ||
+      (rc = QueryInt(db_, "PRAGMA user_version", &version)) != SQLITE_OK ||
+      (rc = QueryInt(db_, "SELECT count(*) FROM sqlite_schema", &tables)) != SQLITE_OK)
+    return fail(rc, OpenResult::kFailed);
+
+  const bool fresh = appId == 0 && version == 0 && tables == 0;
+  if (!fresh && appId != kApplicationId) {
+    *why = "not a Kelvor checksum cache";
+    CloseConnection();
+    return OpenResult::kDamaged;
+  }
+  if (!fresh && version > kSchemaVersion) {
+    *schema = static_cast<int>(version);
+    *why = "schema " + std::to_string(version);
+    CloseConnection();
+    return OpenResult::kLaterSchema;
+  }
+
+  // WAL: readers never wait for the writer, and a crash in the middle of a
+  // batch leaves the last committed state.
+  std::string journal;
+  if ((rc = QueryText(db_, "PRAGMA journal_mode=WAL", &journal)) != SQLITE_OK)
+    return fail(rc, OpenResult::kFailed);
+  if (journal != "wal") {
+    *why = "journal mode " + journal;
+    CloseConnection();
+    return OpenResult::kFailed;
+  }
+  // synchronous=NORMAL: with WAL a crash can lose the last batches but never
+  // damages the file; only checkpoints wait for the disk. Checkpoints every
+  // 16 MiB of log rather than 4 halve the cost of stores that replace rows
+  // all over the file (the log is folded in and removed on close). A larger
+  // page cache keeps most of a few hundred thousand rows in memory.
+  if ((rc = sqlite3_exec(db_,
+                         "PRAGMA synchronous=NORMAL; PRAGMA cache_size=-16384;"
+                         "PRAGMA wal_autocheckpoint=4096",
+                         nullptr, nullptr, nullptr)) != SQLITE_OK)
+    return fail(rc, OpenResult::kFailed);
+
+  if (fresh || version < kSchemaVersion) {
+    // A new file, or one of an older Kelvor whose digests may cover other
+    // bytes: made afresh.
+    const std::string sql = std::string("BEGIN IMMEDIATE;") + kCreateSql +
+                            "PRAGMA application_id=" + std::to_string(kApplicationId) +
+                            ";PRAGMA user_version=" + std::to_string(kSchemaVersion) + ";COMMIT;";
+    rc = sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr);
+    if (rc != SQLITE_OK) {
+      if (!sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+      return fail(rc, OpenResult::kFailed);
+    }
+  }
+
+  // A table of another shape under Kelvor's header is damage too.
+  if ((rc = sqlite3_prepare_v3(db_, kLookupSql, -1, SQLITE_PREPARE_PERSISTENT, &lookup_,
+                               nullptr)) != SQLITE_OK ||
+      (rc = sqlite3_prepare_v3(db_, kDropStaleSql, -1, SQLITE_PREPARE_PERSISTENT, &dropStale_,
+                               nullptr)) != SQLITE_OK ||
+      (rc = sqlite3_prepare_v3(db_, kInsertSql, -1, SQLITE_PREPARE_PERSISTENT, &insert_,
+                               nullptr)) != SQLITE_OK) {
+    const OpenResult kind =
+        (rc & 0xff) == SQLITE_ERROR ? OpenResult::kDamaged : OpenResult::kFailed;
+    return fail(rc, kind);
+  }
+  return OpenResult::kOk;
+}
+
+void ChecksumCache::CloseConnection() {
+  for (sqlite3_stmt** st : {&lookup_, &dropStale_, &insert_}) {
+    sqlite3_finalize(*st);
+    *st = nullptr;
+  }
+  if (db_) sqlite3_close_v2(db_);
+  db_ = nullptr;
+}
+
+bool ChecksumCache::Rebuild(const std::string& why) {
+  const std::string shown = file_.string();
+  pending_.clear();
+  CloseConnection();
+  if (rebuiltOnce_) {
+    // Damaged again in the same run: something keeps breaking the file.
+    StopUsing(texts_.Get(txt::T9100, {shown, why}));
+    return false;
+  }
+  rebuiltOnce_ = true;
+
+  // The damaged file goes aside (replacing an older one); its log goes with
+  // it, since played into a fresh file it would do harm.
+  const fs::path aside = WithSuffix(file_, kDamagedSuffix);
+  std::error_code ec;
+  for (const char* s : {"-wal", "-shm", "-journal"}) fs::remove(WithSuffix(aside, s), ec);
+  fs::rename(file_, aside, ec);
+  if (ec) {
+    std::error_code ec2;
+    if (!fs::remove(file_, ec2) && ec2) {
+      StopUsing(texts_.Get(txt::T9100, {shown, why + "; " + ec.message()}));
+      return false;
+    }
+  }
+  fs::rename(WithSuffix(file_, "-wal"), WithSuffix(aside, "-wal"), ec);
+  for (const char* s : {"-wal", "-shm", "-journal"}) fs::remove(WithSuffix(file_, s), ec);
+
+  std::string why2;
+  int schema = 0;
+  if (OpenConnection(&why2, &schema) != OpenResult::kOk) {
+    StopUsing(texts_.Get(txt::T9100, {shown, why2}));
+    return false;
+  }
+  Note(texts_.Get(txt::T9101, {shown, aside.string(), why}));
+  return true;
+}
+
+void ChecksumCache::Note(std::string message) {
+  for (const auto& m : messages_) {
+    if (m == message) return;
+  }
+  messages_.push_back(std::move(message));
+}
+
+void ChecksumCache::StopUsing(std::string message) {
+  storing_.store(false, std::memory_order_relaxed);
+  if (usable_.exchange(false, std::memory_order_relaxed)) Note(std::move(message));
+  pending_.clear();
+  CloseConnection();
+}
+
+void ChecksumCache::StopStoring(const std::string& why) {
+  pending_.clear();
+  if (storing_.exchange(false, std::memory_order_relaxed))
+    Note(texts_.Get(txt::T9103, {file_.string(), why}));
+}
+
+void ChecksumCache::Fail(int rc, bool whileWriting) {
+  const std::string why = db_ ? sqlite3_errmsg(db_) : sqlite3_errstr(rc);
+  if (IsDamage(rc)) {
+    Rebuild(why);
+  } else if (whileWriting) {
+    StopStoring(why);
+  } else if (IsLock(rc)) {
+    StopUsing(texts_.Get(txt::T9102, {file_.string()}));
+  } else {
+    StopUsing(texts_.Get(txt::T9100, {file_.string(), why}));
+  }
+}
+
+std::optional<std::string> ChecksumCache::Lookup(const ChecksumKey& key) {
+  if (!usable_.load(std::memory_order_relaxed)) {
+    misses_.fetch_add(1, std::memory_order_relaxed);
+    return std::nullopt;
+  }
+  std::lock_guard<std::mutex> lock(mu_);
+  // A store not yet written answers as well as a row.
+  for (auto it = pending_.rbegin(); it != pending_.rend(); ++it) {
+    if (SameKey(it->key, key)) {
+      hits_.fetch_add(1, std::memory_order_relaxed);
+      return it->digest;
+    }
+  }
+  std::optional<std::string> found;
+  if (lookup_) {
+    BindKey(lookup_, key);
+    const int rc = sqlite3_step(lookup_);
+    if (rc == SQLITE_ROW) {
+      ChecksumKey stored = key;
+      stored.file.size = sqlite3_column_int64(lookup_, 0);
+      stored.file.mtimeNs = sqlite3_column_int64(lookup_, 1);
+      stored.file.ctimeNs = sqlite3_column_int64(lookup_, 2);
+      const void* blob = sqlite3_column_blob(lookup_, 3);
+      const int blobLen = sqlite3_column_bytes(lookup_, 3);
+      std::string digest(static_cast<const char*>(blob),
+                         blob ? static_cast<std::size_t>(blobLen) : 0);
+      const std::int64_t check = sqlite3_column_int64(lookup_, 4);
+      sqlite3_reset(lookup_);
+      if (check != CheckOf(stored, digest) || digest.empty()) {
+        Rebuild("row check failed");
+      } else if (stored.file.SameFile(key.file)) {
+        found = std::move(digest);
+      }
+    } else {
+      sqlite3_reset(lookup_);
+      if (rc != SQLITE_DONE) Fail(rc, false);
+    }
+  }
+  (found ? hits_ : misses_).fetch_add(1, std::memory_order_relaxed);
+  return found;
+}
+
+void ChecksumCache::Store(const ChecksumKey& key, std::string_view digest) {
+  if (!storing_.load(std::memory_order_relaxed) || digest.empty()) return;
+  const std::int64_t minAgeNs =
+      std::chrono::duration_cast<std::chrono::nanoseconds>(opt_.minStateAge).count();
+  if (minAgeNs > 0 && key.file.takenAtNs - key.file.ctimeNs < minAgeNs) {
+    skippedFresh_.fetch_add(1, std::memory_order_relaxed);
+    return;
+  }
+  std::lock_guard<std::mutex> lock(mu_);
+  if (!db_) return;
+  const auto now = SteadyClock::now();
+  if (pending_.empty()) pendingSince_ = now;
+  pending_.push_back({key, std::string(digest)});
+  if (pending_.size() >= opt_.batchSize || now - pendingSince_ >= opt_.maxBatchAge) WriteBatch();
+}
+
+void ChecksumCache::Flush() {
+  std::lock_guard<std::mutex> lock(mu_);
+  WriteBatch();
+}
+
+void ChecksumCache::WriteBatch() {
+  if (pending_.empty()) return;
+  if (!db_ || !storing_.load(std::memory_order_relaxed)) {
+    pending_.clear();
+    return;
+  }
+  int rc = sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+  if (rc != SQLITE_OK) {
+    Fail(rc, true);
+    return;
+  }
+  const sqlite3_int64 storedAt = static_cast<sqlite3_int64>(std::time(nullptr));
+  for (const Pending& p : pending_) {
+    const ChecksumKey& k = p.key;
+    sqlite3_bind_int64(dropStale_, 1, static_cast<sqlite3_int64>(k.file.device));
+    sqlite3_bind_int64(dropStale_, 2, static_cast<sqlite3_int64>(k.file.inode));
+    sqlite3_bind_int64(dropStale_, 3, k.file.size);
+    sqlite3_bind_int64(dropStale_, 4, k.file.mtimeNs);
+    sqlite3_bind_int64(dropStale_, 5, k.file.ctimeNs);
+    rc = sqlite3_step(dropStale_);
+    sqlite3_reset(dropStale_);
+    if (rc != SQLITE_DONE) break;
+
+    BindKey(insert_, k);
+    sqlite3_bind_int64(insert_, 9, k.file.size);
+    sqlite3_bind_int64(insert_, 10, k.file.mtimeNs);
+    sqlite3_bind_int64(insert_, 11, k.file.ctimeNs);
+    sqlite3_bind_blob(insert_, 12, p.digest.data(), static_cast<int>(p.digest.size()),
+                      SQLITE_STATIC);
+    sqlite3_bind_int64(insert_, 13, storedAt);
+    sqlite3_bind_int64(insert_, 14, CheckOf(k, p.digest));
+    rc = sqlite3_step(insert_);
+    sqlite3_reset(insert_);
+    sqlite3_clear_bindings(insert_);
+    if (rc != SQLITE_DONE) break;
+    rc = SQLITE_OK;
+  }
+  if (rc == SQLITE_OK) rc = sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
+  if (rc != SQLITE_OK) {
+    const std::string why = sqlite3_errmsg(db_);
+    if (!sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+    if (IsDamage(rc)) {
+      Rebuild(why);
+    } else {
+      StopStoring(why);
+    }
+    return;
+  }
+  stored_.fetch_add(static_cast<std::int64_t>(pending_.size()), std::memory_order_relaxed);
+  pending_.clear();
+}
+
+std::vector<std::string> ChecksumCache::TakeMessages() {
+  std::lock_guard<std::mutex> lock(mu_);
+  // Each problem is noted once: the flags that stop lookups and stores change
+  // only once, and a rebuild happens at most once a run.
+  std::vector<std::string> out;
+  out.swap(messages_);
+  return out;
+}
+
+std::string ChecksumCache::Summary(const TextCatalog& texts) const {
+  return texts.Get(txt::T9107, {std::to_string(Hits()), std::to_string(Stored())});
+}
+
+bool ChecksumCache::Clear(const fs::path& file, std::string* error) {
+  bool ok = true;
+  std::string errors;
+  const fs::path aside = WithSuffix(file, kDamagedSuffix);
+  for (const fs::path& base : {file, aside}) {
+    for (const char* s : {"", "-wal", "-shm", "-journal"}) {
+      std::error_code ec;
+      const fs::path p = WithSuffix(base, s);
+      fs::remove(p, ec);
+      if (ec) {
+        ok = false;
+        if (!errors.empty()) errors += "; ";
+        errors += p.string() + ": " + ec.message();
+      }
+    }
+  }
+  if (!ok && error) *error = errors;
+  return ok;
+}
+
+}  // namespace kelvor
