@@ -307,7 +307,10 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
             --chain->unhashed;
             hashIndex_.try_emplace(HashIndexKey(base, found.Hash), suffix);
           }
-          if (rec.HaveErrorMessage) return;  // the new file failed: out of the run
+          // A new file that failed goes on like a different one: it meets
+          // no further comparison (its flag ends each at once) and becomes a
+          // representative in error, so that it stays a file without
+          // duplicates.
         }
       }
     } else if (method == kSourceAcross) {
