@@ -3,7 +3,6 @@
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -476,15 +475,13 @@ void ContentComparer::Prefetch(const std::string& fullPath, const FileRecord& re
 
 void ContentComparer::ReadIdentity(FileRecord& rec, const std::string& fullPath) {
   struct stat st;
-  std::string why;
-  const int fd = xOpenFileForReading(fullPath, nullptr, &why, &st);
-  if (fd < 0) {
+  if (::stat(fullPath.c_str(), &st) != 0) {
+    int e = errno;
     log_.LogProtokoll("xGetHardlinkCount2\\GetFileInformationByHandle: " +
-                          texts_.Get(txt::T2746, {fullPath, why}),
+                          texts_.Get(txt::T2746, {fullPath, compare_io::ErrorText(e)}),
                       true);
     return;
   }
-  ::close(fd);
   if (st.st_nlink <= 1) {
     rec.NumberOfLinks = 1;
     rec.VolumeSerialNumber = rec.FileIndexHigh = rec.FileIndexLow = 0;
