@@ -17,12 +17,13 @@ using compare_io::ReadFile;
 // read (short at the end of the file) or -1 with *message set to text 3748.
 class Prober {
  public:
-  Prober(const std::string& path, const TextCatalog& texts, std::string* message)
-      : path_(path), texts_(texts), message_(message) {}
+  Prober(const std::string& path, const TextCatalog& texts, std::string* message,
+         const ExpectedFile* expected)
+      : path_(path), texts_(texts), message_(message), expected_(expected) {}
 
   bool Open(const char* label) {
     std::string err;
-    if (!file_.Open(path_, false, &err)) return Fail(err, label);
+    if (!file_.Open(path_, false, &err, expected_)) return Fail(err, label);
     return true;
   }
   std::int64_t Size(const char* label) {
@@ -54,6 +55,7 @@ class Prober {
   const std::string& path_;
   const TextCatalog& texts_;
   std::string* message_;
+  const ExpectedFile* expected_;
   ReadFile file_;
 };
 
@@ -65,8 +67,8 @@ bool StartsWith(const unsigned char* p, const char* s) {
 
 bool Search_CheckForMP3IDTag(std::int32_t& cutFromStart, std::int32_t& cutFromEnd,
                              const std::string& path, const TextCatalog& texts,
-                             std::string* message) {
-  Prober f(path, texts, message);
+                             std::string* message, const ExpectedFile* expected) {
+  Prober f(path, texts, message, expected);
   if (!f.Open("Pos:8")) return false;
   const std::int64_t size = f.Size("Pos:8");
   if (size < 0) return false;
@@ -169,11 +171,11 @@ bool Search_CheckForMP3IDTag(std::int32_t& cutFromStart, std::int32_t& cutFromEn
 }
 
 bool Search_CheckForFlacTag(std::int32_t& metadataLength, std::int64_t fileSize,
-                            const std::string& path, const TextCatalog& texts,
-                            std::string* message) {
+                            const std::string& path, const TextCatalog& texts, std::string* message,
+                            const ExpectedFile* expected) {
   metadataLength = 0;
   if (fileSize < 8) return false;
-  Prober f(path, texts, message);
+  Prober f(path, texts, message, expected);
   if (!f.Open("FlacPos:0")) return false;
 
   unsigned char buf[4];

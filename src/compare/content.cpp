@@ -158,14 +158,15 @@ class Hasher {
 
   // CreateHashFromFile. `stop` is tested after every block; `progress` gets
   // (bytes done, bytes in range) after every block.
-  std::string Hash(const std::string& path, const HashRange& range,
+  std::string Hash(const std::string& path, const HashRange& range, const ExpectedFile* expected,
                    const std::function<bool()>& stop,
                    const std::function<void(std::int64_t, std::int64_t)>& progress,
                    std::string* error) {
     error->clear();
+    if (stop && stop()) return {};
     ReadFile file;
     std::string err;
-    if (!file.Open(path, true, &err)) {
+    if (!file.Open(path, true, &err, expected)) {
       *error = "CreateFileWide: " + err;
       return {};
     }
@@ -282,8 +283,18 @@ bool ChecksumAvailable(int mode, std::string* error) {
   return ok;
 }
 
+ExpectedFile WalkExpectation(const FileRecord& rec) {
+  ExpectedFile e;
+  if (rec.ArchiveType != 0) return e;
+  e.size = rec.SIZE;
+  e.device = rec.WalkDevice;
+  e.inode = rec.WalkInode;
+  return e;
+}
+
 std::string CreateHashFromFile(const std::string& path, int mode, const HashRange& range,
-                               const RunState* run, std::string* errorText) {
+                               const RunState* run, std::string* errorText,
+                               const ExpectedFile* expected) {
   std::string local;
   std::string* err = errorText ? errorText : &local;
   if (!AlgorithmName(mode)) {
@@ -293,7 +304,7 @@ std::string CreateHashFromFile(const std::string& path, int mode, const HashRang
   compare_detail::Hasher hasher(mode);
   std::function<bool()> stop;
   if (run) stop = [run] { return run->StopRequested(); };
-  return hasher.Hash(path, range, stop, nullptr, err);
+  return hasher.Hash(path, range, expected, stop, nullptr, err);
 }
 
 namespace compare_detail {
@@ -318,13 +329,14 @@ class Prefetcher {
     worker_.join();
   }
 
-  void Add(const std::string& path, const HashRange& range) {
+  void Add(const std::string& path, const HashRange& range, const ExpectedFile& expected) {
     {
       std::lock_guard<std::mutex> lock(m_);
       if (quit_ || queue_.size() >= kMaxQueuedJobs || jobs_.count(path)) return;
       auto [it, inserted] = jobs_.try_emplace(path);
       Job& job = it->second;
       job.range = range;
+      job.expected = expected;
       queue_.push_back(path);
       job.pos = std::prev(queue_.end());
     }
@@ -333,8 +345,9 @@ class Prefetcher {
 
   // True when a usable result was taken (*digest, or *error for a failure).
   // False: nothing usable, the caller hashes the file itself.
-  bool Take(const std::string& path, const HashRange& range, std::string* digest,
-            std::string* error) {
+  // A stop request ends the wait for a job in progress.
+  bool Take(const std::string& path, const HashRange& range, const ExpectedFile& expected,
+            std::string* digest, std::string* error) {
     std::unique_lock<std::mutex> lock(m_);
     auto it = jobs_.find(path);
     if (it == jobs_.end()) return false;
@@ -343,18 +356,19 @@ class Prefetcher {
       jobs_.erase(it);
       return false;
     }
-    if (it->second.state == State::Running) {
-      cvDone_.wait(lock, [&] {
-        it = jobs_.find(path);
-        return it == jobs_.end() || it->second.state == State::Done;
-      });
+    while (it->second.state == State::Running) {
+      // The helper tests the stop between blocks too; waiting in short steps
+      // keeps a job that does not end from holding the cascade.
+      if (run_.StopRequested()) return false;
+      cvDone_.wait_for(lock, std::chrono::milliseconds(100));
+      it = jobs_.find(path);
       if (it == jobs_.end()) return false;
     }
     Job job = std::move(it->second);
     done_.erase(job.pos);
     jobs_.erase(it);
     lock.unlock();
-    if (job.stopped || !(job.range == range)) return false;
+    if (job.stopped || !(job.range == range) || !(job.expected == expected)) return false;
     *digest = std::move(job.digest);
     *error = std::move(job.error);
     return true;
@@ -364,6 +378,7 @@ class Prefetcher {
   enum class State { Queued, Running, Done };
   struct Job {
     HashRange range;
+    ExpectedFile expected;
     State state = State::Queued;
     bool stopped = false;
     std::string digest, error;
@@ -382,11 +397,12 @@ class Prefetcher {
       auto it = jobs_.find(path);
       it->second.state = State::Running;
       const HashRange range = it->second.range;
+      const ExpectedFile expected = it->second.expected;
       lock.unlock();
 
       std::string error;
       std::string digest = hasher_.Hash(
-          path, range,
+          path, range, &expected,
           [this] { return quitFlag_.load(std::memory_order_relaxed) || run_.StopRequested(); },
           nullptr, &error);
 
@@ -454,7 +470,7 @@ void ContentComparer::Prefetch(const std::string& fullPath, const FileRecord& re
        EqualsAsciiNoCase(rec.Extension, "cr2"));
   const bool flac = opt_.ignoreFlacMetadata && EqualsAsciiNoCase(rec.Extension, "flac");
   if (!prefetch_) prefetch_ = std::make_unique<compare_detail::Prefetcher>(opt_.mode, run_);
-  prefetch_->Add(fullPath, HashRangeFor(rec, rec.Extension, mp3, jpg, flac));
+  prefetch_->Add(fullPath, HashRangeFor(rec, rec.Extension, mp3, jpg, flac), WalkExpectation(rec));
 }
 
 void ContentComparer::ReadIdentity(FileRecord& rec, const std::string& fullPath) {
@@ -514,16 +530,16 @@ bool ContentComparer::PathToRead(FileRecord& rec, const std::string& fullPath, s
 }
 
 std::string ContentComparer::TakeOrMakeHash(const std::string& path, const HashRange& range,
-                                            std::string* error) {
+                                            const ExpectedFile& expected, std::string* error) {
   std::string digest;
-  if (prefetch_ && prefetch_->Take(path, range, &digest, error)) return digest;
+  if (prefetch_ && prefetch_->Take(path, range, expected, &digest, error)) return digest;
   const Clock::time_point begin = Clock::now();
   auto progress = [&](std::int64_t done, std::int64_t total) {
     if (progressShown_ || Clock::now() - begin > std::chrono::seconds(2))
       ShowReadProgress(texts_.Get(txt::T5028, {ChecksumName(opt_.mode)}), path, "-", done, total);
   };
   digest = hasher_->Hash(
-      path, range, [this] { return run_.StopRequested(); }, progress, error);
+      path, range, &expected, [this] { return run_.StopRequested(); }, progress, error);
   ClearReadProgress();
   return digest;
 }
@@ -541,7 +557,7 @@ bool ContentComparer::EnsureHash(FileRecord& rec, const std::string& fullPath,
     return false;
   }
   std::string error;
-  std::string digest = TakeOrMakeHash(path, range, &error);
+  std::string digest = TakeOrMakeHash(path, range, WalkExpectation(rec), &error);
   if (!error.empty()) {
     log_.LogProtokoll(texts_.Get(txt::T5029, {error, DisplayPath(rec, fullPath)}), true);
     rec.HaveErrorMessage = true;
@@ -598,7 +614,8 @@ int ContentComparer::CompareSideBySide(FileRecord& newRec, const std::string& ne
   std::string error;
   int percent = 0;
   const bool percentRoute = opt_.percent < 100;
-  int code = SideBySide(pathFound, pathNew, rangeFound, rangeNew, percentRoute, &percent, &error);
+  int code = SideBySide(pathFound, pathNew, rangeFound, rangeNew, WalkExpectation(found),
+                        WalkExpectation(newRec), percentRoute, &percent, &error);
   ClearReadProgress();
   bool equal = percentRoute ? code == 0 && percent >= opt_.percent : code == 0;
   if (!error.empty()) {
@@ -663,16 +680,19 @@ int ContentComparer::CompareFileAtEnd(const ReadFile& f1, const ReadFile& f2, st
 }
 
 int ContentComparer::SideBySide(const std::string& path1, const std::string& path2,
-                                const HashRange& r1, const HashRange& r2, bool percentRoute,
-                                int* percentOut, std::string* error) {
+                                const HashRange& r1, const HashRange& r2, const ExpectedFile& e1,
+                                const ExpectedFile& e2, bool percentRoute, int* percentOut,
+                                std::string* error) {
   *percentOut = 0;
   ReadFile f1, f2;
   std::string err;
-  if (!f1.Open(path1, true, &err)) {
+  // Each file must still be the one the walk saw, at the size it saw: a file
+  // cut short or grown since then is equal to nothing.
+  if (!f1.Open(path1, true, &err, &e1)) {
     *error = "CreateFileWide1: " + err;
     return kContentOpenFailedFound;
   }
-  if (!f2.Open(path2, true, &err)) {
+  if (!f2.Open(path2, true, &err, &e2)) {
     *error = "CreateFileWide2: " + err;
     return kContentOpenFailedNew;
   }
@@ -686,7 +706,7 @@ int ContentComparer::SideBySide(const std::string& path1, const std::string& pat
     *error = "CreateFileWide2: " + err;
     return kContentOpenFailedNew;
   }
-  if (size1 == 0) {
+  if (size1 == 0 && size2 == 0) {
     *percentOut = 100;
     return 0;
   }

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "data/file_record.h"
+#include "data/file_system.h"
 
 namespace kelvor {
 
@@ -114,12 +115,19 @@ struct HashRange {
   bool operator==(const HashRange&) const = default;
 };
 
+// What a record says the file on disk must still be when it is read: the size
+// and identity the walk saw. Nothing is expected of a member of an archive,
+// whose extract is read instead.
+ExpectedFile WalkExpectation(const FileRecord& rec);
+
 // CreateHashFromFile: the checksum of `path` (raw digest bytes, or the file's
 // own bytes when it is not longer than the digest). On failure returns "" and
 // sets *errorText ("CreateFileWide: ...", "File size 0", "ReadFile2: ", ...).
-// A stop request (run may be null) ends with "" and no error text.
+// A stop request (run may be null) ends with "" and no error text. With
+// `expected`, a file that is no longer the one the walk saw is a failure.
 std::string CreateHashFromFile(const std::string& path, int mode, const HashRange& range,
-                               const RunState* run, std::string* errorText);
+                               const RunState* run, std::string* errorText,
+                               const ExpectedFile* expected = nullptr);
 
 class ContentComparer {
  public:
@@ -158,9 +166,11 @@ class ContentComparer {
   bool PathToRead(FileRecord& rec, const std::string& fullPath, std::string* path, bool* created);
   bool EnsureHash(FileRecord& rec, const std::string& fullPath, const HashRange& range,
                   bool* createdTemp, int* code);
-  std::string TakeOrMakeHash(const std::string& path, const HashRange& range, std::string* error);
+  std::string TakeOrMakeHash(const std::string& path, const HashRange& range,
+                             const ExpectedFile& expected, std::string* error);
   int SideBySide(const std::string& path1, const std::string& path2, const HashRange& r1,
-                 const HashRange& r2, bool percentRoute, int* percentOut, std::string* error);
+                 const HashRange& r2, const ExpectedFile& e1, const ExpectedFile& e2,
+                 bool percentRoute, int* percentOut, std::string* error);
   int CompareFileAtEnd(const compare_io::ReadFile& f1, const compare_io::ReadFile& f2,
                        std::int64_t& last1, std::int64_t& last2, const std::string& path1,
                        const std::string& path2);

@@ -64,11 +64,12 @@ unsigned Le16(const unsigned char* p) {
 
 bool Search_GetExifDatablockSize(const std::string& path, std::int32_t& cutFromStart,
                                  std::int32_t& cutFromEnd, const TextCatalog& texts,
-                                 std::string* message) {
+                                 std::string* message, const ExpectedFile* expected) {
   static constexpr const char* kProc = "Search_GetExifDatablockSize";
   ReadFile file;
   std::string err;
-  if (!file.Open(path, false, &err)) return Fail(path, err, Label(kProc, 1), texts, message);
+  if (!file.Open(path, false, &err, expected))
+    return Fail(path, err, Label(kProc, 1), texts, message);
   const std::int64_t size = file.Size(&err);
   if (size < 0) return Fail(path, err, Label(kProc, 1), texts, message);
 
@@ -114,11 +115,12 @@ bool Search_GetExifDatablockSize(const std::string& path, std::int32_t& cutFromS
 
 bool Search_GetExifDatablockSize_CR2(const std::string& path, std::int32_t& cutFromStart,
                                      std::int32_t& cutFromEnd, const TextCatalog& texts,
-                                     std::string* message) {
+                                     std::string* message, const ExpectedFile* expected) {
   static constexpr const char* kProc = "Search_GetExifDatablockSize_CR2";
   ReadFile file;
   std::string err;
-  if (!file.Open(path, false, &err)) return Fail(path, err, Label(kProc, 1), texts, message);
+  if (!file.Open(path, false, &err, expected))
+    return Fail(path, err, Label(kProc, 1), texts, message);
   const std::int64_t size = file.Size(&err);
   if (size < 0) return Fail(path, err, Label(kProc, 1), texts, message);
 

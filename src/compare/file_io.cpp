@@ -20,20 +20,13 @@ ReadFile::~ReadFile() {
   if (fd_ >= 0) ::close(fd_);
 }
 
-bool ReadFile::Open(const std::string& path, bool sequential, std::string* err) {
+bool ReadFile::Open(const std::string& path, bool sequential, std::string* err,
+                    const ExpectedFile* expected) {
   if (fd_ >= 0) ::close(fd_);
-  do {
-    fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
-  } while (fd_ < 0 && errno == EINTR);
+  std::string why;
+  fd_ = xOpenFileForReading(path, expected, &why);
   if (fd_ < 0) {
-    if (err) *err = ErrorText(errno);
-    return false;
-  }
-  struct stat st;
-  if (::fstat(fd_, &st) == 0 && S_ISDIR(st.st_mode)) {
-    ::close(fd_);
-    fd_ = -1;
-    if (err) *err = ErrorText(EISDIR);
+    if (err) *err = why;
     return false;
   }
   if (sequential) ::posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);

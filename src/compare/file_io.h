@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "data/file_system.h"
+
 namespace kelvor::compare_io {
 
 // The system's text for an errno value.
@@ -18,9 +20,13 @@ class ReadFile {
   ReadFile(const ReadFile&) = delete;
   ReadFile& operator=(const ReadFile&) = delete;
 
-  // Opens for reading; `sequential` hints the kernel to read ahead. On
-  // failure returns false and *err holds the system's text.
-  bool Open(const std::string& path, bool sequential, std::string* err);
+  // Opens for reading through xOpenFileForReading: never waits (a FIFO in
+  // the file's place is refused), reaches paths of any length, and where
+  // `expected` is given insists on the file the walk saw, at its size.
+  // `sequential` hints the kernel to read ahead. On failure returns false and
+  // *err holds the system's text or the reason.
+  bool Open(const std::string& path, bool sequential, std::string* err,
+            const ExpectedFile* expected = nullptr);
   // Current size of the open file; -1 with *err on failure.
   std::int64_t Size(std::string* err) const;
   // Reads up to `n` bytes at `offset`, repeating short reads until the end

@@ -27,12 +27,12 @@ struct FileRecord {
   std::int32_t GroupID = -1;      // -1: in no group yet
   bool HaveErrorMessage = false;  // an error about this file was logged once
 
-  std::string NameKey;    // the name as the comparison sees it
+  std::string NameKey;       // the name as the comparison sees it
   std::int64_t SizeKey = 0;  // compare size: SIZE less ignored tag blocks
-  std::string Path;       // folder relative to the source folder ("" or "/sub/dir")
-  std::string Name;       // file name without extension
-  std::string Extension;  // without the dot, "" if none
-  std::int64_t SIZE = 0;  // bytes
+  std::string Path;          // folder relative to the source folder ("" or "/sub/dir")
+  std::string Name;          // file name without extension
+  std::string Extension;     // without the dot, "" if none
+  std::int64_t SIZE = 0;     // bytes
   std::int32_t Attributes = 0;
   double DateLastModified = 0;
   double DateCreated = 0;
@@ -64,6 +64,12 @@ struct FileRecord {
   std::int32_t FileIndexHigh = 0;
   std::int32_t FileIndexLow = 0;
   std::int32_t NumberOfLinks = 0;
+
+  // The file as the walk's stat saw it, whatever its link count (the four
+  // fields above stay 0 for a file with one link): device and inode. Both 0
+  // when unknown. A file opened for reading later must still be this one.
+  std::uint64_t WalkDevice = 0;
+  std::uint64_t WalkInode = 0;
 
   std::int32_t ExtensionLength() const { return static_cast<std::int32_t>(Extension.size()); }
   void SetHash(std::string h) {

@@ -156,6 +156,8 @@ void CStringCollection2::FillPacked(Packed& p, const FileRecordView& v) {
   p.FileIndexHigh = v.FileIndexHigh;
   p.FileIndexLow = v.FileIndexLow;
   p.NumberOfLinks = v.NumberOfLinks;
+  p.WalkDevice = v.WalkDevice;
+  p.WalkInode = v.WalkInode;
   p.ArchiveType = v.ArchiveType;
   p.Flags = v.HaveErrorMessage ? kFlagError : 0;
 }
@@ -228,6 +230,8 @@ void CStringCollection2::ReadInto(const Packed& p, FileRecord& r) const {
   r.FileIndexHigh = p.FileIndexHigh;
   r.FileIndexLow = p.FileIndexLow;
   r.NumberOfLinks = p.NumberOfLinks;
+  r.WalkDevice = p.WalkDevice;
+  r.WalkInode = p.WalkInode;
   if (const Extra* e = ExtraOf(p)) {
     r.PathInsideZip.assign(Texts_.Get(e->PathInsideZipRef));
     r.ArchiveTempFileNr.assign(Texts_.Get(e->ArchiveTempFileNrRef));
@@ -281,6 +285,8 @@ FileRecordView ViewOf(const FileRecord& r) {
   v.FileIndexHigh = r.FileIndexHigh;
   v.FileIndexLow = r.FileIndexLow;
   v.NumberOfLinks = r.NumberOfLinks;
+  v.WalkDevice = r.WalkDevice;
+  v.WalkInode = r.WalkInode;
   return v;
 }
 

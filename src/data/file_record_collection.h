@@ -58,6 +58,8 @@ struct FileRecordView {
   std::int32_t FileIndexHigh = 0;
   std::int32_t FileIndexLow = 0;
   std::int32_t NumberOfLinks = 0;
+  std::uint64_t WalkDevice = 0;
+  std::uint64_t WalkInode = 0;
 };
 
 class CStringCollection2 {
@@ -255,6 +257,8 @@ class CStringCollection2 {
     std::int64_t SIZE = 0;
     double DateLastModified = 0;
     double DateCreated = 0;
+    std::uint64_t WalkDevice = 0;
+    std::uint64_t WalkInode = 0;
     std::uint32_t PathId = 0;  // interned folder
     std::uint32_t NameRef = 0;
     std::uint32_t ExtId = 0;  // interned extension

@@ -3,10 +3,12 @@
 #include "data/file_system.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <pwd.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
@@ -43,7 +45,103 @@ std::string_view FileNamePart(std::string_view path) {
   return slash == std::string_view::npos ? path : path.substr(slash + 1);
 }
 
+// openat that gives an interrupted call a few more tries but never loops
+// on it: the caller's stop must not wait behind a stream of signals.
+int OpenAtOnce(int dirFd, const char* name, int flags) {
+  int fd = -1;
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    fd = ::openat(dirFd, name, flags);
+    if (fd >= 0 || errno != EINTR) break;
+  }
+  return fd;
+}
+
+// Opens `path` with `flags` for its last component. A path that the system
+// would refuse as too long is resolved in pieces shorter than PATH_MAX, each
+// relative to the folder descriptor of the piece before; the folders are
+// opened with O_PATH, which needs no read permission and opens nothing that
+// could block.
+int OpenPath(const std::string& path, int flags) {
+  if (path.size() < PATH_MAX) return OpenAtOnce(AT_FDCWD, path.c_str(), flags);
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) {
+    errno = ENAMETOOLONG;
+    return -1;
+  }
+  const std::string_view folder = std::string_view(path).substr(0, slash + 1);
+  int dirFd = AT_FDCWD;
+  std::size_t start = 0;
+  while (start < folder.size()) {
+    // A piece after the first never begins with "/", which would make it
+    // absolute ("a//b" has an empty component).
+    while (start > 0 && start < folder.size() && folder[start] == '/') ++start;
+    if (start >= folder.size()) break;
+    // The longest piece up to a "/" that the system takes as one path.
+    std::size_t end = folder.size();
+    if (end - start >= PATH_MAX) {
+      end = folder.rfind('/', start + PATH_MAX - 2);
+      if (end == std::string_view::npos || end < start) {
+        if (dirFd != AT_FDCWD) ::close(dirFd);
+        errno = ENAMETOOLONG;
+        return -1;
+      }
+      ++end;  // the piece keeps its "/"
+    }
+    const std::string piece(folder.substr(start, end - start));
+    const int next = OpenAtOnce(dirFd, piece.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    const int saved = errno;
+    if (dirFd != AT_FDCWD) ::close(dirFd);
+    if (next < 0) {
+      errno = saved;
+      return -1;
+    }
+    dirFd = next;
+    start = end;
+  }
+  const int fd = OpenAtOnce(dirFd, path.c_str() + slash + 1, flags);
+  const int saved = errno;
+  if (dirFd != AT_FDCWD) ::close(dirFd);
+  errno = saved;
+  return fd;
+}
+
 }  // namespace
+
+int xOpenFileForReading(std::string_view path, const ExpectedFile* expected, std::string* errorText,
+                        struct stat* stOut) {
+  auto fail = [&](std::string why) {
+    if (errorText) *errorText = std::move(why);
+    return -1;
+  };
+  if (path.empty()) return fail(SystemText(ENOENT));
+  const int fd =
+      OpenPath(std::string(path), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
+  if (fd < 0) return fail(SystemText(errno));
+  struct stat st {};
+  std::string why;
+  if (::fstat(fd, &st) != 0) {
+    why = SystemText(errno);
+  } else if (!S_ISREG(st.st_mode)) {
+    why = S_ISDIR(st.st_mode) ? SystemText(EISDIR) : "not a regular file";
+  } else if (expected && (expected->device != 0 || expected->inode != 0) &&
+             (static_cast<std::uint64_t>(st.st_dev) != expected->device ||
+              static_cast<std::uint64_t>(st.st_ino) != expected->inode)) {
+    why = "replaced by another file after the folder was read";
+  } else if (expected && expected->size >= 0 &&
+             static_cast<std::int64_t>(st.st_size) != expected->size) {
+    why = "size changed after the folder was read: " + std::to_string(st.st_size) +
+          " bytes instead of " + std::to_string(expected->size);
+  } else {
+    // Reads of a regular file never wait for a writer; the flag only had to
+    // keep the open itself from waiting.
+    const int fl = ::fcntl(fd, F_GETFL);
+    if (fl != -1) ::fcntl(fd, F_SETFL, fl & ~O_NONBLOCK);
+    if (stOut) *stOut = st;
+    return fd;
+  }
+  ::close(fd);
+  return fail(std::move(why));
+}
 
 bool xExistFile_W(std::string_view path) {
   struct stat st {};

@@ -80,6 +80,31 @@ bool xCreatePath_W(std::string_view path, std::string* errorText = nullptr);
 // followed). True when nothing is left.
 bool xDeleteFolderR_W(std::string_view path, std::string* errorText = nullptr);
 
+// --- reading the files a walk found ---
+
+// What the walk saw of a file: a later open for reading must find the same
+// file again, or the file changed in between and is not to be read.
+struct ExpectedFile {
+  std::int64_t size = -1;    // bytes; -1: not checked
+  std::uint64_t device = 0;  // device and inode; both 0: not checked
+  std::uint64_t inode = 0;
+  bool operator==(const ExpectedFile&) const = default;
+};
+
+// Opens a file for reading, in a way that can never hold the caller:
+//  - O_NONBLOCK, so that a FIFO or a device put in the file's place cannot
+//    block the open; a symbolic link in the last place is not followed;
+//  - a path longer than PATH_MAX is opened folder by folder, each step
+//    relative to the descriptor of the step before, so that trees of any
+//    depth can be read;
+//  - what was opened must be a regular file and, where `expected` is given,
+//    the same file (device and inode) of the same size as the walk saw.
+// Returns the descriptor (close-on-exec, back in blocking mode), or -1 and
+// *errorText (may be null) gets the system's text or the reason why the file
+// is no longer the one expected. *st (may be null) receives its fstat.
+int xOpenFileForReading(std::string_view path, const ExpectedFile* expected, std::string* errorText,
+                        struct stat* st = nullptr);
+
 // --- owner ---
 
 // User name of a user number; "" when unknown.

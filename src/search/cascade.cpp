@@ -112,10 +112,11 @@ bool SearchEngine::CompareSize(FileRecord& rec, const std::string& fullPath, boo
   if (!opt_.CriterionContent) return true;
   std::string ext = LowerCase(rec.Extension);
   std::string message;
+  const ExpectedFile expected = WalkExpectation(rec);
   if (opt_.IgnoreMP3Tags && ext == "mp3") {
     *isMP3 = true;
     std::int32_t start = 0, end = 0;
-    if (Search_CheckForMP3IDTag(start, end, fullPath, ctx_.texts, &message)) {
+    if (Search_CheckForMP3IDTag(start, end, fullPath, ctx_.texts, &message, &expected)) {
       rec.MP3CutFromStart = start;
       rec.MP3CutFromEnd = end;
       rec.SizeKey = rec.SIZE - start - end;
@@ -123,9 +124,10 @@ bool SearchEngine::CompareSize(FileRecord& rec, const std::string& fullPath, boo
   } else if (opt_.IgnoreExif && (ext == "jpeg" || ext == "jpg" || ext == "cr2")) {
     *isJPG = true;
     std::int32_t start = 0, end = 0;
-    bool ok = ext == "cr2"
-                  ? Search_GetExifDatablockSize_CR2(fullPath, start, end, ctx_.texts, &message)
-                  : Search_GetExifDatablockSize(fullPath, start, end, ctx_.texts, &message);
+    bool ok =
+        ext == "cr2"
+            ? Search_GetExifDatablockSize_CR2(fullPath, start, end, ctx_.texts, &message, &expected)
+            : Search_GetExifDatablockSize(fullPath, start, end, ctx_.texts, &message, &expected);
     if (ok) {
       rec.ExifCutFromStart = start;
       rec.ExifCutFromEnd = end;
@@ -134,7 +136,7 @@ bool SearchEngine::CompareSize(FileRecord& rec, const std::string& fullPath, boo
   } else if (opt_.IgnoreFlacMetadata && ext == "flac") {
     *isFLAC = true;
     std::int32_t length = 0;
-    if (Search_CheckForFlacTag(length, rec.SIZE, fullPath, ctx_.texts, &message))
+    if (Search_CheckForFlacTag(length, rec.SIZE, fullPath, ctx_.texts, &message, &expected))
       rec.SizeKey = rec.SIZE - length;
   }
   if (!message.empty()) ctx_.log.LogProtokoll(message, true);
@@ -198,6 +200,8 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
   rec.DateCreated = dateCreated;
   rec.DateLastModified = dateChanged;
   if (identity) {
+    rec.WalkDevice = identity->dev;
+    rec.WalkInode = identity->ino;
     rec.NumberOfLinks = static_cast<std::int32_t>(identity->nlink);
     if (identity->nlink > 1) {
       rec.VolumeSerialNumber = static_cast<std::int32_t>(static_cast<std::uint32_t>(identity->dev));
@@ -290,7 +294,8 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
         } else {
           const bool hadHash = found.HashCreated[0];
           std::string foundPath = FullPath(found);
-          if (samples && SamplesDiffer(rec, fullPath, &recSample, found, foundPath)) {
+          if (samples && !rec.HaveErrorMessage && !found.HaveErrorMessage &&
+              SamplesDiffer(rec, fullPath, &recSample, found, foundPath)) {
             // Their first or last bytes differ: the files are different
             // without reading them side by side.
             ++comparer_->CompareCount;
@@ -306,7 +311,10 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
             --chain->unhashed;
             hashIndex_.try_emplace(HashIndexKey(base, found.Hash), suffix);
           }
-          if (rec.HaveErrorMessage) return;  // the new file failed: out of the run
+          // A new file that failed goes on like a different one: it meets
+          // no further comparison (its flag ends each at once) and becomes a
+          // representative in error, so that it stays a file without
+          // duplicates.
         }
       }
     } else if (method == kSourceAcross) {
@@ -413,10 +421,13 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
 namespace {
 
 // A fingerprint of a file's first and last 4 KiB; false when it cannot be
-// read (the comparison then reports the problem itself).
-bool ReadSample(const std::string& path, std::int64_t size, std::uint64_t* out) {
+// read or is no longer the file the walk saw (the comparison then reports
+// the problem itself).
+bool ReadSample(const std::string& path, const FileRecord& rec, std::uint64_t* out) {
   constexpr std::int64_t kSampleBytes = 4096;
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const std::int64_t size = rec.SIZE;
+  const ExpectedFile expected = WalkExpectation(rec);
+  int fd = xOpenFileForReading(path, &expected, nullptr);
   if (fd < 0) return false;
   char buf[2 * kSampleBytes];
   const std::int64_t head = std::min(size, kSampleBytes);
@@ -443,13 +454,13 @@ bool SearchEngine::SamplesDiffer(const FileRecord& rec, const std::string& recPa
                                  const std::string& foundPath) {
   if (!recSample->has_value()) {
     std::uint64_t v;
-    if (!ReadSample(recPath, rec.SIZE, &v)) return false;
+    if (!ReadSample(recPath, rec, &v)) return false;
     *recSample = v;
   }
   auto it = samples_.find(found.RecordNumber);
   if (it == samples_.end()) {
     std::uint64_t v;
-    if (!ReadSample(foundPath, found.SIZE, &v)) return false;
+    if (!ReadSample(foundPath, found, &v)) return false;
     it = samples_.emplace(found.RecordNumber, v).first;
   }
   return it->second != **recSample;

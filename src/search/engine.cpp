@@ -261,6 +261,8 @@ void SearchEngine::PredictComparisons(DirStack& stack) {
     probe.Name = std::string(BaseNameOf(name));
     probe.Extension = std::string(ExtensionOf(name));
     probe.SIZE = probe.SizeKey = e.size;
+    probe.WalkDevice = e.identity.dev;
+    probe.WalkInode = e.identity.ino;
     pathBuf_.assign(top.path).append("/").append(name);
     comparer_->Prefetch(pathBuf_, probe);
   };
