@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "frame/unicode.h"
+
 namespace kelvor {
 namespace {
 
@@ -21,39 +23,6 @@ using Text = std::u32string_view;
 constexpr char32_t kEscapeBase = 0xDC00;
 
 enum class Fold { kNone, kUpper, kLower };
-
-// Decodes one code point at s[i] (strict UTF-8). Returns the bytes used, or 0
-// when s[i] begins no valid sequence.
-std::size_t DecodeOne(std::string_view s, std::size_t i, char32_t* cp) {
-  const auto b0 = static_cast<unsigned char>(s[i]);
-  std::size_t len;
-  char32_t c;
-  char32_t minimum;
-  if (b0 >= 0xC2 && b0 <= 0xDF) {
-    len = 2;
-    c = b0 & 0x1F;
-    minimum = 0x80;
-  } else if (b0 >= 0xE0 && b0 <= 0xEF) {
-    len = 3;
-    c = b0 & 0x0F;
-    minimum = 0x800;
-  } else if (b0 >= 0xF0 && b0 <= 0xF4) {
-    len = 4;
-    c = b0 & 0x07;
-    minimum = 0x10000;
-  } else {
-    return 0;
-  }
-  if (i + len > s.size()) return 0;
-  for (std::size_t k = 1; k < len; ++k) {
-    const auto b = static_cast<unsigned char>(s[i + k]);
-    if ((b & 0xC0) != 0x80) return 0;
-    c = (c << 6) | (b & 0x3F);
-  }
-  if (c < minimum || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return 0;
-  *cp = c;
-  return len;
-}
 
 char32_t FoldOne(char32_t c, Fold fold) {
   if (c < 0x80) {
@@ -80,7 +49,7 @@ void Decode(std::string_view s, Fold fold, std::u32string& out) {
       continue;
     }
     char32_t cp;
-    const std::size_t n = DecodeOne(s, i, &cp);
+    const std::size_t n = DecodeUtf8(s, i, &cp);
     if (n == 0) {
       out.push_back(kEscapeBase + b);
       ++i;

@@ -17,9 +17,58 @@ constexpr char32_t kReplacement = 0xFFFD;
 // usual "surrogate escape" that no valid UTF-8 text can produce.
 constexpr char32_t kEscapeBase = 0xDC00;
 
-// Decodes one code point at s[i]. Returns the number of bytes used, or 0 when
-// the byte at s[i] does not begin a valid sequence.
-std::size_t DecodeOne(std::string_view s, std::size_t i, char32_t* cp) {
+void AppendUtf8(char32_t c, std::string& out) {
+  if (c < 0x80) {
+    out.push_back(static_cast<char>(c));
+  } else if (c < 0x800) {
+    out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+  } else if (c < 0x10000) {
+    out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+  } else {
+    out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+    out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+  }
+}
+
+template <typename MapFn>
+void MapCase(std::string_view s, std::string& out, MapFn map, bool lower) {
+  out.reserve(out.size() + s.size());
+  std::size_t i = 0;
+  while (i < s.size()) {
+    const auto b = static_cast<unsigned char>(s[i]);
+    if (b < 0x80) {  // ASCII fast path
+      char c = static_cast<char>(b);
+      if (lower && b >= 'A' && b <= 'Z') c = static_cast<char>(b + 32);
+      if (!lower && b >= 'a' && b <= 'z') c = static_cast<char>(b - 32);
+      out.push_back(c);
+      ++i;
+      continue;
+    }
+    char32_t cp;
+    const std::size_t n = DecodeUtf8(s, i, &cp);
+    if (n == 0) {
+      out.push_back(s[i]);
+      ++i;
+      continue;
+    }
+    AppendUtf8(static_cast<char32_t>(map(static_cast<utf8proc_int32_t>(cp))), out);
+    i += n;
+  }
+}
+
+void AppendUtf16le(char16_t u, std::string& out) {
+  out.push_back(static_cast<char>(u & 0xFF));
+  out.push_back(static_cast<char>(u >> 8));
+}
+
+}  // namespace
+
+std::size_t DecodeUtf8(std::string_view s, std::size_t i, char32_t* cp) {
   const auto b0 = static_cast<unsigned char>(s[i]);
   if (b0 < 0x80) {
     *cp = b0;
@@ -54,57 +103,6 @@ std::size_t DecodeOne(std::string_view s, std::size_t i, char32_t* cp) {
   return len;
 }
 
-void AppendUtf8(char32_t c, std::string& out) {
-  if (c < 0x80) {
-    out.push_back(static_cast<char>(c));
-  } else if (c < 0x800) {
-    out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  } else if (c < 0x10000) {
-    out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  } else {
-    out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  }
-}
-
-template <typename MapFn>
-void MapCase(std::string_view s, std::string& out, MapFn map, bool lower) {
-  out.reserve(out.size() + s.size());
-  std::size_t i = 0;
-  while (i < s.size()) {
-    const auto b = static_cast<unsigned char>(s[i]);
-    if (b < 0x80) {  // ASCII fast path
-      char c = static_cast<char>(b);
-      if (lower && b >= 'A' && b <= 'Z') c = static_cast<char>(b + 32);
-      if (!lower && b >= 'a' && b <= 'z') c = static_cast<char>(b - 32);
-      out.push_back(c);
-      ++i;
-      continue;
-    }
-    char32_t cp;
-    const std::size_t n = DecodeOne(s, i, &cp);
-    if (n == 0) {
-      out.push_back(s[i]);
-      ++i;
-      continue;
-    }
-    AppendUtf8(static_cast<char32_t>(map(static_cast<utf8proc_int32_t>(cp))), out);
-    i += n;
-  }
-}
-
-void AppendUtf16le(char16_t u, std::string& out) {
-  out.push_back(static_cast<char>(u & 0xFF));
-  out.push_back(static_cast<char>(u >> 8));
-}
-
-}  // namespace
-
 std::string LowerCase(std::string_view s) {
   std::string out;
   AppendLowerCase(s, out);
@@ -129,7 +127,7 @@ bool IsValidUtf8(std::string_view s) {
       continue;
     }
     char32_t cp;
-    const std::size_t n = DecodeOne(s, i, &cp);
+    const std::size_t n = DecodeUtf8(s, i, &cp);
     if (n == 0) return false;
     i += n;
   }
@@ -143,7 +141,7 @@ std::string DisplayUtf8(std::string_view s) {
   std::size_t i = 0;
   while (i < s.size()) {
     char32_t cp;
-    const std::size_t n = DecodeOne(s, i, &cp);
+    const std::size_t n = DecodeUtf8(s, i, &cp);
     if (n == 0) {
       AppendUtf8(kReplacement, out);
       ++i;
@@ -161,7 +159,7 @@ std::u32string ToCodePoints(std::string_view s) {
   std::size_t i = 0;
   while (i < s.size()) {
     char32_t cp;
-    const std::size_t n = DecodeOne(s, i, &cp);
+    const std::size_t n = DecodeUtf8(s, i, &cp);
     if (n == 0) {
       out.push_back(kEscapeBase + static_cast<unsigned char>(s[i]));
       ++i;
@@ -194,7 +192,7 @@ std::string Utf8ToUtf16le(std::string_view s) {
   std::size_t i = 0;
   while (i < s.size()) {
     char32_t cp;
-    const std::size_t n = DecodeOne(s, i, &cp);
+    const std::size_t n = DecodeUtf8(s, i, &cp);
     if (n == 0) {  // a byte that is no UTF-8: keep it visible as U+FFFD
       cp = kReplacement;
       i += 1;

@@ -22,6 +22,10 @@ std::string DisplayUtf8(std::string_view s);
 // surrogates U+DC80..U+DCFF), so that such bytes stay distinct and round-trip.
 std::u32string ToCodePoints(std::string_view s);
 std::string FromCodePoints(std::u32string_view s);
+// Decodes the code point that begins at s[i] (strict UTF-8: no overlong
+// forms, no surrogates). Returns the bytes used, or 0 when s[i] begins no
+// valid sequence. For loops that must not allocate.
+std::size_t DecodeUtf8(std::string_view s, std::size_t i, char32_t* cp);
 
 // UTF-16LE <-> UTF-8, for the files Kelvor writes as UTF-16.
 std::string Utf8ToUtf16le(std::string_view s);
