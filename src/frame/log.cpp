@@ -149,6 +149,15 @@ void Logger::LogProtokollMain(std::string_view text) {
   AppendLogLine(generalLog_, text, false);
 }
 
+Logger::~Logger() {
+  struct stat st;
+  if (runLog_.empty() || ::lstat(runLog_.c_str(), &st) != 0 || !S_ISREG(st.st_mode) ||
+      st.st_size != 2)
+    return;
+  std::string bytes, why;
+  if (ReadWholeFile(runLog_, &bytes, &why) && bytes == "\xFF\xFE") ::unlink(runLog_.c_str());
+}
+
 bool Logger::SaveTmpLog(std::string* error) {
   const TextCatalog& texts = GermanTexts();
   std::string first;  // the first failure is the one reported

@@ -34,6 +34,12 @@ class Logger {
  public:
   Logger(std::filesystem::path generalLog, std::filesystem::path runLog,
          std::filesystem::path lastSearchLog);
+  // A run log that never got a line (the fresh one SaveTmpLog leaves for a
+  // next search that did not come) goes with the logger, so that leaving
+  // the program leaves no empty files in the temporary folder.
+  ~Logger();
+  Logger(const Logger&) = delete;
+  Logger& operator=(const Logger&) = delete;
 
   // LogProtokoll: a line in the run's log; with `show` also on the panel.
   void LogProtokoll(std::string_view text, bool isError = false, bool show = true);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <regex>
 
 #include "frame/formats.h"
@@ -88,7 +89,9 @@ TEST(Log, CutReportsAFileThatCannotBeRead) {
 
 TEST(Log, SaveTmpLogAppendsToGeneralAndKeepsLastSearch) {
   TempDir dir;
-  Logger logger(dir / "Kelvor4.txt", dir / "temp" / "123.txt", dir / "lastsearch.txt");
+  auto owned = std::make_unique<Logger>(dir / "Kelvor4.txt", dir / "temp" / "123.txt",
+                                        dir / "lastsearch.txt");
+  Logger& logger = *owned;
   std::filesystem::create_directory(dir / "temp");
   logger.LogProtokollMain("start");
   logger.LogProtokoll("lauf eins");
@@ -103,6 +106,15 @@ TEST(Log, SaveTmpLogAppendsToGeneralAndKeepsLastSearch) {
   EXPECT_NE(last.find("lauf eins"), std::string::npos);
   EXPECT_EQ(last.find("start"), std::string::npos);
   EXPECT_EQ(ReadBytes(dir / "temp" / "123.txt"), "\xFF\xFE");  // a fresh run log
+  // Nobody searched again: the empty run log goes with the logger, and only it.
+  owned.reset();
+  EXPECT_FALSE(std::filesystem::exists(dir / "temp" / "123.txt"));
+  EXPECT_TRUE(std::filesystem::exists(dir / "lastsearch.txt"));
+  {
+    Logger again(dir / "Kelvor4.txt", dir / "temp" / "124.txt", dir / "lastsearch.txt");
+    again.LogProtokoll("eine Zeile");
+  }
+  EXPECT_NE(ReadUtf16File(dir / "temp" / "124.txt").find("eine Zeile"), std::string::npos);
 }
 
 TEST(Log, LogfileDelFollowsItsSettings) {
