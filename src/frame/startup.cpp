@@ -173,10 +173,27 @@ InstanceLock& InstanceLock::operator=(InstanceLock&& other) noexcept {
   return *this;
 }
 
+namespace {
+
+// The lock file is only ever a plain file of Kelvor's; a FIFO or device put
+// in its place is neither opened in a way that waits nor taken as a lock.
+int OpenLockFile(const fs::path& file, int flags) {
+  const int fd = ::open(file.c_str(), flags | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC, 0644);
+  if (fd < 0) return -1;
+  struct stat st;
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    ::close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+}  // namespace
+
 bool InstanceLock::Acquire(const fs::path& dataFolder) {
   Release();
   const fs::path file = dataFolder / kInstanceLockName;
-  const int fd = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  const int fd = OpenLockFile(file, O_RDWR | O_CREAT);
   if (fd < 0) return false;
   while (::flock(fd, LOCK_SH) != 0) {
     if (errno != EINTR) {
@@ -198,8 +215,8 @@ void InstanceLock::Release() {
 
 bool WaitForInstanceRelease(const fs::path& dataFolder, std::chrono::milliseconds timeout) {
   const fs::path file = dataFolder / kInstanceLockName;
-  const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return true;  // no lock file: no earlier instance
+  const int fd = OpenLockFile(file, O_RDONLY);
+  if (fd < 0) return true;  // no lock file (or none of ours): no earlier instance
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   bool released = false;
   for (;;) {

@@ -207,6 +207,15 @@ TEST(Startup, RestartWaitsForTheInstanceLock) {
   InstanceLock a, b;
   EXPECT_TRUE(a.Acquire(dir.path()));
   EXPECT_TRUE(b.Acquire(dir.path()));
+  a.Release();
+  b.Release();
+
+  // A FIFO in the lock file's place holds neither the start nor -RESTART.
+  fs::remove(dir / kInstanceLockName);
+  ASSERT_EQ(::mkfifo((dir / kInstanceLockName).c_str(), 0644), 0);
+  HangGuard guard(std::chrono::seconds(20), "a FIFO as the instance lock file");
+  EXPECT_TRUE(WaitForInstanceRelease(dir.path(), std::chrono::seconds(30)));
+  EXPECT_FALSE(a.Acquire(dir.path()));
 }
 
 TEST(Startup, TickCountNamesAreNew) {
