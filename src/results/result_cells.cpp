@@ -156,77 +156,50 @@ void SetFileInfo(FileRow& f, const CellValue& v, StringPool&) {
 using K = CellKey;
 using T = CellType;
 
+// The key and its key text, which is the key's own name.
+#define KEY(k) CellKey::k, #k
+
 // One row per cell key, in the order of CellKey:
-//   key, key text, kind, root, group, file ({} = the level has no such cell).
+//   key and key text, kind, root, group, file ({} = the level has no such cell).
+// clang-format off
 constexpr CellDescription kCells[] = {
-    {K::anz, "anz", T::Int, R::Stored<&RootRow::anz>(), G::Stored<&GroupRow::anz>(), {}},
-    {K::size, "size", T::Int, R::Stored<&RootRow::size>(), G::Stored<&GroupRow::size>(),
-     F::Stored<&FileRow::size>()},
-    {K::desc, "desc", T::Text, R::Stored<&RootRow::desc>(), {}, {}},
-    {K::sizeG, "sizeG", T::Int, {}, G::Stored<&GroupRow::sizeG>(), {}},
-    {K::dupname,
-     "dupname",
-     T::Text,
-     {},
-     G::Stored<&GroupRow::title>(),
-     F::Stored<&FileRow::name>()},
-    {K::dateG, "dateG", T::Text, {}, G::Stored<&GroupDetails::dateG>(), {}},
-    {K::dateVal,
-     "dateVal",
-     T::Double,
-     {},
-     G::Stored<&GroupRow::dateVal>(),
-     F::Stored<&FileRow::dateVal>()},
-    {K::dateEval,
-     "dateEval",
-     T::Double,
-     {},
-     G::Stored<&GroupRow::dateEval>(),
-     F::Stored<&FileRow::dateEval>()},
-    {K::date, "date", T::Text, {}, G::Made(GroupDate, K::dateVal), F::Made(FileDate, K::dateVal)},
-    {K::dateE,
-     "dateE",
-     T::Text,
-     {},
-     G::Made(GroupDateE, K::dateEval),
-     F::Made(FileDateE, K::dateEval)},
-    {K::attr2,
-     "attr2",
-     T::Text,
-     {},
-     G::Stored<&GroupDetails::attr2>(),
-     F::Made(FileAttr2, K::attr)},
-    {K::Sel, "Sel", T::Int, {}, G::Stored<&GroupRow::sel>(), {}},
-    {K::archiv, "archiv", T::Int, {}, {}, F::Custom(GetArchiv, SetArchiv)},
-    {K::tmppath, "tmppath", T::Text, {}, {}, F::Pooled<&FileRow::tmp>()},
-    {K::qnr, "qnr", T::Int, {}, {}, F::Stored<&FileRow::qnr>()},
-    {K::path, "path", T::Text, {}, {}, F::Pooled<&FileRow::folder>()},
-    {K::pathA, "pathA", T::Text, {}, {}, F::Pooled<&FileRow::folderA>()},
-    {K::attr, "attr", T::Int, {}, {}, F::Stored<&FileRow::attr>()},
-    {K::owner, "owner", T::Text, {}, {}, F::Pooled<&FileDetails::owner>()},
-    {K::AudioDurationVal, "AudioDurationVal", T::Int, {}, {}, F::Stored<&FileDetails::audioDur>()},
-    {K::AudioDuration,
-     "AudioDuration",
-     T::Text,
-     {},
-     {},
-     F::Made(FileDuration, K::AudioDurationVal)},
-    {K::AudioBitrate, "AudioBitrate", T::Double, {}, {}, F::Stored<&FileDetails::audioBitrate>()},
-    {K::AudioSamplingrate,
-     "AudioSamplingrate",
-     T::Double,
-     {},
-     {},
-     F::Stored<&FileDetails::audioSamplingrate>()},
-    {K::picW, "picW", T::Int, {}, {}, F::Stored<&FileDetails::picW>()},
-    {K::picH, "picH", T::Int, {}, {}, F::Stored<&FileDetails::picH>()},
-    {K::hardlinks, "hardlinks", T::Int, {}, {}, F::Stored<&FileRow::hardlinks>()},
-    {K::hardlinkID, "hardlinkID", T::Text, {}, {}, F::Pooled<&FileRow::hardlinkID>()},
-    {K::similar, "similar", T::Double, {}, {}, F::Stored<&FileRow::similar>()},
-    {K::IsRefFile, "IsRefFile", T::Flag, {}, {}, F::Stored<&FileRow::isRef>()},
-    {K::thumbnailpath, "thumbnailpath", T::Text, {}, {}, F::Pooled<&FileDetails::thumb>()},
-    {K::GetFileInfo, "GetFileInfo", T::Int, {}, {}, F::Custom(GetFileInfo, SetFileInfo)},
+    {KEY(anz), T::Int, R::Stored<&RootRow::anz>(), G::Stored<&GroupRow::anz>(), {}},
+    {KEY(size), T::Int, R::Stored<&RootRow::size>(), G::Stored<&GroupRow::size>(),
+                        F::Stored<&FileRow::size>()},
+    {KEY(desc), T::Text, R::Stored<&RootRow::desc>(), {}, {}},
+    {KEY(sizeG), T::Int, {}, G::Stored<&GroupRow::sizeG>(), {}},
+    {KEY(dupname), T::Text, {}, G::Stored<&GroupRow::title>(), F::Stored<&FileRow::name>()},
+    {KEY(dateG), T::Text, {}, G::Stored<&GroupDetails::dateG>(), {}},
+    {KEY(dateVal), T::Double, {}, G::Stored<&GroupRow::dateVal>(), F::Stored<&FileRow::dateVal>()},
+    {KEY(dateEval), T::Double, {}, G::Stored<&GroupRow::dateEval>(),
+                                   F::Stored<&FileRow::dateEval>()},
+    {KEY(date), T::Text, {}, G::Made(GroupDate, K::dateVal), F::Made(FileDate, K::dateVal)},
+    {KEY(dateE), T::Text, {}, G::Made(GroupDateE, K::dateEval), F::Made(FileDateE, K::dateEval)},
+    {KEY(attr2), T::Text, {}, G::Stored<&GroupDetails::attr2>(), F::Made(FileAttr2, K::attr)},
+    {KEY(Sel), T::Int, {}, G::Stored<&GroupRow::sel>(), {}},
+    {KEY(archiv), T::Int, {}, {}, F::Custom(GetArchiv, SetArchiv)},
+    {KEY(tmppath), T::Text, {}, {}, F::Pooled<&FileRow::tmp>()},
+    {KEY(qnr), T::Int, {}, {}, F::Stored<&FileRow::qnr>()},
+    {KEY(path), T::Text, {}, {}, F::Pooled<&FileRow::folder>()},
+    {KEY(pathA), T::Text, {}, {}, F::Pooled<&FileRow::folderA>()},
+    {KEY(attr), T::Int, {}, {}, F::Stored<&FileRow::attr>()},
+    {KEY(owner), T::Text, {}, {}, F::Pooled<&FileDetails::owner>()},
+    {KEY(AudioDurationVal), T::Int, {}, {}, F::Stored<&FileDetails::audioDur>()},
+    {KEY(AudioDuration), T::Text, {}, {}, F::Made(FileDuration, K::AudioDurationVal)},
+    {KEY(AudioBitrate), T::Double, {}, {}, F::Stored<&FileDetails::audioBitrate>()},
+    {KEY(AudioSamplingrate), T::Double, {}, {}, F::Stored<&FileDetails::audioSamplingrate>()},
+    {KEY(picW), T::Int, {}, {}, F::Stored<&FileDetails::picW>()},
+    {KEY(picH), T::Int, {}, {}, F::Stored<&FileDetails::picH>()},
+    {KEY(hardlinks), T::Int, {}, {}, F::Stored<&FileRow::hardlinks>()},
+    {KEY(hardlinkID), T::Text, {}, {}, F::Pooled<&FileRow::hardlinkID>()},
+    {KEY(similar), T::Double, {}, {}, F::Stored<&FileRow::similar>()},
+    {KEY(IsRefFile), T::Flag, {}, {}, F::Stored<&FileRow::isRef>()},
+    {KEY(thumbnailpath), T::Text, {}, {}, F::Pooled<&FileDetails::thumb>()},
+    {KEY(GetFileInfo), T::Int, {}, {}, F::Custom(GetFileInfo, SetFileInfo)},
 };
+// clang-format on
+
+#undef KEY
 
 // Every key has its row, in key order, and a made cell names a cell of its
 // level that is stored.
@@ -252,7 +225,11 @@ static_assert(TableIsComplete(), "kCells needs one row per CellKey, in key order
 }  // namespace
 
 const CellDescription& DescribeCell(CellKey k) {
-  return kCells[static_cast<int>(k)];
+  // No level holds a key outside the table: its values go to the overflow
+  // list under an empty key text.
+  static constexpr CellDescription kNone{CellKey::kCount, {}, CellType::Text, {}, {}, {}};
+  const int i = static_cast<int>(k);
+  return i >= 0 && i < kCellKeyCount ? kCells[i] : kNone;
 }
 
 }  // namespace result_detail
@@ -267,8 +244,7 @@ using result_detail::Overflow;
 // ----- keys and conversions ----------------------------------------------------------
 
 std::string_view CellKeyName(CellKey k) {
-  const int i = static_cast<int>(k);
-  return i >= 0 && i < kCellKeyCount ? DescribeCell(k).name : std::string_view{};
+  return DescribeCell(k).name;
 }
 
 bool CellKeyFromName(std::string_view name, CellKey* k) {

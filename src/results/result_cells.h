@@ -51,7 +51,8 @@ struct CellDescription {
   CellAccess<FileRow> file;
 };
 
-// The description of `k`; k must be a real key (not kCount).
+// The description of `k`; for kCount (or any value outside the keys) one
+// that no level holds.
 const CellDescription& DescribeCell(CellKey k);
 
 }  // namespace kelvor::result_detail

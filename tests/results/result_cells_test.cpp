@@ -13,7 +13,6 @@
 namespace kelvor {
 namespace {
 
-using result_detail::CellAccess;
 using result_detail::CellType;
 using result_detail::DescribeCell;
 
@@ -144,6 +143,16 @@ TEST_F(CellTable, KeysALevelDoesNotHoldGoToTheOverflowList) {
       EXPECT_EQ(m_.Cell(l.row, CellKeyName(k)), Sample(k)) << l.name << " " << CellKeyName(k);
     }
   }
+}
+
+// A value outside the keys reaches no field of any row.
+TEST_F(CellTable, AValueOutsideTheKeysIsNoCell) {
+  for (const Level& l : levels_) {
+    m_.SetCell(l.row, CellKey::kCount, Sample(CellKey::anz));
+    EXPECT_FALSE(m_.HasCell(l.row, CellKey::kCount)) << l.name;
+    EXPECT_EQ(m_.Cell(l.row, CellKey::kCount), CellValue{}) << l.name;
+  }
+  EXPECT_EQ(CellKeyName(CellKey::kCount), "");
 }
 
 }  // namespace
