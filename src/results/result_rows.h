@@ -38,7 +38,10 @@ void PutOverflow(Overflow& o, std::string_view key, const CellValue& v);
 inline std::uint32_t CellBit(CellKey k) {
   return 1u << static_cast<unsigned>(k);
 }
-static_assert(kCellKeyCount <= 32, "the present mask holds one bit per cell key");
+// 31 of the 32 bits are taken: a key beyond them needs a 64-bit mask, and
+// FileRow then needs a byte found elsewhere to stay at 120 bytes.
+static_assert(kCellKeyCount <= 32,
+              "the present mask holds one bit per cell key: widen FileRow/GroupRow::present");
 
 // Interned texts: equal texts share one id; id 0 is "".
 class StringPool {
