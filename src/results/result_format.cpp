@@ -1,4 +1,4 @@
-// Size formats, cell keys and cell conversions of the result model.
+// Size, date and attribute forms of the result model.
 
 #include <cmath>
 #include <cstdlib>
@@ -19,108 +19,17 @@ constexpr std::int64_t kTB = 1099511627776LL;
 // Sizes above 999 MiB already show in gigabytes.
 constexpr std::int64_t kGBThreshold = 1047527424;
 
-constexpr std::string_view kKeyNames[kCellKeyCount] = {
-    "anz",
-    "size",
-    "desc",
-    "sizeG",
-    "dupname",
-    "dateG",
-    "dateVal",
-    "dateEval",
-    "date",
-    "dateE",
-    "attr2",
-    "Sel",
-    "archiv",
-    "tmppath",
-    "qnr",
-    "path",
-    "pathA",
-    "attr",
-    "owner",
-    "AudioDurationVal",
-    "AudioDuration",
-    "AudioBitrate",
-    "AudioSamplingrate",
-    "picW",
-    "picH",
-    "hardlinks",
-    "hardlinkID",
-    "similar",
-    "IsRefFile",
-    "thumbnailpath",
-    "GetFileInfo",
-};
-
 }  // namespace
 
-std::string_view CellKeyName(CellKey k) {
-  const int i = static_cast<int>(k);
-  return i >= 0 && i < kCellKeyCount ? kKeyNames[i] : std::string_view{};
-}
-
-bool CellKeyFromName(std::string_view name, CellKey* k) {
-  for (int i = 0; i < kCellKeyCount; ++i) {
-    if (kKeyNames[i] == name) {
-      *k = static_cast<CellKey>(i);
-      return true;
-    }
-  }
-  // The column keys spell these two with a capital R.
-  if (name == "AudioBitRate") {
-    *k = CellKey::AudioBitrate;
-    return true;
-  }
-  if (name == "AudioSamplingRate") {
-    *k = CellKey::AudioSamplingrate;
-    return true;
-  }
-  return false;
-}
-
-double CellAsDouble(const CellValue& v) {
-  if (const auto* i = std::get_if<std::int64_t>(&v)) return static_cast<double>(*i);
-  if (const auto* d = std::get_if<double>(&v)) return *d;
-  if (const auto* s = std::get_if<std::string>(&v)) {
-    if (s->empty()) return 0;
-    char* end = nullptr;
-    const double d = std::strtod(s->c_str(), &end);
-    return end == s->c_str() ? 0 : d;
-  }
-  return 0;
-}
-
-std::int64_t CellAsInt(const CellValue& v) {
-  if (const auto* i = std::get_if<std::int64_t>(&v)) return *i;
-  if (const auto* d = std::get_if<double>(&v)) {
-    if (!std::isfinite(*d)) return 0;
-    return static_cast<std::int64_t>(std::llround(*d));
-  }
-  if (const auto* s = std::get_if<std::string>(&v)) {
-    if (s->empty()) return 0;
-    char* end = nullptr;
-    const long long n = std::strtoll(s->c_str(), &end, 10);
-    if (end != s->c_str() && *end != '.' && *end != 'e' && *end != 'E') return n;
-    const double d = CellAsDouble(v);
-    return std::isfinite(d) ? static_cast<std::int64_t>(std::llround(d)) : 0;
-  }
-  return 0;
-}
-
-std::string CellAsText(const CellValue& v) {
-  if (const auto* i = std::get_if<std::int64_t>(&v)) return std::to_string(*i);
-  if (const auto* d = std::get_if<double>(&v)) {
-    if (*d == std::floor(*d) && std::fabs(*d) < 1e15) {
-      return std::to_string(static_cast<long long>(*d));
-    }
-    std::string s = std::to_string(*d);
-    while (!s.empty() && s.back() == '0') s.pop_back();
-    if (!s.empty() && s.back() == '.') s.pop_back();
-    return s;
-  }
-  if (const auto* s = std::get_if<std::string>(&v)) return *s;
-  return {};
+std::string FormatAttributeLetters(std::int32_t attributes) {
+  std::string s;
+  if (attributes & kAttrReadOnly) s += 'R';
+  if (attributes & kAttrHidden) s += 'H';
+  if (attributes & 4) s += 'S';
+  if (attributes & kAttrDirectory) s += 'D';
+  if (attributes & 32) s += 'A';
+  if (attributes & kAttrReparsePoint) s += 'L';
+  return s;
 }
 
 std::string FormatDecimal2(double v) {

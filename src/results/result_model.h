@@ -10,24 +10,30 @@
 // undo history keeps them), and they shift only when rows are removed or the
 // tree is sorted.
 //
-// Storage. Groups live in one vector of slots, each with its own vector of
-// file rows; a removed row leaves a dead slot behind. Two levels of Fenwick
-// trees (over the groups' row counts, and inside a group with holes over its
-// live files) map a row index to its slot and back in O(log n), so a bulk
-// removal walking from the last row to the first costs O(n log n) in all, and
-// adding a file to any group during a search is an append. Compact() drops
-// the dead slots; it runs after bulk walks, before sorting and on demand.
+// Storage (result_rows.*). Groups live in one vector of slots, each with its
+// own vector of file rows; a removed row leaves a dead slot behind. Two levels
+// of Fenwick trees (fenwick.h) map a row index to its slot and back in
+// O(log n), so a bulk removal walking from the last row to the first costs
+// O(n log n) in all, and adding a file to any group during a search is an
+// append. Compact() drops the dead slots; it runs after bulk walks, before
+// sorting and on demand.
 //
 // RowRef is the cheap handle of a row (group slot, file slot). Handles and
 // group numbers stay valid across removals and are invalidated by Compact(),
 // SortRows() and Clear(). Code that holds rows across those uses indices.
 //
-// Cells. Every cell of the tables of the result model is a typed field of the
-// row, reached by its CellKey (or by its key text through CellKeyFromName).
-// Keys the model does not know (rare: saved results from other versions)
-// land in a small per-row overflow list that is only allocated when used.
-// The formatted twins ("date", "dateE", "attr2", "AudioDuration") are made
-// from their numeric fields when read, with the model's date format.
+// Cells (result_cells.*). Every cell of the tables of the result model is a
+// typed field of the row, reached by its CellKey (or by its key text through
+// CellKeyFromName); one table describes each key once, with how the root,
+// group and file rows read and write it. Keys the model does not know (rare:
+// saved results from other versions) land in a small per-row overflow list
+// that is only allocated when used. The formatted twins ("date", "dateE",
+// "attr2", "AudioDuration") are made from their numeric fields when read,
+// with the model's date format.
+//
+// Group titles for every GroupTitleMode are in group_titles.*; counters,
+// marks and removals in result_model.cpp; size and date forms in
+// result_format.cpp; colours in result_colors.cpp.
 //
 // Paths. A file row's "path" holds the FULL folder of the file: the source
 // folder joined with FileRecord::Path, so for an archive member the full path
@@ -56,6 +62,12 @@ namespace kelvor {
 class TextCatalog;
 class SettingsStore;
 struct RunState;
+
+namespace result_detail {
+class RowStore;
+struct GroupRow;
+struct FileRow;
+}  // namespace result_detail
 
 // ---------------------------------------------------------------------------
 // Constants
@@ -336,7 +348,7 @@ class ResultModel {
   void SetTextColor(RowRef r, std::int32_t c);
 
   // ----- iteration in display order (live rows only)
-  int GroupCount() const { return liveGroups_; }  // child count of the root
+  int GroupCount() const;  // child count of the root
   // Calls f(groupRow) for each group; f returns false to stop.
   void ForEachGroup(const std::function<bool(RowRef)>& f) const;
   // Calls f(fileRow) for each file of a group.
@@ -441,35 +453,22 @@ class ResultModel {
 
   // Root row text cell "desc" (the search description).
   void SetDescription(std::string d);
-  const std::string& Description() const { return desc_; }
+  const std::string& Description() const;
 
  private:
-  struct FileRow;
-  struct GroupRow;
-  struct Impl;
-
-  GroupRow* G(RowRef r);
-  const GroupRow* G(RowRef r) const;
-  FileRow* F(RowRef r);
-  const FileRow* F(RowRef r) const;
-  std::uint32_t Intern(std::string_view s);
-  std::string_view Pooled(std::uint32_t id) const;
-  void BumpGroupWeight(int group, int delta);
-  void KillFileSlot(GroupRow& g, int file);
-  int LiveFilePos(const GroupRow& g, int file) const;
-  int FileSlotAt(const GroupRow& g, int pos) const;
+  result_detail::GroupRow* G(RowRef r);
+  const result_detail::GroupRow* G(RowRef r) const;
+  result_detail::FileRow* F(RowRef r);
+  const result_detail::FileRow* F(RowRef r) const;
+  // The list of cells under unknown keys of a valid row.
+  const std::vector<std::pair<std::string, CellValue>>& OverflowOf(RowRef r) const;
 
   const TextCatalog* texts_ = nullptr;
   std::unique_ptr<TextCatalog> ownTexts_;
   ResultOptions opt_;
   MarkObserver* observer_ = nullptr;
-  std::unique_ptr<Impl> impl_;
+  std::unique_ptr<result_detail::RowStore> rows_;  // root, groups, files
 
-  bool hasRoot_ = false;
-  std::string rootCaption_;
-  std::string desc_;
-  bool rootExpanded_ = true;
-  int liveGroups_ = 0;
   std::int32_t groupsCreated_ = 0;
   std::int32_t dupCount_ = 0;
   std::int32_t dupCountSelected_ = 0;
