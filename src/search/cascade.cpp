@@ -2,24 +2,22 @@
 // the representative(s) of that key in the file record collection, and is
 // compared where the criteria ask for it. Duplicates go into the result.
 
+#include "search/cascade.h"
+
 #include <fmt/format.h>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cmath>
-#include <optional>
 
 #include "compare/audio_tags.h"
+#include "compare/content_comparator.h"
 #include "compare/exif.h"
 #include "data/file_identity.h"
 #include "data/file_system.h"
 #include "frame/formats.h"
 #include "frame/log.h"
+#include "frame/long_operation.h"
 #include "frame/texts.h"
 #include "frame/unicode.h"
-#include "search/engine.h"
-#include "search/walk.h"
 
 namespace kelvor {
 
@@ -53,16 +51,16 @@ std::string_view BaseNameOf(std::string_view name) {
   return dot == std::string_view::npos ? name : name.substr(0, dot);
 }
 
-std::string SearchEngine::NameAfterIgnore(std::string_view baseName) const {
+std::string NameAfterIgnore(const SearchOptions& opt, std::string_view baseName) {
   std::string n(baseName);
-  if (opt_.IgnoreChars) {
-    for (const auto& c : opt_.IgnoreCharList) {
+  if (opt.IgnoreChars) {
+    for (const auto& c : opt.IgnoreCharList) {
       for (std::size_t p = n.find(c); p != std::string::npos; p = n.find(c, p))
         n.erase(p, c.size());
     }
   }
-  if (opt_.IgnoreText) {
-    for (const auto& t : opt_.IgnoreTexts) {
+  if (opt.IgnoreText) {
+    for (const auto& t : opt.IgnoreTexts) {
       for (std::size_t p = n.find(t); p != std::string::npos; p = n.find(t, p))
         n.erase(p, t.size());
     }
@@ -70,14 +68,14 @@ std::string SearchEngine::NameAfterIgnore(std::string_view baseName) const {
   return n;
 }
 
-std::string SearchEngine::NameKey(std::string_view baseName) const {
-  std::string n = NameAfterIgnore(baseName);
-  const int cut = opt_.FileNameChars;
-  if (opt_.FileNameMethod == 0 || cut <= 0) return n;
+std::string NameKey(const SearchOptions& opt, std::string_view baseName) {
+  std::string n = NameAfterIgnore(opt, baseName);
+  const int cut = opt.FileNameChars;
+  if (opt.FileNameMethod == 0 || cut <= 0) return n;
   // Count in characters, not bytes, so that an accented letter is one.
   std::u32string cps = ToCodePoints(n);
   const std::size_t len = cps.size(), k = static_cast<std::size_t>(cut);
-  switch (opt_.FileNameMethod) {
+  switch (opt.FileNameMethod) {
     case 1:
       if (len > k) cps.resize(k);
       break;
@@ -93,8 +91,8 @@ std::string SearchEngine::NameKey(std::string_view baseName) const {
   return FromCodePoints(cps);
 }
 
-std::string SearchEngine::FullPath(const FileRecord& r) const {
-  const SourceFolder& src = sources_[static_cast<std::size_t>(r.SourceNr - 1)];
+std::string Cascade::FullPath(const FileRecord& r) const {
+  const SourceFolder& src = ctx_.sources[static_cast<std::size_t>(r.SourceNr - 1)];
   std::string p = src.prefix;
   p += r.Path;
   p += '/';
@@ -106,10 +104,10 @@ std::string SearchEngine::FullPath(const FileRecord& r) const {
   return p;
 }
 
-bool SearchEngine::CompareSize(FileRecord& rec, const std::string& fullPath, bool* isMP3,
-                               bool* isJPG, bool* isFLAC) {
+void Cascade::CompareSize(FileRecord& rec, const std::string& fullPath, bool* isMP3, bool* isJPG,
+                          bool* isFLAC) {
   rec.SizeKey = rec.SIZE;
-  if (!opt_.CriterionContent) return true;
+  if (!opt_.CriterionContent) return;
   std::string ext = LowerCase(rec.Extension);
   std::string message;
   const ExpectedFile expected = WalkExpectation(rec);
@@ -141,10 +139,9 @@ bool SearchEngine::CompareSize(FileRecord& rec, const std::string& fullPath, boo
   }
   if (!message.empty()) ctx_.log.LogProtokoll(message, true);
   if (rec.SizeKey < 0) rec.SizeKey = 0;
-  return true;
 }
 
-void SearchEngine::BuildCompareKey(const FileRecord& rec, std::string& key) const {
+void Cascade::BuildCompareKey(const FileRecord& rec, std::string& key) const {
   key.assign("K");
   if (opt_.CriterionName) {
     key += kSep;
@@ -168,14 +165,62 @@ void SearchEngine::BuildCompareKey(const FileRecord& rec, std::string& key) cons
     fmt::format_to(std::back_inserter(key), "<{}", rec.SourceNr);
   if (opt_.CriterionHardlink) {
     key += kSep;
-    key += GetHardlinkIDkey(rec, sameVolume_);
+    key += GetHardlinkIDkey(rec, ctx_.sameVolume);
   }
   if (opt_.CriterionContent || opt_.SourceCompareMethod == kSourceAcross) key += '>';
 }
 
-void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view name,
-                                    std::int64_t size, double dateChanged, double dateCreated,
-                                    std::int32_t attributes, const StatIdentity* identity) {
+// ---------------------------------------------------------------------------
+// The cascade
+
+Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
+  // The steps a file meets after its key, in their order: the first whose
+  // criterion is on decides whether two files of one key are duplicates.
+  for (CascadeStep step : {CascadeStep::FuzzyNames, CascadeStep::SimilarAudio,
+                           CascadeStep::SimilarPictures, CascadeStep::Content}) {
+    switch (step) {
+      case CascadeStep::Content:
+        if (opt_.CriterionContent) {
+          ContentSearchRules rules;
+          rules.comparesEveryMeeting = opt_.SourceCompareMethod == kSourceAll ||
+                                       opt_.SourceCompareMethod == kSourceSameFolder;
+          rules.hardlinkSearch = opt_.CriterionHardlink;
+          auto content = std::make_unique<ContentComparator>(opt_.Content, rules, ctx_.texts,
+                                                             ctx_.log, ctx_.run, ctx_.progress);
+          content_ = content.get();
+          comparator_ = std::move(content);
+        }
+        break;
+      case CascadeStep::FuzzyNames:
+      case CascadeStep::SimilarAudio:
+      case CascadeStep::SimilarPictures:
+      case CascadeStep::KeyAlone:
+        // No comparator yet: the start check refuses these criteria.
+        break;
+    }
+    if (comparator_) break;
+  }
+  // Without a comparator the key alone decides (CascadeStep::KeyAlone).
+}
+
+Cascade::~Cascade() = default;
+
+bool Cascade::ComparatorCounts(std::int64_t* compares, std::int32_t* checksums) const {
+  if (!comparator_) return false;
+  *compares = comparator_->CompareCount();
+  *checksums = comparator_->ChecksumCount();
+  return true;
+}
+
+void Cascade::SyncCounts() {
+  ctx_.stats.CompareCount = comparator_->CompareCount();
+  ctx_.stats.ChecksumCount = comparator_->ChecksumCount();
+}
+
+// Step 1: the file's record. False when the file takes no part.
+bool Cascade::MakeRecord(int sourceNr, std::string_view folder, std::string_view name,
+                         std::int64_t size, double dateChanged, double dateCreated,
+                         std::int32_t attributes, const StatIdentity* identity) {
   // One record serves every file: its strings keep their buffers, so that
   // the walk makes no allocation per file.
   FileRecord& rec = recBuf_;
@@ -183,7 +228,7 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
     std::string path = std::move(rec.Path), base = std::move(rec.Name),
                 ext = std::move(rec.Extension), nameKey = std::move(rec.NameKey);
     rec = FileRecord{};
-    const SourceFolder& src = sources_[static_cast<std::size_t>(currentSourceNr_ - 1)];
+    const SourceFolder& src = ctx_.sources[static_cast<std::size_t>(sourceNr - 1)];
     path.assign(folder.substr(std::min(folder.size(), src.prefix.size())));
     base.assign(BaseNameOf(name));
     ext.assign(ExtensionOf(name));
@@ -193,7 +238,7 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
     rec.Extension = std::move(ext);
     rec.NameKey = std::move(nameKey);
   }
-  rec.SourceNr = currentSourceNr_;
+  rec.SourceNr = sourceNr;
   rec.GroupID = -1;
   rec.SIZE = size;
   rec.Attributes = attributes;
@@ -211,23 +256,32 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
     }
   }
   // A search for hard links only looks at files with more than one link.
-  if (opt_.CriterionHardlink && rec.NumberOfLinks < 2) return;
-  if (opt_.CriterionName) rec.NameKey = NameKey(rec.Name);
+  if (opt_.CriterionHardlink && rec.NumberOfLinks < 2) return false;
+  if (opt_.CriterionName) rec.NameKey = NameKey(opt_, rec.Name);
+  return true;
+}
 
-  bool isMP3 = false, isJPG = false, isFLAC = false;
+void Cascade::CheckFile(int sourceNr, std::string_view folder, std::string_view name,
+                        std::int64_t size, double dateChanged, double dateCreated,
+                        std::int32_t attributes, const StatIdentity* identity) {
+  sourceNr_ = sourceNr;
+  if (!MakeRecord(sourceNr, folder, name, size, dateChanged, dateCreated, attributes, identity))
+    return;
+  FileRecord& rec = recBuf_;
   std::string fullPath;
+  CascadeFile file{rec, fullPath};
   if (opt_.CriterionContent) {
     fullPath.assign(folder).append("/").append(name);
-    CompareSize(rec, fullPath, &isMP3, &isJPG, &isFLAC);
+    CompareSize(rec, fullPath, &file.isMP3, &file.isJPG, &file.isFLAC);
   } else {
     rec.SizeKey = size;
   }
 
+  // Step 2: the compare key.
   std::string& key = keyBuf_;
   BuildCompareKey(rec, key);
-  const bool contentOn = opt_.CriterionContent;
   const int method = opt_.SourceCompareMethod;
-  if (method == kSourceSamePath && !contentOn) {
+  if (method == kSourceSamePath && !comparator_) {
     // The relative folder joins the key; the source number does not, or
     // files of different source folders could never meet. That they come
     // from different sources is tested below.
@@ -236,271 +290,234 @@ void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view na
   }
   const std::size_t keyLength = key.size();
 
-  int suffix = (contentOn || method == kSourceAcross) ? 1 : 0;
-  // Byte-by-byte comparison of whole files: a sample of each file's first
-  // and last bytes, read once, tells most different files apart at once.
-  const bool samples = contentOn && opt_.Content.mode == 0 && opt_.Content.percent >= 100 &&
-                       !isMP3 && !isJPG && !isFLAC;
-  std::optional<std::uint64_t> recSample;
-  // In a checksum search every key's representatives are counted and their
-  // checksums indexed, whatever kind of file made them. A file that no tag
-  // rule cuts compares its whole bytes with each representative's cached
-  // checksum, so the index finds the one the walk along the chain would stop
-  // at. A file under a tag rule may be hashed with or without its cuts
-  // depending on its partner, so it walks the chain; it must still be counted
-  // and indexed, or the chain would hide the suffixes it takes.
-  const bool chains = contentOn && opt_.Content.mode > 0 && !opt_.DontCompareHardlinks &&
-                      (method == kSourceAll || method == kSourceSameFolder);
-  const bool byIndex = chains && !isMP3 && !isJPG && !isFLAC;
+  // Step 3: the representatives of the key, one after the other under their
+  // suffixes while a comparator decides; step 4: the group.
+  if (comparator_) comparator_->BeginFile();
+  int suffix = (comparator_ || method == kSourceAcross) ? 1 : 0;
   FileRecord found;
   bool newGroupMade = false;
   for (;;) {
     key.resize(keyLength);
     if (suffix != 0) fmt::format_to(std::back_inserter(key), "{}", suffix);
-    bool dup = false;
-    if (contentOn) {
-      std::int32_t foundNode = 0;
-      if (files_->Add(key, rec, nullptr, &foundNode) != 0) {
-        if (chains) NoteRepresentative(std::string_view(key).substr(0, keyLength), rec);
-        return;
-      }
-      const std::string_view base = std::string_view(key).substr(0, keyLength);
-      RepChain* chain = chains ? &ChainOf(base, foundNode) : nullptr;
-      if (byIndex && rec.HashCreated[0] && chain->unhashed == 0) {
-        // Every representative of this key has its checksum in the index,
-        // and they all differ: the one with the new file's checksum is the
-        // one the walk along the chain would stop at.
-        auto hit = hashIndex_.find(HashIndexKey(base, rec.Hash));
-        const int target = hit != hashIndex_.end() ? hit->second : chain->reps + 1;
-        comparer_->CompareCount += std::min(target, chain->reps) - suffix + 1;
-        stats_.CompareCount = comparer_->CompareCount;
-        suffix = target;
-        key.resize(keyLength);
-        fmt::format_to(std::back_inserter(key), "{}", suffix);
-        if (hit == hashIndex_.end()) {
-          if (files_->Add(key, rec, nullptr, &foundNode) != 0) NoteRepresentative(base, rec);
-          return;
-        }
-        foundNode = files_->Find(key);
-        found = files_->Record(foundNode);
-        dup = true;
-      } else {
-        found = files_->Record(foundNode);
-        if (method == kSourceAcross && found.SourceNr == currentSourceNr_) {
-          dup = false;
-        } else if (method == kSourceSamePath &&
-                   !(found.SourceNr != currentSourceNr_ && found.Path == rec.Path)) {
-          dup = false;
-        } else {
-          const bool hadHash = found.HashCreated[0];
-          std::string foundPath = FullPath(found);
-          if (samples && !rec.HaveErrorMessage && !found.HaveErrorMessage &&
-              SamplesDiffer(rec, fullPath, &recSample, found, foundPath)) {
-            // Their first or last bytes differ: the files are different
-            // without reading them side by side.
-            ++comparer_->CompareCount;
-            dup = false;
-          } else {
-            dup = comparer_->Search_CompareContent(rec, fullPath, found, foundPath, isMP3, isJPG,
-                                                   isFLAC) == kContentEqual;
-          }
-          stats_.CompareCount = comparer_->CompareCount;
-          stats_.ChecksumCount = comparer_->ChecksumCount;
-          files_->SetRecord(found.RecordNumber, found);
-          if (chain && !hadHash && found.HashCreated[0]) {
-            --chain->unhashed;
-            hashIndex_.try_emplace(HashIndexKey(base, found.Hash), suffix);
-          }
-          // A new file that failed goes on like a different one: it meets
-          // no further comparison (its flag ends each at once) and becomes a
-          // representative in error, so that it stays a file without
-          // duplicates.
-        }
-      }
-    } else if (method == kSourceAcross) {
-      int pos;
-      if (rec.GroupID == -1) {
-        pos = files_->Add(key, rec, &found);
-        ++stats_.CompareCount;
-        if (pos != 0) return;
-      } else {
-        pos = files_->Find(key);
-        ++stats_.CompareCount;
-        if (pos == 0) return;
-        found = files_->Record(pos);
-      }
-      if (found.SourceNr == currentSourceNr_)
-        dup = false;
-      else
-        dup = found.GroupID == -1 || rec.GroupID == -1;
-    } else {
-      ++stats_.CompareCount;
-      if (files_->Add(key, rec, &found) != 0) return;
-      dup = method != kSourceSamePath || found.SourceNr != currentSourceNr_;
-    }
-    if (Stopped()) return;
-    if (!dup) {
-      if (contentOn && suffix > 0) {
+    Meeting meeting;
+    if (comparator_)
+      meeting = MeetWithComparator(file, key, keyLength, suffix, found);
+    else if (method == kSourceAcross)
+      meeting = MeetAcrossSources(key, found);
+    else
+      meeting = MeetByKey(key, found);
+    if (meeting == Meeting::Placed) return;
+    if (ctx_.run.StopRequested()) return;
+    if (meeting == Meeting::Different) {
+      if (comparator_ && suffix > 0) {
         ++suffix;
         continue;
       }
       return;
     }
-
-    if (opt_.ShowOnlyFilesWithoutDups) {
-      files_->SetGroupID(found.RecordNumber, 1);
-      return;
-    }
-
-    int groupNumber;
-    if (found.GroupID == -1 && rec.GroupID == -1) {
-      GroupContext gctx;
-      std::string afterIgnore;
-      if (opt_.GroupTitleMode == 1) {
-        afterIgnore = NameAfterIgnore(found.Name);
-        gctx.NameAfterIgnore = afterIgnore;
-      }
-      groupNumber = result_->Search_AddNewGroup(found, gctx);
-      stats_.GroupCount = result_->GroupsCreated();
-      ctx_.progress.SetLabel(Label::Gruppen, FormatNumber(stats_.GroupCount));
-      found.GroupID = groupNumber;
-      files_->SetGroupID(found.RecordNumber, groupNumber);
-      AddFileRow(found, groupNumber);
-      if (method == kSourceAcross) newGroupMade = true;
-    } else {
-      groupNumber = (method == kSourceAcross && found.GroupID == -1) ? rec.GroupID : found.GroupID;
-    }
-
-    if (method != kSourceAcross) {
-      AddFileRow(rec, groupNumber);
-      return;
-    }
-
-    // Across source folders: the file may join the groups of several
-    // representatives, and a new group collects the further equal ones.
-    if (found.GroupID == -1) {
-      found.GroupID = rec.GroupID;
-      files_->SetGroupID(found.RecordNumber, rec.GroupID);
-      AddFileRow(found, rec.GroupID);
-    } else if (rec.GroupID == -1) {
-      rec.GroupID = found.GroupID;
-      AddFileRow(rec, rec.GroupID);
-      if (newGroupMade && contentOn) {
-        for (int next = suffix + 1;; ++next) {
-          key.resize(keyLength);
-          fmt::format_to(std::back_inserter(key), "{}", next);
-          int pos = files_->Find(key);
-          if (pos == 0) break;
-          Pace(folder);
-          if (ctx_.run.SearchState.load(std::memory_order_relaxed) == kPaused) Pause();
-          if (Stopped()) return;
-          FileRecord other = files_->Record(pos);
-          if (other.GroupID == -1) {
-            std::string otherPath = FullPath(other);
-            std::string foundPath = FullPath(found);
-            if (comparer_->Search_CompareContent(other, otherPath, found, foundPath, isMP3, isJPG,
-                                                 isFLAC) == kContentEqual) {
-              other.GroupID = found.GroupID;
-              AddFileRow(other, found.GroupID);
-            }
-            stats_.CompareCount = comparer_->CompareCount;
-            stats_.ChecksumCount = comparer_->ChecksumCount;
-            files_->SetRecord(other.RecordNumber, other);
-            files_->SetRecord(found.RecordNumber, found);
-          }
-        }
-        lastProgressTime_ = 0;
-      }
-    }
-    newGroupMade = false;
-    if (!contentOn || suffix == 0) return;
+    if (!JoinGroup(file, key, keyLength, suffix, found, newGroupMade)) return;
     ++suffix;
   }
 }
 
-namespace {
-
-// A fingerprint of a file's first and last 4 KiB; false when it cannot be
-// read or is no longer the file the walk saw (the comparison then reports
-// the problem itself).
-bool ReadSample(const std::string& path, const FileRecord& rec, std::uint64_t* out) {
-  constexpr std::int64_t kSampleBytes = 4096;
-  const std::int64_t size = rec.SIZE;
-  const ExpectedFile expected = WalkExpectation(rec);
-  int fd = xOpenFileForReading(path, &expected, nullptr);
-  if (fd < 0) return false;
-  char buf[2 * kSampleBytes];
-  const std::int64_t head = std::min(size, kSampleBytes);
-  const std::int64_t tailStart = std::max(head, size - kSampleBytes);
-  const std::int64_t tail = size - tailStart;
-  bool ok =
-      ::pread(fd, buf, static_cast<std::size_t>(head), 0) == head &&
-      (tail == 0 || ::pread(fd, buf + head, static_cast<std::size_t>(tail), tailStart) == tail);
-  ::close(fd);
-  if (!ok) return false;
-  std::uint64_t h = 1469598103934665603ULL ^ static_cast<std::uint64_t>(size);
-  for (std::int64_t i = 0; i < head + tail; ++i) {
-    h ^= static_cast<unsigned char>(buf[i]);
-    h *= 1099511628211ULL;
+// Step 3 with a comparator: the representative under the current suffix, or
+// the one the comparator names at once.
+Cascade::Meeting Cascade::MeetWithComparator(CascadeFile& file, std::string& key,
+                                             std::size_t keyLength, int& suffix,
+                                             FileRecord& found) {
+  FileRecord& rec = file.rec;
+  const int method = opt_.SourceCompareMethod;
+  const std::string_view base = std::string_view(key).substr(0, keyLength);
+  std::int32_t foundNode = 0;
+  if (files_.Add(key, rec, nullptr, &foundNode) != 0) {
+    comparator_->BecameRepresentative(base, rec);
+    return Meeting::Placed;
   }
-  *out = h;
+  if (auto answer = comparator_->FindPartner(file, {base, suffix}, files_, foundNode)) {
+    ctx_.stats.CompareCount = comparator_->CompareCount();
+    suffix = answer->suffix;
+    key.resize(keyLength);
+    fmt::format_to(std::back_inserter(key), "{}", suffix);
+    if (!answer->matched) {
+      if (files_.Add(key, rec, nullptr, &foundNode) != 0)
+        comparator_->BecameRepresentative(std::string_view(key).substr(0, keyLength), rec);
+      return Meeting::Placed;
+    }
+    foundNode = files_.Find(key);
+    found = files_.Record(foundNode);
+    return Meeting::Duplicate;
+  }
+  found = files_.Record(foundNode);
+  // The rule of the source compare method comes first: a representative it
+  // passes by is not compared.
+  if (method == kSourceAcross && found.SourceNr == sourceNr_) return Meeting::Different;
+  if (method == kSourceSamePath && !(found.SourceNr != sourceNr_ && found.Path == rec.Path))
+    return Meeting::Different;
+  const bool dup = comparator_->IsDuplicate(file, found, FullPath(found), {base, suffix});
+  SyncCounts();
+  files_.SetRecord(found.RecordNumber, found);
+  return dup ? Meeting::Duplicate : Meeting::Different;
+}
+
+// Step 3 across source folders by the key alone: a file of another source
+// with the same key is a duplicate.
+Cascade::Meeting Cascade::MeetAcrossSources(std::string& key, FileRecord& found) {
+  FileRecord& rec = recBuf_;
+  int pos;
+  if (rec.GroupID == -1) {
+    pos = files_.Add(key, rec, &found);
+    ++ctx_.stats.CompareCount;
+    if (pos != 0) return Meeting::Placed;
+  } else {
+    pos = files_.Find(key);
+    ++ctx_.stats.CompareCount;
+    if (pos == 0) return Meeting::Placed;
+    found = files_.Record(pos);
+  }
+  if (found.SourceNr == sourceNr_) return Meeting::Different;
+  return found.GroupID == -1 || rec.GroupID == -1 ? Meeting::Duplicate : Meeting::Different;
+}
+
+// Step 3 by the key alone.
+Cascade::Meeting Cascade::MeetByKey(std::string& key, FileRecord& found) {
+  ++ctx_.stats.CompareCount;
+  if (files_.Add(key, recBuf_, &found) != 0) return Meeting::Placed;
+  const bool dup = opt_.SourceCompareMethod != kSourceSamePath || found.SourceNr != sourceNr_;
+  return dup ? Meeting::Duplicate : Meeting::Different;
+}
+
+// Step 4: the file is a duplicate of `found`; both join a group. True when
+// the file goes on to the representative under the next suffix.
+bool Cascade::JoinGroup(CascadeFile& file, std::string& key, std::size_t keyLength, int suffix,
+                        FileRecord& found, bool& newGroupMade) {
+  FileRecord& rec = file.rec;
+  const int method = opt_.SourceCompareMethod;
+  if (opt_.ShowOnlyFilesWithoutDups) {
+    files_.SetGroupID(found.RecordNumber, 1);
+    return false;
+  }
+
+  int groupNumber;
+  if (found.GroupID == -1 && rec.GroupID == -1) {
+    GroupContext gctx;
+    std::string afterIgnore;
+    if (opt_.GroupTitleMode == 1) {
+      afterIgnore = NameAfterIgnore(opt_, found.Name);
+      gctx.NameAfterIgnore = afterIgnore;
+    }
+    groupNumber = ctx_.result.Search_AddNewGroup(found, gctx);
+    ctx_.stats.GroupCount = ctx_.result.GroupsCreated();
+    ctx_.progress.SetLabel(Label::Gruppen, FormatNumber(ctx_.stats.GroupCount));
+    found.GroupID = groupNumber;
+    files_.SetGroupID(found.RecordNumber, groupNumber);
+    AddFileRow(found, groupNumber);
+    if (method == kSourceAcross) newGroupMade = true;
+  } else {
+    groupNumber = (method == kSourceAcross && found.GroupID == -1) ? rec.GroupID : found.GroupID;
+  }
+
+  if (method != kSourceAcross) {
+    AddFileRow(rec, groupNumber);
+    return false;
+  }
+
+  // Across source folders: the file may join the groups of several
+  // representatives, and a new group collects the further equal ones.
+  if (found.GroupID == -1) {
+    found.GroupID = rec.GroupID;
+    files_.SetGroupID(found.RecordNumber, rec.GroupID);
+    AddFileRow(found, rec.GroupID);
+  } else if (rec.GroupID == -1) {
+    rec.GroupID = found.GroupID;
+    AddFileRow(rec, rec.GroupID);
+    if (newGroupMade && comparator_) {
+      if (!CollectFurtherRepresentatives(file, key, keyLength, suffix, found)) return false;
+    }
+  }
+  newGroupMade = false;
+  return comparator_ && suffix != 0;
+}
+
+// The representatives behind `suffix` that are not in a group yet and equal
+// `found` join its new group. False when a stop ended the loop.
+bool Cascade::CollectFurtherRepresentatives(CascadeFile& file, std::string& key,
+                                            std::size_t keyLength, int suffix, FileRecord& found) {
+  for (int next = suffix + 1;; ++next) {
+    key.resize(keyLength);
+    fmt::format_to(std::back_inserter(key), "{}", next);
+    int pos = files_.Find(key);
+    if (pos == 0) break;
+    if (!ctx_.pacing.Step(ctx_.refresh)) return false;
+    FileRecord other = files_.Record(pos);
+    if (other.GroupID == -1) {
+      std::string otherPath = FullPath(other);
+      std::string foundPath = FullPath(found);
+      if (comparator_->AreDuplicates(other, otherPath, found, foundPath, file)) {
+        other.GroupID = found.GroupID;
+        AddFileRow(other, found.GroupID);
+      }
+      SyncCounts();
+      files_.SetRecord(other.RecordNumber, other);
+      files_.SetRecord(found.RecordNumber, found);
+    }
+  }
+  ctx_.pacing.ForceRefresh();
   return true;
 }
 
-}  // namespace
+// ---------------------------------------------------------------------------
+// Read-ahead
 
-bool SearchEngine::SamplesDiffer(const FileRecord& rec, const std::string& recPath,
-                                 std::optional<std::uint64_t>* recSample, const FileRecord& found,
-                                 const std::string& foundPath) {
-  if (!recSample->has_value()) {
-    std::uint64_t v;
-    if (!ReadSample(recPath, rec, &v)) return false;
-    *recSample = v;
-  }
-  auto it = samples_.find(found.RecordNumber);
-  if (it == samples_.end()) {
-    std::uint64_t v;
-    if (!ReadSample(foundPath, found, &v)) return false;
-    it = samples_.emplace(found.RecordNumber, v).first;
-  }
-  return it->second != **recSample;
+bool Cascade::ReadsAhead() const {
+  return content_ && content_->ReadsAhead();
 }
 
-std::string SearchEngine::HashIndexKey(std::string_view base, std::string_view hash) {
-  std::string k;
-  k.reserve(base.size() + 1 + hash.size());
-  k.append(base).append(1, '\0').append(hash);
-  return k;
-}
-
-SearchEngine::RepChain& SearchEngine::ChainOf(std::string_view base, std::int32_t firstNode) {
-  auto [it, inserted] = chains_.try_emplace(std::string(base));
-  if (inserted) {
-    // A key's chain is made when its second file arrives: only the first
-    // representative exists then.
-    it->second.reps = 1;
-    if (files_->HashCreated(firstNode, 0)) {
-      hashIndex_.try_emplace(HashIndexKey(base, files_->Hash(firstNode)), 1);
-    } else {
-      it->second.unhashed = 1;
+void Cascade::PredictComparisons(const Frame& top, int sourceNr, const FilterOptions& filters) {
+  if (!ReadsAhead()) return;
+  content_->BeginFolder();
+  FileRecord probe;
+  probe.SourceNr = sourceNr;
+  const SourceFolder& src = ctx_.sources[static_cast<std::size_t>(sourceNr - 1)];
+  probe.Path = top.path.substr(std::min(top.path.size(), src.prefix.size()));
+  auto prefetchEntry = [&](std::size_t index) {
+    const DirEntry& e = top.entries[index];
+    std::string_view name = std::string_view(top.names).substr(e.nameOffset, e.nameLength);
+    probe.Name = std::string(BaseNameOf(name));
+    probe.Extension = std::string(ExtensionOf(name));
+    probe.SIZE = probe.SizeKey = e.size;
+    probe.WalkDevice = e.identity.dev;
+    probe.WalkInode = e.identity.ino;
+    pathBuf_.assign(top.path).append("/").append(name);
+    content_->Prefetch(pathBuf_, probe);
+  };
+  for (std::size_t i = top.next; i < top.entries.size(); ++i) {
+    const DirEntry& e = top.entries[i];
+    if (e.kind != EntryKind::File || e.size == 0) continue;
+    std::string_view name = std::string_view(top.names).substr(e.nameOffset, e.nameLength);
+    pathBuf_.assign(top.path).append("/").append(name);
+    if (filters.Search_CheckFileFilter(static_cast<std::uint64_t>(e.size), name, pathBuf_))
+      continue;
+    probe.Name = std::string(BaseNameOf(name));
+    probe.Extension = std::string(ExtensionOf(name));
+    probe.SIZE = probe.SizeKey = e.size;
+    probe.DateLastModified = e.mtime;
+    probe.DateCreated = e.btime;
+    probe.Attributes = e.attributes;
+    if (opt_.CriterionName) probe.NameKey = NameKey(opt_, probe.Name);
+    BuildCompareKey(probe, predictKey_);
+    predictKey_ += '1';  // the first representative, where the cascade starts
+    const std::int32_t rep = files_.Find(predictKey_);
+    const ContentComparator::ReadAhead plan = content_->PlanFile(predictKey_, i, files_, rep);
+    if (plan.representative) {
+      FileRecord r = files_.Record(rep);
+      content_->Prefetch(FullPath(r), r);
     }
-  }
-  return it->second;
-}
-
-void SearchEngine::NoteRepresentative(std::string_view base, const FileRecord& rec) {
-  auto it = chains_.find(std::string(base));
-  if (it == chains_.end()) return;  // the first of its key
-  RepChain& c = it->second;
-  ++c.reps;
-  if (rec.HashCreated[0]) {
-    hashIndex_.try_emplace(HashIndexKey(base, rec.Hash), c.reps);
-  } else {
-    ++c.unhashed;
+    if (plan.earlier != SIZE_MAX) prefetchEntry(plan.earlier);
+    if (plan.file) prefetchEntry(i);
   }
 }
 
-void SearchEngine::AddFileRow(const FileRecord& r, int groupNumber) {
+void Cascade::AddFileRow(const FileRecord& r, int groupNumber) {
   FileRowExtras x;
   if (opt_.ShowOwner || (opt_.ShowHardlinks && !opt_.CriterionHardlink)) {
     std::string path = FullPath(r);
@@ -520,10 +537,10 @@ void SearchEngine::AddFileRow(const FileRecord& r, int groupNumber) {
       }
     }
   }
-  result_->AddFileRow(groupNumber, r, x);
-  stats_.DupCount = result_->DupCount();
-  stats_.DupSize = result_->FilesizeAll();
-  ctx_.progress.SetLabel(Label::Dups, FormatNumber(stats_.DupCount));
+  ctx_.result.AddFileRow(groupNumber, r, x);
+  ctx_.stats.DupCount = ctx_.result.DupCount();
+  ctx_.stats.DupSize = ctx_.result.FilesizeAll();
+  ctx_.progress.SetLabel(Label::Dups, FormatNumber(ctx_.stats.DupCount));
 }
 
 }  // namespace kelvor

@@ -11,14 +11,14 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
-#include <unordered_map>
 
 #include "frame/formats.h"
 #include "frame/log.h"
+#include "frame/long_operation.h"
 #include "frame/settings_store.h"
 #include "frame/texts.h"
 #include "frame/unicode.h"
-#include "search/walk.h"
+#include "search/cascade.h"
 
 namespace kelvor {
 
@@ -50,8 +50,54 @@ enum Step {
 
 }  // namespace
 
-SearchEngine::SearchEngine(SearchContext ctx) : ctx_(ctx) {}
+SearchEngine::SearchEngine(SearchContext ctx) : ctx_(ctx) {
+  refresh_ = [this] {
+    if (currentFolder_)
+      ctx_.progress.SetLabel(Label::AktuellerOrdner, DisplayUtf8(*currentFolder_));
+    Search_ShowProgress();
+  };
+}
+
 SearchEngine::~SearchEngine() = default;
+
+std::unique_ptr<LongOperation> SearchEngine::MakePacing(std::chrono::milliseconds interval) {
+  auto op = std::make_unique<LongOperation>(ctx_.run, interval);
+  op->SetPauseHook([this](bool paused) { ShowPause(paused); });
+  op->SetPausePoll(std::chrono::milliseconds(100));
+  // A loop starts with the panel just set: its first refresh comes one
+  // interval later, not at its first step.
+  op->Step(nullptr);
+  return op;
+}
+
+void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view name,
+                                    std::int64_t size, double dateChanged, double dateCreated,
+                                    std::int32_t attributes, const StatIdentity* identity) {
+  if (cascade_)
+    cascade_->CheckFile(currentSourceNr_, folder, name, size, dateChanged, dateCreated, attributes,
+                        identity);
+}
+
+std::string SearchEngine::NameKey(std::string_view baseName) const {
+  return kelvor::NameKey(opt_, baseName);
+}
+
+std::string SearchEngine::NameAfterIgnore(std::string_view baseName) const {
+  return kelvor::NameAfterIgnore(opt_, baseName);
+}
+
+std::string SearchEngine::FullPath(const FileRecord& r) const {
+  const SourceFolder& src = sources_[static_cast<std::size_t>(r.SourceNr - 1)];
+  std::string p = src.prefix;
+  p += r.Path;
+  p += '/';
+  p += r.Name;
+  if (!r.Extension.empty()) {
+    p += '.';
+    p += r.Extension;
+  }
+  return p;
+}
 
 double SearchEngine::Now() const {
   return DateNow();
@@ -147,14 +193,6 @@ void SearchEngine::ShowStep(int step) {
     ctx_.progress.SetLabel(Label::Step, steps_[static_cast<std::size_t>(step)]);
 }
 
-void SearchEngine::Pace(std::string_view folder) {
-  double now = Now();
-  if (now > lastProgressTime_ + kProgressInterval) {
-    ctx_.progress.SetLabel(Label::AktuellerOrdner, DisplayUtf8(folder));
-    Search_ShowProgress();
-  }
-}
-
 void SearchEngine::Search_ShowProgress() {
   ProgressSink& p = ctx_.progress;
   long long elapsed = static_cast<long long>(ElapsedNow());
@@ -172,9 +210,11 @@ void SearchEngine::Search_ShowProgress() {
   p.SetLabel(Label::GesamtArchive, std::to_string(stats_.ArchivesSearched) + " / " +
                                        std::to_string(stats_.ArchivesTotal));
   auto big = [](long long v) { return v > 999 ? FormatNumber(v) : std::to_string(v); };
-  if (comparer_) {
-    stats_.CompareCount = std::max(stats_.CompareCount, comparer_->CompareCount);
-    stats_.ChecksumCount = comparer_->ChecksumCount;
+  std::int64_t compares = 0;
+  std::int32_t checksums = 0;
+  if (cascade_ && cascade_->ComparatorCounts(&compares, &checksums)) {
+    stats_.CompareCount = std::max(stats_.CompareCount, compares);
+    stats_.ChecksumCount = checksums;
   }
   if (stats_.CompareCount > 0) p.SetLabel(Label::Vergleiche, big(stats_.CompareCount));
   if (stats_.ChecksumCount > 0)
@@ -206,13 +246,10 @@ void SearchEngine::Search_ShowProgress() {
     if (rss < 0) rss = ResidentSetSize();
     if (rss > memoryLimit_) ctx_.run.RequestStop(kStopMemory);
   }
-  lastProgressTime_ = now;
 }
 
-void SearchEngine::Pause() {
-  ctx_.progress.SetLabel(Label::StopButtonPause, ctx_.texts.Get(txt::T3692));
-  while (ctx_.run.SearchState.load() == kPaused) ::usleep(100 * 1000);
-  ctx_.progress.SetLabel(Label::StopButtonPause, ctx_.texts.Get(txt::T3693));
+void SearchEngine::ShowPause(bool paused) {
+  ctx_.progress.SetLabel(Label::StopButtonPause, ctx_.texts.Get(paused ? txt::T3692 : txt::T3693));
 }
 
 void SearchEngine::CancelSearch() {
@@ -235,72 +272,6 @@ void SearchEngine::cmdStop_Click(int index) {
   }
 }
 
-void SearchEngine::Search_ScanArchive(const std::string& /*path*/, int /*type*/) {
-  // Members of archives join the search through the archive scan; until it
-  // is built an archive is only counted.
-}
-
-void SearchEngine::PredictComparisons(DirStack& stack) {
-  // Files of this folder whose key already has a representative, or that
-  // share a key with an earlier file of the folder, will be compared by
-  // content: let the comparer read them (and the representative) ahead of
-  // the cascade. Only files the filters let through are named.
-  if (!opt_.CriterionContent || opt_.Content.mode == 0 || opt_.CriterionHardlink) return;
-  if (opt_.IgnoreMP3Tags || opt_.IgnoreExif || opt_.IgnoreFlacMetadata) return;
-  if (opt_.SourceCompareMethod == kSourceSamePath || opt_.SourceCompareMethod == kSourceAcross)
-    return;
-  Frame& top = stack.Top();
-  FileRecord probe;
-  probe.SourceNr = currentSourceNr_;
-  const SourceFolder& src = sources_[static_cast<std::size_t>(currentSourceNr_ - 1)];
-  probe.Path = top.path.substr(std::min(top.path.size(), src.prefix.size()));
-  std::unordered_map<std::string, std::size_t> firstOfKey;  // key -> entry without a partner yet
-  auto prefetchEntry = [&](std::size_t index) {
-    const DirEntry& e = top.entries[index];
-    std::string_view name = std::string_view(top.names).substr(e.nameOffset, e.nameLength);
-    probe.Name = std::string(BaseNameOf(name));
-    probe.Extension = std::string(ExtensionOf(name));
-    probe.SIZE = probe.SizeKey = e.size;
-    probe.WalkDevice = e.identity.dev;
-    probe.WalkInode = e.identity.ino;
-    pathBuf_.assign(top.path).append("/").append(name);
-    comparer_->Prefetch(pathBuf_, probe);
-  };
-  for (std::size_t i = top.next; i < top.entries.size(); ++i) {
-    DirEntry& e = top.entries[i];
-    if (e.kind != EntryKind::File || e.size == 0) continue;
-    std::string_view name = std::string_view(top.names).substr(e.nameOffset, e.nameLength);
-    pathBuf_.assign(top.path).append("/").append(name);
-    if (filters_.Search_CheckFileFilter(static_cast<std::uint64_t>(e.size), name, pathBuf_))
-      continue;
-    probe.Name = std::string(BaseNameOf(name));
-    probe.Extension = std::string(ExtensionOf(name));
-    probe.SIZE = probe.SizeKey = e.size;
-    probe.DateLastModified = e.mtime;
-    probe.DateCreated = e.btime;
-    probe.Attributes = e.attributes;
-    if (opt_.CriterionName) probe.NameKey = NameKey(probe.Name);
-    BuildCompareKey(probe, predictKey_);
-    predictKey_ += '1';
-    int pos = files_->Find(predictKey_);
-    if (pos != 0) {
-      if (!files_->HashCreated(pos, 0) && !files_->HaveErrorMessage(pos)) {
-        FileRecord rep = files_->Record(pos);
-        comparer_->Prefetch(FullPath(rep), rep);
-      }
-      prefetchEntry(i);
-      continue;
-    }
-    auto [it, inserted] = firstOfKey.try_emplace(predictKey_, i);
-    if (inserted) continue;
-    if (it->second != SIZE_MAX) {
-      prefetchEntry(it->second);
-      it->second = SIZE_MAX;
-    }
-    prefetchEntry(i);
-  }
-}
-
 bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
   if (searchRunning_) return false;
   startClock_ = std::chrono::steady_clock::now();
@@ -310,7 +281,8 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
   std::vector<FilterProblem> problems;
   filters_ = Init_FilterOptionen(ctx_.settings, opt_.Ignore0ByteFiles, &problems);
   stats_ = SearchStatistics{};
-  lastProgressTime_ = Now();
+  cascade_.reset();
+  pacing_.reset();
   closingMessage_.clear();
   if (!BuildSourceArrays(rows)) return false;
 
@@ -362,10 +334,6 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
   p.SetLabel(Label::StatusBar, countLine);
   p.SetLabel(Label::StatusBar, "");
 
-  files_ = std::make_unique<CStringCollection2>();
-  chains_.clear();
-  hashIndex_.clear();
-  samples_.clear();
   result_ = std::make_unique<ResultModel>(&ctx_.texts);
   ResultOptions ro;
   ro.GroupTitleMode = opt_.GroupTitleMode;
@@ -384,10 +352,12 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
   result_->SetOptions(std::move(ro));
   result_->Report_Create_Root_Node();
   result_->SetDescription(GetSearchDescription(ctx_.settings, ctx_.texts));
-  if (opt_.CriterionContent)
-    comparer_ = std::make_unique<ContentComparer>(opt_.Content, ctx_.texts, ctx_.log, ctx_.run,
-                                                  ctx_.progress);
-  lastProgressTime_ = lastStatisticTime_ = Now();
+  lastStatisticTime_ = Now();
+  pacing_ = MakePacing(kCompareRefresh);
+  currentFolder_ = nullptr;
+  cascade_ = std::make_unique<Cascade>(CascadeContext{opt_, sources_, ctx_.texts, ctx_.log,
+                                                      ctx_.progress, ctx_.run, stats_, *result_,
+                                                      *pacing_, refresh_, sameVolume_});
 
   for (std::size_t i = 0; i < sources_.size(); ++i) {
     currentSourceNr_ = static_cast<int>(i + 1);
@@ -415,9 +385,11 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
 void SearchEngine::EndOfSearch(bool skippedCompare) {
   ProgressSink& p = ctx_.progress;
   const int reason = ctx_.run.StopReason.load();
-  if (comparer_) {
-    stats_.CompareCount = std::max(stats_.CompareCount, comparer_->CompareCount);
-    stats_.ChecksumCount = comparer_->ChecksumCount;
+  std::int64_t compares = 0;
+  std::int32_t checksums = 0;
+  if (cascade_ && cascade_->ComparatorCounts(&compares, &checksums)) {
+    stats_.CompareCount = std::max(stats_.CompareCount, compares);
+    stats_.ChecksumCount = checksums;
   }
   elapsedSeconds_ = ElapsedNow();
   if (!skippedCompare) {
@@ -466,11 +438,9 @@ void SearchEngine::EndOfSearch(bool skippedCompare) {
     }
     if (opt_.ScanArchives) ShowStep(kStepDeleteTemp);
     ShowStep(kStepDeleteList);
-    files_.reset();
-    comparer_.reset();
-    chains_.clear();
-    hashIndex_.clear();
-    samples_.clear();
+    cascade_.reset();
+    pacing_.reset();
+    currentFolder_ = nullptr;
     p.SetLabel(Label::StatusBar, "");
 
     if (opt_.RemoveGroupsNotInAllSources) {

@@ -3,24 +3,23 @@
 //
 // Search_Start counts the files, then walks every source folder once; each
 // file that passes the filters goes at once through the comparison cascade
-// (Search_CheckFile), which keys it, looks the key up in the file record
+// (search/cascade.h), which keys it, looks the key up in the file record
 // collection and, where the criteria ask, compares it with the candidates.
 // Duplicates go into the result model. After the walk come the closing
-// statistics and the end-of-search steps.
+// statistics and the end-of-search steps. The engine keeps these run steps;
+// the walk (search/walk.h) and the cascade are its parts.
 //
 // The engine runs on one thread. It shows what it does through a
 // ProgressSink, writes the run's log through the Logger, asks through the
-// Prompt and tests RunState at every file.
+// Prompt and paces every loop with a LongOperation (pause, stop, refresh).
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
-#include <optional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
-#include "compare/content.h"
 #include "data/file_record_collection.h"
 #include "frame/run_state.h"
 #include "frame/sinks.h"
@@ -28,21 +27,15 @@
 #include "search/filters.h"
 #include "search/options.h"
 #include "search/source_folders.h"
+#include "search/walk.h"
 
 namespace kelvor {
 
+class Cascade;
+class LongOperation;
 class Logger;
-class DirStack;
-struct DirEntry;
 class SettingsStore;
 class TextCatalog;
-
-// What the walk's stat call says about a file's identity.
-struct StatIdentity {
-  std::uint64_t dev = 0;
-  std::uint64_t ino = 0;
-  std::uint32_t nlink = 1;
-};
 
 // The run statistics of the search.
 struct SearchStatistics {
@@ -111,7 +104,8 @@ class SearchEngine {
   void cmdStop_Click(int index);
 
  private:
-  struct Entry;
+  class CountingWalk;
+  class CompareWalk;
 
   // Search_Start steps.
   bool BuildSourceArrays(const std::vector<SourceFolderRow>& rows);
@@ -122,17 +116,16 @@ class SearchEngine {
   void EndOfSearch(bool skippedCompare);
 
   // The walks.
-  bool EnterFolder(DirStack& stack, DirEntry& e, bool counting);
-  void PredictComparisons(DirStack& stack);
+  bool WantFolder(const DirStack& stack, const DirEntry& e, bool counting);
   void Search_ScanArchive(const std::string& path, int type);
   double ElapsedNow() const;
   void Search_GetSourceFolderFileCount(const SourceFolder& src, std::int32_t& folderCount);
   void Search_GetFiles(const SourceFolder& src);
   bool Search_CheckFileFilter(std::int64_t size, std::string_view name, std::string_view fullPath);
 
-  // The cascade and its helpers.
  public:
-  // Search_CheckFile for one file on disk. `folder` is the file's full folder.
+  // Search_CheckFile for one file on disk of the current source. `folder` is
+  // the file's full folder. Only while a compare pass runs.
   void Search_CheckFile(std::string_view folder, std::string_view name, std::int64_t size,
                         double dateChanged, double dateCreated, std::int32_t attributes,
                         const StatIdentity* identity);
@@ -143,29 +136,15 @@ class SearchEngine {
 
  private:
   std::string FullPath(const FileRecord& r) const;
-  bool CompareSize(FileRecord& rec, const std::string& fullPath, bool* isMP3, bool* isJPG,
-                   bool* isFLAC);
-  void BuildCompareKey(const FileRecord& rec, std::string& key) const;
-  int AddToGroup(FileRecord& found, int foundPos);
-  void AddFileRow(const FileRecord& r, int groupNumber);
 
-  // The representatives of one compare key in a checksum search: how many
-  // there are, and how many still lack a checksum.
-  struct RepChain {
-    int reps = 0;
-    int unhashed = 0;
-  };
-  bool SamplesDiffer(const FileRecord& rec, const std::string& recPath,
-                     std::optional<std::uint64_t>* recSample, const FileRecord& found,
-                     const std::string& foundPath);
-  static std::string HashIndexKey(std::string_view base, std::string_view hash);
-  RepChain& ChainOf(std::string_view base, std::int32_t firstNode);
-  void NoteRepresentative(std::string_view base, const FileRecord& rec);
-
-  // Pacing.
-  void Pace(std::string_view folder);
+  // Pacing: a loop's LongOperation with the pause button's captions. The
+  // compare pass refreshes once a second, the counting pass and the lists of
+  // files without duplicates every second and a half.
+  static constexpr std::chrono::milliseconds kCompareRefresh{1000};
+  static constexpr std::chrono::milliseconds kCountRefresh{1500};
+  std::unique_ptr<LongOperation> MakePacing(std::chrono::milliseconds interval);
   void Search_ShowProgress();
-  void Pause();
+  void ShowPause(bool paused);
   bool Stopped() const { return ctx_.run.StopRequested(); }
   double Now() const;
 
@@ -183,25 +162,23 @@ class SearchEngine {
   bool sameVolume_ = true;
   bool searchRunning_ = false;
 
-  std::unique_ptr<CStringCollection2> files_;
   std::unique_ptr<ResultModel> result_;
-  std::unique_ptr<ContentComparer> comparer_;
 
   std::vector<std::string> steps_;
   int stepNr_ = 0;
-  double searchStartTime_ = 0, lastProgressTime_ = 0, lastStatisticTime_ = 0;
+  double searchStartTime_ = 0, lastStatisticTime_ = 0;
   std::chrono::steady_clock::time_point startClock_;
   double elapsedSeconds_ = 0;
   int lastPercent_ = -1;
   std::string closingMessage_;
-  FileRecord recBuf_;    // reused for every file's record
-  std::string keyBuf_;   // reused for every compare key
-  std::string pathBuf_;  // reused for every file's full path
-  std::string predictKey_;
-  std::unordered_map<std::string, RepChain> chains_;         // keys that met a second file
-  std::unordered_map<std::string, int> hashIndex_;           // key + checksum -> suffix
-  std::unordered_map<std::int32_t, std::uint64_t> samples_;  // record -> first/last bytes
+  std::string pathBuf_;                    // reused for every file's full path
   std::int64_t memoryLimit_ = 1650000000;  // resident bytes that end a very large search
+  // The compare pass: its pacing, the refresh it runs once a second (showing
+  // the folder the walk stands in), and the cascade.
+  std::unique_ptr<LongOperation> pacing_;
+  std::function<void()> refresh_;
+  const std::string* currentFolder_ = nullptr;
+  std::unique_ptr<Cascade> cascade_;
 };
 
 }  // namespace kelvor

@@ -8,8 +8,10 @@
 
 #include "frame/formats.h"
 #include "frame/log.h"
+#include "frame/long_operation.h"
 #include "frame/texts.h"
 #include "frame/unicode.h"
+#include "search/cascade.h"
 #include "search/engine.h"
 
 namespace kelvor {
@@ -20,19 +22,18 @@ void SearchEngine::Search_ShowOnlyFilesWithoutDups() {
   for (Label l : {Label::SourceNr, Label::Gesamt, Label::AktuellerOrdner}) p.SetLabel(l, "-");
   int group = result_->BeginFilesWithoutDupsGroup();
   stats_.GroupCount = result_->GroupsCreated();
-  const int count = files_->Count();
-  double last = Now();
-  for (int i = 1; i <= count; ++i) {
-    if (files_->GroupID(i) == -1) result_->AddFileRow(group, files_->Record(i));
-    double now = Now();
-    if (now > last + kProgressInterval2) {
-      last = now;
-      p.SetLabel(Label::Dauer, FormatElapsed(static_cast<long long>(ElapsedNow())));
-      p.ProgressBar(static_cast<int>(100.0 / count * i));
-      p.SetLabel(Label::Gesamt, FormatNumber(i) + " / " + FormatNumber(count));
-    }
-    if (ctx_.run.SearchState.load(std::memory_order_relaxed) == kPaused) Pause();
-    if (Stopped()) break;
+  const CStringCollection2& files = cascade_->Files();
+  const int count = files.Count();
+  int i = 1;
+  const std::function<void()> refresh = [&] {
+    p.SetLabel(Label::Dauer, FormatElapsed(static_cast<long long>(ElapsedNow())));
+    p.ProgressBar(static_cast<int>(100.0 / count * i));
+    p.SetLabel(Label::Gesamt, FormatNumber(i) + " / " + FormatNumber(count));
+  };
+  std::unique_ptr<LongOperation> pacing = MakePacing(kCountRefresh);
+  for (; i <= count; ++i) {
+    if (files.GroupID(i) == -1) result_->AddFileRow(group, files.Record(i));
+    if (!pacing->Step(refresh)) break;
   }
   result_->FinishFilesWithoutDupsGroup(group);
   stats_.DupCount = result_->DupCount();
@@ -43,7 +44,8 @@ bool SearchEngine::Search_LogFilesWithoutDups(std::string* error) {
   error->clear();
   ProgressSink& p = ctx_.progress;
   for (Label l : {Label::Gesamt, Label::SourceNr, Label::AktuellerOrdner}) p.SetLabel(l, "-");
-  const int count = files_->Count();
+  const CStringCollection2& files = cascade_->Files();
+  const int count = files.Count();
   const auto& target = ctx_.log.GeneralLog();
   int fd = ::open(target.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
   if (fd < 0) {
@@ -59,24 +61,22 @@ bool SearchEngine::Search_LogFilesWithoutDups(std::string* error) {
     return true;
   };
   bool headed = false;
-  double last = Now();
-  for (int i = 1; i <= count; ++i) {
-    if (files_->GroupID(i) == -1) {
-      FileRecord r = files_->Record(i);
+  int i = 1;
+  const std::function<void()> refresh = [&] {
+    p.SetLabel(Label::Dauer, FormatElapsed(static_cast<long long>(ElapsedNow())));
+    p.SetLabel(Label::Gesamt, std::to_string(i) + " / " + std::to_string(count));
+  };
+  std::unique_ptr<LongOperation> pacing = MakePacing(kCountRefresh);
+  for (; i <= count; ++i) {
+    if (files.GroupID(i) == -1) {
+      FileRecord r = files.Record(i);
       if (!headed) {
         headed = true;
         if (!write(ctx_.texts.Get(txt::T9228), "WriteFile1: ")) break;
       }
       if (!write(DisplayUtf8(FullPath(r)), "WriteFile2: ")) break;
     }
-    double now = Now();
-    if (now > last + kProgressInterval2) {
-      last = now;
-      p.SetLabel(Label::Dauer, FormatElapsed(static_cast<long long>(ElapsedNow())));
-      p.SetLabel(Label::Gesamt, std::to_string(i) + " / " + std::to_string(count));
-    }
-    if (ctx_.run.SearchState.load(std::memory_order_relaxed) == kPaused) Pause();
-    if (Stopped()) break;
+    if (!pacing->Step(refresh)) break;
   }
   ::close(fd);
   return error->empty();

@@ -1,6 +1,6 @@
-// The two walks over a source folder: the counting pass and the compare pass.
+// The walk over a folder tree.
 //
-// Both walk with openat/readdir on directory descriptors and one statx per
+// It walks with openat/readdir on directory descriptors and one statx per
 // entry relative to its folder's descriptor, so that neither the depth of a
 // tree nor PATH_MAX limits them. The walk keeps an explicit stack instead of
 // recursing, and holds descriptors only for the deepest folders: a folder
@@ -17,12 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "data/file_record.h"
 #include "frame/formats.h"
-#include "frame/log.h"
-#include "frame/texts.h"
-#include "frame/unicode.h"
-#include "search/archive_types.h"
-#include "search/engine.h"
 #include "search/walk.h"
 
 namespace kelvor {
@@ -206,26 +202,19 @@ void DirStack::Classify(DirEntry& e) {
 }
 
 // ---------------------------------------------------------------------------
-// The engine's walks
+// WalkTree
 
-bool SearchEngine::EnterFolder(DirStack& stack, DirEntry& e, bool counting) {
-  if (!currentSubfolders_) return false;
-  if (e.isLink && !opt_.FollowJunctions) return false;
-  std::string name(stack.Name(e));
-  std::string path = stack.Top().path + "/" + name;
-  if (filters_.Search_CheckFolderFilter(name, path)) {
-    if (!counting) ++stats_.FoldersExcluded;
-    return false;
-  }
-  return stack.PushChild(name, e.isLink);
-}
-
-void SearchEngine::Search_GetSourceFolderFileCount(const SourceFolder& src,
-                                                   std::int32_t& folderCount) {
+bool WalkTree(const std::string& root, WalkVisitor& visitor, WalkMode mode) {
   DirStack stack;
-  if (Stopped() || !stack.PushRoot(src.prefix)) return;
-  ++folderCount;
-  double last = Now();
+  if (!stack.PushRoot(root)) return false;
+  auto entered = [&] {
+    if (mode.statOnEntry) {
+      for (auto& e : stack.Top().entries)
+        if (e.type != DT_DIR) stack.Classify(e);
+    }
+    visitor.FolderEntered(stack);
+  };
+  entered();
   while (!stack.Empty()) {
     Frame& top = stack.Top();
     if (top.next >= top.entries.size()) {
@@ -233,95 +222,20 @@ void SearchEngine::Search_GetSourceFolderFileCount(const SourceFolder& src,
       continue;
     }
     DirEntry& e = top.entries[top.next++];
-    double now = Now();
-    if (now > last + kProgressInterval2) {
-      last = now;
-      ctx_.progress.SetLabel(Label::Dauer, FormatElapsed(static_cast<long long>(ElapsedNow())));
-      ctx_.progress.SetLabel(Label::Gesamt, FormatNumber(stats_.FilesTotal));
-      ctx_.progress.SetLabel(Label::GesamtArchive, std::to_string(stats_.ArchivesTotal));
-      ctx_.progress.SetLabel(Label::AktuellerOrdner, DisplayUtf8(stack.Top().path));
-    }
-    if (ctx_.run.SearchState.load(std::memory_order_relaxed) == kPaused) Pause();
-    if (Stopped()) return;
-    if (e.type == DT_REG) {
+    if (!visitor.Step(stack)) return true;
+    if (mode.trustFileType && e.type == DT_REG) {
       e.kind = EntryKind::File;
     } else {
       stack.Classify(e);
     }
     if (e.kind == EntryKind::File) {
-      ++stats_.FilesTotal;
-      if (opt_.ScanArchives && !opt_.CriterionHardlink &&
-          ArchiveTypeOf(stack.Name(e), opt_.ArchiveTypes) > 0)
-        ++stats_.ArchivesTotal;
+      if (!visitor.FileFound(stack, e)) return true;
     } else if (e.kind == EntryKind::Folder) {
-      if (EnterFolder(stack, e, true)) ++folderCount;
+      if (visitor.WantFolder(stack, e) && stack.PushChild(std::string(stack.Name(e)), e.isLink))
+        entered();
     }
   }
-}
-
-void SearchEngine::Search_GetFiles(const SourceFolder& src) {
-  DirStack stack;
-  if (Stopped() || !stack.PushRoot(src.prefix)) return;
-  ++stats_.FoldersSearched;
-  bool fresh = true;
-  while (!stack.Empty()) {
-    Frame& top = stack.Top();
-    if (fresh) {
-      // A new folder: learn sizes and times of all its files first, so that
-      // the comparator can start reading files ahead of the cascade.
-      fresh = false;
-      for (auto& e : top.entries)
-        if (e.type != DT_DIR) stack.Classify(e);
-      if (comparer_) PredictComparisons(stack);
-    }
-    if (top.next >= top.entries.size()) {
-      stack.Pop();
-      continue;
-    }
-    DirEntry& e = top.entries[top.next++];
-    const std::string& folder = top.path;
-    Pace(folder);
-    if (ctx_.run.SearchState.load(std::memory_order_relaxed) == kPaused) Pause();
-    if (Stopped()) return;
-    stack.Classify(e);
-    if (e.kind == EntryKind::Folder) {
-      if (EnterFolder(stack, e, false)) {
-        ++stats_.FoldersSearched;
-        fresh = true;
-      }
-      continue;
-    }
-    if (e.kind != EntryKind::File) continue;
-    ++stats_.FilesChecked;
-    std::string_view name = stack.Name(e);
-    pathBuf_.assign(folder).append("/").append(name);
-    bool excludedByFilter =
-        filters_.Search_CheckFileFilter(static_cast<std::uint64_t>(e.size), name, pathBuf_);
-    bool excluded = excludedByFilter;
-    if (!excluded && (opt_.CriterionSimilarPics || opt_.CriterionSimilarAudio)) {
-      std::string ext = "/" + LowerCase(ExtensionOf(name)) + "/";
-      const char* list =
-          opt_.CriterionSimilarPics ? kSimilarPicsExtensions : kSimilarAudioExtensions;
-      excluded = std::string_view(list).find(ext) == std::string_view::npos || ext == "//";
-    }
-    if (excluded) {
-      ++stats_.FilesExcluded;
-      stats_.FilesExcludedSize += e.size;
-    } else {
-      Search_CheckFile(folder, name, e.size, e.mtime, e.btime, e.attributes, &e.identity);
-      if (result_->DupCount() >= opt_.MaxDupCount && !Stopped()) ctx_.run.RequestStop(kStopMaxDups);
-    }
-    if (Stopped()) return;
-    if (!excludedByFilter && opt_.ScanArchives && !opt_.CriterionHardlink) {
-      int type = ArchiveTypeOf(name, opt_.ArchiveTypes);
-      if (type > 0) {
-        ++stats_.ArchivesSearched;
-        ctx_.progress.SetLabel(Label::Archive, FormatNumber(stats_.ArchivesSearched));
-        Search_ScanArchive(pathBuf_, type);
-        if (Stopped()) return;
-      }
-    }
-  }
+  return true;
 }
 
 }  // namespace kelvor

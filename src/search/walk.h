@@ -1,6 +1,9 @@
 #pragma once
-// The folder stack of the walks: one frame per folder the walk stands in,
-// with the folder's entries read in the order the system gives them.
+// The walk over a folder tree: one frame per folder the walk stands in, with
+// the folder's entries read in the order the system gives them, and the loop
+// that goes through them (WalkTree). The loop knows nothing of what it walks
+// for: it tells a WalkVisitor that a folder was entered and a file found, so
+// that the search, the archive scan and the file manager share it.
 
 #include <sys/types.h>
 
@@ -9,9 +12,16 @@
 #include <string_view>
 #include <vector>
 
-#include "search/engine.h"
-
 namespace kelvor {
+
+// What the walk's stat call says about a file's identity.
+struct StatIdentity {
+  std::uint64_t dev = 0;
+  std::uint64_t ino = 0;
+  std::uint32_t nlink = 1;
+};
+
+class DirStack;
 
 enum class EntryKind : std::uint8_t { Unknown, File, Folder, Other, Gone };
 
@@ -53,6 +63,7 @@ class DirStack {
   void Pop();
   bool Empty() const { return frames_.empty(); }
   Frame& Top() { return frames_.back(); }
+  const Frame& Top() const { return frames_.back(); }
   std::string_view Name(const DirEntry& e) const {
     return std::string_view(frames_.back().names).substr(e.nameOffset, e.nameLength);
   }
@@ -68,6 +79,34 @@ class DirStack {
   void ReleaseDescriptors(std::size_t keepFrom);
   std::vector<Frame> frames_;
 };
+
+// What a walk is for. Every call comes from the walking thread.
+class WalkVisitor {
+ public:
+  virtual ~WalkVisitor() = default;
+  // Before each entry of a folder: pause, stop and refresh. False ends the
+  // walk.
+  virtual bool Step(const DirStack& stack) = 0;
+  // Whether to enter the subfolder `e` of the top folder.
+  virtual bool WantFolder(const DirStack& stack, const DirEntry& e) = 0;
+  // A folder was entered (the root too); it is the top of the stack.
+  virtual void FolderEntered(DirStack& stack) = 0;
+  // A file of the top folder. False ends the walk.
+  virtual bool FileFound(DirStack& stack, DirEntry& e) = 0;
+};
+
+struct WalkMode {
+  // Stat all files of a folder as it is entered, before FolderEntered, so
+  // that the visitor knows their sizes and times ahead of them.
+  bool statOnEntry = false;
+  // Take the entry type the folder reports for a regular file without a stat
+  // (sizes and times are then unknown).
+  bool trustFileType = false;
+};
+
+// Walks the tree below `root` ("" = "/"): folders depth first, each folder's
+// entries in the order read. False when the root cannot be opened.
+bool WalkTree(const std::string& root, WalkVisitor& visitor, WalkMode mode);
 
 // The extension of a file name: what follows the last ".", "" if none.
 std::string_view ExtensionOf(std::string_view name);

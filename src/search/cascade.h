@@ -1,0 +1,113 @@
+#pragma once
+// The comparison cascade: each file, on arrival, gets its compare key, meets
+// the representative(s) of that key in the file record collection, and is
+// compared where the criteria ask for it. Duplicates go into the result.
+//
+// A file goes through named steps (CheckFile):
+//   1. record: the file's record, its size key after tag and Exif cuts;
+//   2. key: the compare key of the criteria;
+//   3. partner: the representative the file meets, under the rule of the
+//      source compare method, and the comparator's answer whether the file is
+//      its duplicate;
+//   4. group: the file joins (or opens) a group and gets its file row.
+// A criterion that needs more than the key answers through a Comparator
+// (compare/comparator.h); the cascade picks the first one in step order.
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "compare/comparator.h"
+#include "data/file_record_collection.h"
+#include "search/engine.h"
+#include "search/walk.h"
+
+namespace kelvor {
+
+class ContentComparator;
+class LongOperation;
+
+// The name key of a base name (ignored characters, ignored text, method).
+std::string NameKey(const SearchOptions& opt, std::string_view baseName);
+// The base name after ignored characters and ignored text only.
+std::string NameAfterIgnore(const SearchOptions& opt, std::string_view baseName);
+
+// What the cascade works with. All references outlive the cascade.
+struct CascadeContext {
+  const SearchOptions& opt;
+  const std::vector<SourceFolder>& sources;
+  const TextCatalog& texts;
+  Logger& log;
+  ProgressSink& progress;
+  RunState& run;
+  SearchStatistics& stats;
+  ResultModel& result;
+  // The pacing of the compare pass and its refresh, for the cascade's own
+  // loop over further representatives.
+  LongOperation& pacing;
+  const std::function<void()>& refresh;
+  bool sameVolume = true;
+};
+
+class Cascade {
+ public:
+  explicit Cascade(CascadeContext ctx);
+  ~Cascade();
+  Cascade(const Cascade&) = delete;
+  Cascade& operator=(const Cascade&) = delete;
+
+  // One file on disk of source `sourceNr` (1-based). `folder` is the file's
+  // full folder.
+  void CheckFile(int sourceNr, std::string_view folder, std::string_view name, std::int64_t size,
+                 double dateChanged, double dateCreated, std::int32_t attributes,
+                 const StatIdentity* identity);
+
+  // The walk entered a folder of source `sourceNr`: files whose comparison is
+  // sure to come are read ahead. Only files the filters let through count.
+  void PredictComparisons(const Frame& top, int sourceNr, const FilterOptions& filters);
+  bool ReadsAhead() const;
+
+  // The comparisons and checksums of the comparator (false without one).
+  bool ComparatorCounts(std::int64_t* compares, std::int32_t* checksums) const;
+
+  CStringCollection2& Files() { return files_; }
+  std::string FullPath(const FileRecord& r) const;
+
+ private:
+  // The steps of one file.
+  bool MakeRecord(int sourceNr, std::string_view folder, std::string_view name, std::int64_t size,
+                  double dateChanged, double dateCreated, std::int32_t attributes,
+                  const StatIdentity* identity);
+  void CompareSize(FileRecord& rec, const std::string& fullPath, bool* isMP3, bool* isJPG,
+                   bool* isFLAC);
+  void BuildCompareKey(const FileRecord& rec, std::string& key) const;
+  enum class Meeting { Placed, Different, Duplicate };
+  Meeting MeetWithComparator(CascadeFile& file, std::string& key, std::size_t keyLength,
+                             int& suffix, FileRecord& found);
+  Meeting MeetAcrossSources(std::string& key, FileRecord& found);
+  Meeting MeetByKey(std::string& key, FileRecord& found);
+  bool JoinGroup(CascadeFile& file, std::string& key, std::size_t keyLength, int suffix,
+                 FileRecord& found, bool& newGroupMade);
+  bool CollectFurtherRepresentatives(CascadeFile& file, std::string& key, std::size_t keyLength,
+                                     int suffix, FileRecord& found);
+  void AddFileRow(const FileRecord& r, int groupNumber);
+  void SyncCounts();
+
+  CascadeContext ctx_;
+  const SearchOptions& opt_;
+  int sourceNr_ = 0;  // of the file being placed
+  CStringCollection2 files_;
+  // The comparator of the first step the criteria ask for (none: the key
+  // alone decides), and the content comparator when that is it.
+  std::unique_ptr<Comparator> comparator_;
+  ContentComparator* content_ = nullptr;
+  FileRecord recBuf_;   // reused for every file's record
+  std::string keyBuf_;  // reused for every compare key
+  std::string pathBuf_;
+  std::string predictKey_;
+};
+
+}  // namespace kelvor
