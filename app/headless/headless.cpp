@@ -54,9 +54,9 @@ class TerminalProgress final : public ProgressSink {
     drawn_ = true;
     auto& L = labels_;
     err_ << "\r\033[K"
-         << texts_.Get(txt::T9420,
-                       {L[static_cast<int>(Label::Dauer)], L[static_cast<int>(Label::Gesamt)],
-                        L[static_cast<int>(Label::Dups)], L[static_cast<int>(Label::Gruppen)]})
+         << ProgressLine(texts_, L[static_cast<int>(Label::Dauer)],
+                         L[static_cast<int>(Label::Gesamt)], L[static_cast<int>(Label::Dups)],
+                         L[static_cast<int>(Label::Gruppen)])
          << std::flush;
   }
   std::ostream& err_;
@@ -83,6 +83,11 @@ class TerminalPrompt final : public Prompt {
 };
 
 }  // namespace
+
+std::string ProgressLine(const TextCatalog& texts, std::string_view elapsed, std::string_view files,
+                         std::string_view dups, std::string_view groups) {
+  return texts.Get(txt::T9420, {elapsed, files, dups, groups});
+}
 
 std::string HelpText() {
   return R"(Usage: kelvor --headless [OPTIONS] [ITEMS] FOLDER...
