@@ -50,22 +50,32 @@ const Preparation& SearchSession::Prepare() {
   std::string profileError;
   rows_ = ApplyCommandLine(cl, settings, profiles, texts, &profileError);
   if (!profileError.empty()) p.messages.push_back(std::move(profileError));
+  return StartCheck(p);
+}
 
-  std::string rejected = StartSearchForDups(settings, rows_, texts);
+const Preparation& SearchSession::Prepare(std::vector<SourceFolderRow> rows) {
+  rows_ = std::move(rows);
+  return StartCheck(preparation_.emplace());
+}
+
+const Preparation& SearchSession::StartCheck(Preparation& p) {
+  std::string rejected = StartSearchForDups(start_.settings, rows_, start_.texts);
   if (!rejected.empty()) {
     p.verdict = SessionVerdict::Rejected;
     p.messages.push_back(std::move(rejected));
-    return p;
+  } else {
+    p.verdict = SessionVerdict::Ready;
   }
-  p.verdict = SessionVerdict::Ready;
+  runPending_ = p.verdict == SessionVerdict::Ready;
   return p;
 }
 
 RunOutcome SearchSession::Run(ProgressSink& progress, Prompt& prompt, RunState& run) {
   RunOutcome outcome;
-  if (!preparation_ || preparation_->verdict != SessionVerdict::Ready || runStarted_)
-    return outcome;
-  runStarted_ = true;
+  if (!runPending_) return outcome;
+  runPending_ = false;
+  hasResult_ = false;
+  engine_.reset();
   engine_ = std::make_unique<SearchEngine>(
       SearchContext{start_.settings, start_.texts, *logger_, progress, prompt, run});
   outcome.ran = engine_->Search_Start(rows_);

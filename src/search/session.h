@@ -75,14 +75,20 @@ class SearchSession {
   SearchSession& operator=(const SearchSession&) = delete;
 
   // Caller's thread: the command-line items, the source rows without their
-  // marks, the items' folders, a -p: profile, then the start check. Runs
-  // once; later calls give the same answer.
+  // marks, the items' folders, a -p: profile, then the start check. The
+  // command line is read once; later calls give the current preparation.
   const Preparation& Prepare();
+  // Caller's thread, for a later search of the same session (a window's
+  // next search): the start check over `rows` as the window's source list
+  // holds them, with the settings as they stand now. The command line is
+  // not read again.
+  const Preparation& Prepare(std::vector<SourceFolderRow> rows);
 
   // The search over the prepared rows, then the run's log is closed
   // (SaveTmpLog). May run on a worker thread; `progress`, `prompt` and `run`
   // are called or read from that thread only and must outlive the call.
-  // Without a Ready preparation, or when called a second time, nothing runs.
+  // Runs once per preparation that said Ready; otherwise nothing runs. A new
+  // run drops the result of the last one unless it was taken over.
   RunOutcome Run(ProgressSink& progress, Prompt& prompt, RunState& run);
 
   // After Run has returned. Result() is empty before, and after TakeResult.
@@ -113,7 +119,9 @@ class SearchSession {
   ResultModel emptyResult_;
   SearchStatistics emptyStats_;
   std::string noMessage_;
-  bool runStarted_ = false;
+  const Preparation& StartCheck(Preparation& p);
+
+  bool runPending_ = false;  // a Ready preparation that has not run yet
   bool hasResult_ = false;
 };
 

@@ -143,7 +143,7 @@ TEST_F(SearchSessionTest, RunsTheWholeSearchOnTheCallersThread) {
   EXPECT_NE(ReadUtf16File(data_ / "log/Kelvor4.txt").find("Überprüfte Dateien: 3"),
             std::string::npos);
 
-  // A second Run does nothing; the result stays.
+  // A second Run without a new preparation does nothing; the result stays.
   const RunOutcome again = session.Run(progress, prompt, run);
   EXPECT_FALSE(again.ran);
   EXPECT_EQ(session.Result().GroupCount(), 1);
@@ -155,6 +155,38 @@ TEST_F(SearchSessionTest, RunsTheWholeSearchOnTheCallersThread) {
   EXPECT_FALSE(session.HasResult());
   EXPECT_EQ(session.Result().GroupCount(), 0);
   EXPECT_EQ(session.TakeResult(), nullptr);
+}
+
+TEST_F(SearchSessionTest, ALaterSearchTakesTheRowsOfTheWindow) {
+  SearchSession session(Options({"-s3", tree_.string()}), nullptr);
+  ASSERT_EQ(session.Prepare().verdict, SessionVerdict::Ready);
+  NullProgressSink progress;
+  ScriptedPrompt prompt;
+  RunState run;
+  ASSERT_TRUE(session.Run(progress, prompt, run).ran);
+  EXPECT_EQ(session.Result().GroupCount(), 1);
+
+  // Rows that overlap are refused; nothing runs and the last result stays.
+  const std::vector<SourceFolderRow> listed = session.Rows();
+  std::vector<SourceFolderRow> rows = listed;
+  SourceFolderRow inner;
+  inner.path = (tree_ / "a").string();
+  rows.push_back(inner);
+  const Preparation& refused = session.Prepare(rows);
+  EXPECT_EQ(refused.verdict, SessionVerdict::Rejected);
+  ASSERT_EQ(refused.messages.size(), 1u);
+  EXPECT_NE(refused.messages[0].find("überschneiden sich"), std::string::npos);
+  EXPECT_FALSE(session.Run(progress, prompt, run).ran);
+  EXPECT_EQ(session.Result().GroupCount(), 1);
+
+  // The window's list as it stands now: a new search over the changed tree.
+  tmp_.Write("tree/d/w.txt", "other content");
+  ASSERT_EQ(session.Prepare(listed).verdict, SessionVerdict::Ready);
+  const RunOutcome second = session.Run(progress, prompt, run);
+  EXPECT_TRUE(second.ran);
+  EXPECT_EQ(session.Result().GroupCount(), 2);
+  EXPECT_EQ(session.Stats().FilesTotal, 4);
+  EXPECT_NE(LastSearchLog().find("Überprüfte Dateien: 4"), std::string::npos);
 }
 
 TEST_F(SearchSessionTest, BadItemsAndRejectedSetupsNeverRun) {
