@@ -11,15 +11,11 @@
 #include <iostream>
 #include <optional>
 
-#include "frame/log.h"
 #include "frame/run_state.h"
-#include "frame/settings_store.h"
 #include "frame/sinks.h"
 #include "frame/startup.h"
 #include "frame/texts.h"
-#include "search/command_line.h"
-#include "search/engine.h"
-#include "search/source_folders.h"
+#include "search/session.h"
 
 namespace kelvor {
 
@@ -35,7 +31,8 @@ extern "C" void OnInterrupt(int) {
 // Shows progress on standard error once a second, and only on a terminal.
 class TerminalProgress final : public ProgressSink {
  public:
-  explicit TerminalProgress(std::ostream& err) : err_(err), tty_(::isatty(STDERR_FILENO) == 1) {}
+  TerminalProgress(std::ostream& err, const TextCatalog& texts)
+      : err_(err), texts_(texts), tty_(::isatty(STDERR_FILENO) == 1) {}
   ~TerminalProgress() override { Finish(); }
 
   void SetLabel(Label l, std::string_view text) override {
@@ -56,12 +53,14 @@ class TerminalProgress final : public ProgressSink {
     last_ = now;
     drawn_ = true;
     auto& L = labels_;
-    err_ << "\r\033[K" << L[static_cast<int>(Label::Dauer)]
-         << "  Dateien: " << L[static_cast<int>(Label::Gesamt)]
-         << "  Duplikate: " << L[static_cast<int>(Label::Dups)]
-         << "  Gruppen: " << L[static_cast<int>(Label::Gruppen)] << std::flush;
+    err_ << "\r\033[K"
+         << ProgressLine(texts_, L[static_cast<int>(Label::Dauer)],
+                         L[static_cast<int>(Label::Gesamt)], L[static_cast<int>(Label::Dups)],
+                         L[static_cast<int>(Label::Gruppen)])
+         << std::flush;
   }
   std::ostream& err_;
+  const TextCatalog& texts_;
   bool tty_;
   bool drawn_ = false;
   std::chrono::steady_clock::time_point last_{};
@@ -84,6 +83,11 @@ class TerminalPrompt final : public Prompt {
 };
 
 }  // namespace
+
+std::string ProgressLine(const TextCatalog& texts, std::string_view elapsed, std::string_view files,
+                         std::string_view dups, std::string_view groups) {
+  return texts.Get(txt::T9420, {elapsed, files, dups, groups});
+}
 
 std::string HelpText() {
   return R"(Usage: kelvor --headless [OPTIONS] [ITEMS] FOLDER...
@@ -168,61 +172,45 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   }
 
   TerminalPrompt prompt(err);
-  StartupOptions so;
+  SessionOptions so;
   so.executable = ExecutablePath(argv0);
-  so.dataDirOption = dataDir;
-  for (const auto& it : items)
-    if (it == "-RESTART") so.restart = true;
-  StartupResult start = RunStartup(so, Environment::FromProcess(), &prompt);
-  const AppPaths& paths = start.paths;
-  SettingsStore& settings = start.settings;
-  const TextCatalog& texts = start.texts;
+  so.dataDir = dataDir;
+  so.items = items;
+  so.env = Environment::FromProcess();
+  SearchSession session(std::move(so), &prompt);
 
-  Logger logger(paths.generalLog, paths.runLog, paths.lastSearchLog);
-  // Old entries leave the general log as the retention setting says.
-  LogfileDEL(settings, logger, texts);
-  CommandLine cl = Init_Kommandozeile(items, settings, paths.profileFolder);
-  if (!cl.unknown.empty()) {
-    for (const auto& u : cl.unknown)
+  const Preparation& prep = session.Prepare();
+  if (prep.verdict == SessionVerdict::BadCommandLine) {
+    for (const auto& u : prep.unknownItems)
       err << "kelvor: unknown item '" << u << "' (see kelvor --help)\n";
     return kExitRejected;
   }
-  std::string profileError;
-  std::vector<SourceFolderRow> rows =
-      ApplyCommandLine(cl, settings, paths.profileFolder, texts, &profileError);
-  if (!profileError.empty()) err << profileError << '\n';
+  for (const auto& m : prep.messages) err << m << '\n';
+  if (prep.verdict != SessionVerdict::Ready) return kExitRejected;
 
-  std::string rejected = StartSearchForDups(settings, rows, texts);
-  if (!rejected.empty()) {
-    err << rejected << '\n';
-    return kExitRejected;
-  }
-
-  TerminalProgress progress(err);
+  TerminalProgress progress(err, session.Texts());
   RunState run;
-  SearchEngine engine(SearchContext{settings, texts, logger, progress, prompt, run});
   g_interruptTarget.store(&run);
   struct sigaction sa {};
   sa.sa_handler = OnInterrupt;
   ::sigaction(SIGINT, &sa, nullptr);
   ::sigaction(SIGTERM, &sa, nullptr);
-  bool ran = engine.Search_Start(rows);
+  const RunOutcome outcome = session.Run(progress, prompt, run);
   g_interruptTarget.store(nullptr);
   progress.Finish();
-  std::string logError;
-  if (!logger.SaveTmpLog(&logError) && !logError.empty()) err << logError << '\n';
-  if (!ran) return kExitRejected;
+  if (!outcome.logError.empty()) err << outcome.logError << '\n';
+  if (!outcome.ran) return kExitRejected;
 
   if (json) {
-    PrintJson(engine.Result(), engine.Stats(), engine.ElapsedSeconds(), out);
+    PrintJson(session.Result(), session.Stats(), session.ElapsedSeconds(), out);
   } else if (nul) {
-    PrintNullSeparated(engine.Result(), out);
+    PrintNullSeparated(session.Result(), out);
   } else {
-    PrintGroups(engine.Result(), out);
+    PrintGroups(session.Result(), out);
   }
-  if (!engine.ClosingMessage().empty()) err << engine.ClosingMessage() << '\n';
+  if (!session.ClosingMessage().empty()) err << session.ClosingMessage() << '\n';
   out.flush();
-  return run.StopReason.load() == kStopUser ? kExitStopped : kExitDone;
+  return outcome.stoppedByUser ? kExitStopped : kExitDone;
 }
 
 }  // namespace kelvor

@@ -10,6 +10,7 @@
 namespace kelvor {
 
 class ResultModel;
+class TextCatalog;
 struct SearchStatistics;
 
 // Exit codes.
@@ -40,6 +41,11 @@ void PrintJson(const ResultModel& result, const SearchStatistics& stats, double 
 // which bash, zsh and ksh read back to the exact bytes; all others stay as
 // they are.
 std::string QuoteForLine(std::string_view name);
+
+// The terminal's progress line (text 9420): elapsed time, files, duplicates
+// and groups as the progress labels show them.
+std::string ProgressLine(const TextCatalog& texts, std::string_view elapsed, std::string_view files,
+                         std::string_view dups, std::string_view groups);
 
 std::string HelpText();
 
