@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <vector>
 
 #include "compare/picture_decoder.h"
 #include "data/file_system.h"
@@ -171,24 +172,22 @@ class FreeImagePictureDecoder : public PictureDecoder {
       *errorText = "FreeImage_ConvertTo24Bits: the picture could not be converted";
       return false;
     }
-    Dib small(FreeImage_Rescale(dib.p, width, height, FILTER_BILINEAR));
-    if (!small.p || FreeImage_GetBPP(small.p) != 24) {
-      *errorText = "FreeImage_Rescale: the picture could not be scaled";
-      return false;
-    }
-    out->width = width;
-    out->height = height;
-    out->rgb.resize(static_cast<std::size_t>(width) * height * 3);
-    std::uint8_t* d = out->rgb.data();
-    for (int y = 0; y < height; ++y) {
-      // FreeImage keeps the bottom row first.
-      const BYTE* line = FreeImage_GetScanLine(small.p, height - 1 - y);
-      for (int x = 0; x < width; ++x, line += 3) {
+    // FreeImage keeps the bottom row first.
+    const int w = static_cast<int>(FreeImage_GetWidth(dib.p));
+    const int h = static_cast<int>(FreeImage_GetHeight(dib.p));
+    PicStretcher stretcher(w, h, width, height);
+    std::vector<std::uint8_t> row(static_cast<std::size_t>(w) * 3);
+    for (int y = 0; y < h; ++y) {
+      const BYTE* line = FreeImage_GetScanLine(dib.p, h - 1 - y);
+      std::uint8_t* d = row.data();
+      for (int x = 0; x < w; ++x, line += 3) {
         *d++ = line[FI_RGBA_RED];
         *d++ = line[FI_RGBA_GREEN];
         *d++ = line[FI_RGBA_BLUE];
       }
+      stretcher.AddRow(row.data());
     }
+    *out = stretcher.Finish();
     if (origWidth) *origWidth = ow;
     if (origHeight) *origHeight = oh;
     return true;

@@ -10,7 +10,9 @@
 #include <QImage>
 #include <QImageReader>
 #include <QSize>
+#include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "compare/picture_decoder.h"
 #include "data/file_system.h"
@@ -166,15 +168,21 @@ class QtPictureDecoder : public PictureDecoder {
     QImageReader& reader = pic.reader();
     const QSize size = reader.size();
     if (size.isValid()) {
-      // Only the JPEG reader decodes at a reduced scale (others that take a
-      // scaled size decode in full first), so only it may exceed the cap.
-      if (TooLarge(size) && reader.format() != "jpeg") {
+      if (reader.format() == "jpeg") {
+        // libjpeg decodes at 1/2, 1/4 or 1/8 scale for a fraction of the
+        // work; take the smallest that still covers the thumbnail.
+        for (int scale : {8, 4, 2}) {
+          QSize scaled(size.width() / scale, size.height() / scale);
+          if (scaled.width() >= width && scaled.height() >= height) {
+            reader.setScaledSize(scaled);
+            break;
+          }
+        }
+      } else if (TooLarge(size)) {
+        // The other readers decode at full size first.
         *errorText = TooLargeText(size);
         return false;
       }
-      // Readers that can (JPEG) decode at a reduced scale; for the others
-      // QImageReader scales the decoded picture.
-      reader.setScaledSize(QSize(width, height));
     }
     QImage img;
     if (!reader.read(&img) || img.isNull()) {
@@ -182,29 +190,44 @@ class QtPictureDecoder : public PictureDecoder {
       return false;
     }
     const QSize orig = size.isValid() ? size : img.size();
-    if (img.width() != width || img.height() != height)
-      img = img.scaled(width, height, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-    // Premultiplied colour is the colour laid over black.
-    img = img.convertToFormat(QImage::Format_ARGB32_Premultiplied);
-    if (img.isNull() || img.width() != width || img.height() != height) {
-      *errorText = "QImageReader: the picture could not be scaled";
-      return false;
-    }
-    out->width = width;
-    out->height = height;
-    out->rgb.resize(static_cast<std::size_t>(width) * height * 3);
-    std::uint8_t* d = out->rgb.data();
-    for (int y = 0; y < height; ++y) {
-      const QRgb* line = reinterpret_cast<const QRgb*>(img.constScanLine(y));
-      for (int x = 0; x < width; ++x) {
-        *d++ = static_cast<std::uint8_t>(qRed(line[x]));
-        *d++ = static_cast<std::uint8_t>(qGreen(line[x]));
-        *d++ = static_cast<std::uint8_t>(qBlue(line[x]));
-      }
-    }
+    PicStretcher stretcher(img.width(), img.height(), width, height);
+    FeedRows(img, stretcher);
+    *out = stretcher.Finish();
     if (origWidth) *origWidth = orig.width();
     if (origHeight) *origHeight = orig.height();
     return true;
+  }
+
+ private:
+  // Hands the picture's rows to the stretcher as RGB laid over black
+  // (premultiplied colour is exactly that). Other pixel formats are
+  // converted in bands, so that no full-size copy is made.
+  static void FeedRows(const QImage& img, PicStretcher& stretcher) {
+    const int w = img.width(), h = img.height();
+    std::vector<std::uint8_t> row(static_cast<std::size_t>(w) * 3);
+    auto feed = [&](const QImage& src, int y, bool premultiply) {
+      const QRgb* line = reinterpret_cast<const QRgb*>(src.constScanLine(y));
+      std::uint8_t* d = row.data();
+      for (int x = 0; x < w; ++x) {
+        QRgb p = premultiply ? qPremultiply(line[x]) : line[x];
+        *d++ = static_cast<std::uint8_t>(qRed(p));
+        *d++ = static_cast<std::uint8_t>(qGreen(p));
+        *d++ = static_cast<std::uint8_t>(qBlue(p));
+      }
+      stretcher.AddRow(row.data());
+    };
+    const QImage::Format f = img.format();
+    if (f == QImage::Format_RGB32 || f == QImage::Format_ARGB32 ||
+        f == QImage::Format_ARGB32_Premultiplied) {
+      for (int y = 0; y < h; ++y) feed(img, y, f == QImage::Format_ARGB32);
+      return;
+    }
+    constexpr int kBand = 64;
+    for (int y0 = 0; y0 < h; y0 += kBand) {
+      const int rows = std::min(kBand, h - y0);
+      QImage band = img.copy(0, y0, w, rows).convertToFormat(QImage::Format_ARGB32_Premultiplied);
+      for (int y = 0; y < rows; ++y) feed(band, y, false);
+    }
   }
 };
 

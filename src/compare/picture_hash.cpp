@@ -97,6 +97,77 @@ RgbImage MirrorHorizontally(const RgbImage& src) {
 
 }  // namespace
 
+namespace {
+
+// Overlap of [a0, a1) and [b0, b1).
+inline std::int64_t Overlap(std::int64_t a0, std::int64_t a1, std::int64_t b0, std::int64_t b1) {
+  std::int64_t lo = std::max(a0, b0), hi = std::min(a1, b1);
+  return hi > lo ? hi - lo : 0;
+}
+
+}  // namespace
+
+PicStretcher::PicStretcher(int srcWidth, int srcHeight, int width, int height)
+    : srcWidth_(std::max(srcWidth, 1)),
+      srcHeight_(std::max(srcHeight, 1)),
+      width_(std::max(width, 1)),
+      height_(std::max(height, 1)),
+      columnSums_(static_cast<std::size_t>(srcHeight_) * width_ * 3, 0) {}
+
+void PicStretcher::AddRow(const std::uint8_t* rgb) {
+  if (rowsAdded_ >= srcHeight_) return;
+  std::int64_t* out = &columnSums_[static_cast<std::size_t>(rowsAdded_) * width_ * 3];
+  ++rowsAdded_;
+  // Source pixel i spans [i w, (i + 1) w), thumbnail column X spans
+  // [X W, (X + 1) W), both in units of 1/w source pixel.
+  const std::int64_t W = srcWidth_, w = width_;
+  for (int X = 0; X < width_; ++X) {
+    const std::int64_t x0 = X * W, x1 = (X + 1) * W;
+    std::int64_t first = x0 / w, last = (x1 - 1) / w;
+    std::int64_t r = 0, g = 0, b = 0;
+    for (std::int64_t i = first; i <= last && i < W; ++i) {
+      std::int64_t k = Overlap(i * w, (i + 1) * w, x0, x1);
+      r += k * rgb[i * 3];
+      g += k * rgb[i * 3 + 1];
+      b += k * rgb[i * 3 + 2];
+    }
+    out[X * 3] = r;
+    out[X * 3 + 1] = g;
+    out[X * 3 + 2] = b;
+  }
+}
+
+RgbImage PicStretcher::Finish() const {
+  RgbImage img;
+  img.width = width_;
+  img.height = height_;
+  img.rgb.assign(static_cast<std::size_t>(width_) * height_ * 3, 0);
+  const std::int64_t H = srcHeight_, h = height_;
+  // Each thumbnail pixel covers W x H units of area.
+  const std::int64_t area = static_cast<std::int64_t>(srcWidth_) * srcHeight_;
+  for (int Y = 0; Y < height_; ++Y) {
+    const std::int64_t y0 = Y * H, y1 = (Y + 1) * H;
+    std::int64_t first = y0 / h, last = (y1 - 1) / h;
+    for (int c = 0; c < width_ * 3; ++c) {
+      std::int64_t sum = 0;
+      for (std::int64_t j = first; j <= last && j < H; ++j) {
+        std::int64_t k = Overlap(j * h, (j + 1) * h, y0, y1);
+        sum += k * columnSums_[static_cast<std::size_t>(j) * width_ * 3 + c];
+      }
+      img.rgb[static_cast<std::size_t>(Y) * width_ * 3 + c] =
+          static_cast<std::uint8_t>(std::min<std::int64_t>(255, (2 * sum + area) / (2 * area)));
+    }
+  }
+  return img;
+}
+
+RgbImage PicStretch(const RgbImage& src, int width, int height) {
+  PicStretcher s(src.width, src.height, width, height);
+  for (int y = 0; y < src.height; ++y)
+    s.AddRow(&src.rgb[static_cast<std::size_t>(y) * src.width * 3]);
+  return s.Finish();
+}
+
 RgbImage PicTurnForm(const RgbImage& img, int form) {
   if (form <= 0 || form >= kPicFormCount) return img;
   // Forms 1..3 turn by 1..3 quarters; 4..7 turn by 0..3 quarters and mirror.

@@ -49,6 +49,32 @@ int PicHashLength(PicHashAlgo algo, int side);
 // shape meets the turned stretch of the original.
 void PicThumbSize(PicHashAlgo algo, int side, int form, int* width, int* height);
 
+// Stretches a picture, without regard to its aspect, into a thumbnail of
+// width x height by exact area averages: each thumbnail pixel is the mean of
+// the source area it covers, in integers, rounded half up. Being exact, it
+// commutes with turning and mirroring, so a turned picture's thumbnail is
+// the turned thumbnail of the original. Rows are given top first, one at a
+// time, as RGB (3 bytes a pixel), so that a decoder never has to hold the
+// whole picture in this form.
+class PicStretcher {
+ public:
+  PicStretcher(int srcWidth, int srcHeight, int width, int height);
+  // The next source row, srcWidth x 3 bytes.
+  void AddRow(const std::uint8_t* rgb);
+  int RowsAdded() const { return rowsAdded_; }
+  // The thumbnail; rows not given count as black.
+  RgbImage Finish() const;
+
+ private:
+  int srcWidth_, srcHeight_, width_, height_;
+  int rowsAdded_ = 0;
+  // Per source row and thumbnail column: the weighted sums of the row's
+  // pixels under that column (weights in units of 1/width of a pixel).
+  std::vector<std::int64_t> columnSums_;
+};
+// The same on a whole image.
+RgbImage PicStretch(const RgbImage& src, int width, int height);
+
 // The image in form 0..7 (see above). A quarter turn swaps width and height.
 RgbImage PicTurnForm(const RgbImage& img, int form);
 
