@@ -65,11 +65,13 @@ bool JpegReachesEnd(const unsigned char* p, std::size_t n) {
   }
 }
 
-// An open picture: the file, or for JPEG its bytes in memory (checked for
-// completeness first), ready for a QImageReader.
+// An open picture: the file, or for decoding a JPEG its bytes in memory
+// (checked for completeness first), ready for a QImageReader.
 class OpenPicture {
  public:
-  bool Open(const std::string& path, std::string* errorText) {
+  // `wholeJpeg`: a JPEG is read into memory and checked to reach its end
+  // (for decoding); without it only what the header needs is read.
+  bool Open(const std::string& path, bool wholeJpeg, std::string* errorText) {
     std::string err;
     struct stat st {};
     int fd = xOpenFileForReading(path, nullptr, &err, &st);
@@ -87,7 +89,7 @@ class OpenPicture {
       return false;
     }
     QByteArray head = file_.peek(3);
-    if (head.size() == 3 && static_cast<unsigned char>(head[0]) == 0xFF &&
+    if (wholeJpeg && head.size() == 3 && static_cast<unsigned char>(head[0]) == 0xFF &&
         static_cast<unsigned char>(head[1]) == 0xD8 &&
         static_cast<unsigned char>(head[2]) == 0xFF) {
       bytes_ = file_.readAll();
@@ -136,7 +138,7 @@ class QtPictureDecoder : public PictureDecoder {
   bool GetPictureDimension(const std::string& path, int* width, int* height,
                            std::string* errorText) override {
     OpenPicture pic;
-    if (!pic.Open(path, errorText)) return false;
+    if (!pic.Open(path, false, errorText)) return false;
     QImageReader& reader = pic.reader();
     QSize size = reader.size();
     if (!size.isValid()) {
@@ -164,7 +166,7 @@ class QtPictureDecoder : public PictureDecoder {
       return false;
     }
     OpenPicture pic;
-    if (!pic.Open(path, errorText)) return false;
+    if (!pic.Open(path, true, errorText)) return false;
     QImageReader& reader = pic.reader();
     const QSize size = reader.size();
     if (size.isValid()) {

@@ -375,6 +375,30 @@ TEST_F(PictureFileTest, TurnedAndMirroredFilesMeetTheirForm) {
   }
 }
 
+TEST_F(PictureFileTest, DirectFormatsReadWithoutAnApplication) {
+  // No QCoreApplication exists in this test program: the Qt image plug-ins
+  // (jpeg, gif, tiff, ico) must load all the same.
+  Convert("-size 160x120 -seed 2 plasma:fractal " + P("d.png"));
+  for (std::string ext : {"bmp", "tif", "jpg", "gif", "ico"})
+    Convert(P("d.png") + " " + P("d." + ext));
+  std::unique_ptr<PictureDecoder> dec = MakePictureDecoder();
+  PicHash png = Hash(*dec, "d.png", PicHashAlgo::kAverage, 16);
+  for (std::string ext : {"bmp", "tif", "jpg", "gif", "ico"}) {
+    SCOPED_TRACE(ext);
+    int w = 0, h = 0;
+    std::string err;
+    ASSERT_TRUE(dec->GetPictureDimension(P("d." + ext), &w, &h, &err)) << err;
+    EXPECT_EQ(w, 160);
+    EXPECT_EQ(h, 120);
+    int percent = Percent(png, Hash(*dec, "d." + ext, PicHashAlgo::kAverage, 16));
+    if (ext == "bmp" || ext == "tif") {
+      EXPECT_EQ(percent, 100);  // lossless
+    } else {
+      EXPECT_GE(percent, 91);
+    }
+  }
+}
+
 TEST_F(PictureFileTest, ExifOrientationIsNotApplied) {
   Convert("-size 320x240 -seed 5 plasma:fractal -quality 90 " + P("plain.jpg"));
   // Same pixels, with an Exif orientation of "turned 90 to the right".
