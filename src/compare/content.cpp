@@ -37,6 +37,15 @@ constexpr std::size_t kHashReadSize = 1 << 20;
 constexpr std::size_t kMaxQueuedJobs = 512;
 constexpr std::size_t kMaxDoneJobs = 4096;
 
+// One-shot digest of a buffer, for the prefix made beside a full checksum.
+bool DigestOf(EVP_MD* md, const unsigned char* data, std::size_t n, std::string* out) {
+  unsigned char d[EVP_MAX_MD_SIZE];
+  unsigned int len = 0;
+  if (!md || EVP_Digest(data, n, d, &len, md, nullptr) != 1) return false;
+  out->assign(reinterpret_cast<const char*>(d), len);
+  return true;
+}
+
 constexpr const char* kShortRead = "end of file reached early";
 
 const char* AlgorithmName(int mode) {
@@ -157,12 +166,16 @@ class Hasher {
   Hasher& operator=(const Hasher&) = delete;
 
   // CreateHashFromFile. `stop` is tested after every block; `progress` gets
-  // (bytes done, bytes in range) after every block.
+  // (bytes done, bytes in range) after every block. With `limit` > 0 only the
+  // first `limit` bytes of the range are digested (the prefix digest). With
+  // `prefixOut`, the prefix digest of kPrefixDigestBytes is made on the way
+  // from the first block (left empty when that fails).
   std::string Hash(const std::string& path, const HashRange& range, const ExpectedFile* expected,
                    const std::function<bool()>& stop,
                    const std::function<void(std::int64_t, std::int64_t)>& progress,
-                   std::string* error) {
+                   std::string* error, std::int64_t limit = 0, std::string* prefixOut = nullptr) {
     error->clear();
+    if (prefixOut) prefixOut->clear();
     if (stop && stop()) return {};
     ReadFile file;
     std::string err;
@@ -214,6 +227,7 @@ class Hasher {
       *error = "File to small: " + std::to_string(length) + " (" + std::to_string(start) + ")";
       return {};
     }
+    if (limit > 0) length = std::min(length, limit);
     if (EVP_DigestInit_ex(ctx_, md_, nullptr) != 1) {
       *error = "CryptCreateHash: " + OpenSslError();
       return {};
@@ -240,6 +254,11 @@ class Hasher {
         return {};
       }
       std::memset(buf_.data() + avail, 0, n - static_cast<std::size_t>(avail));
+      if (prefixOut && done == 0 &&
+          !DigestOf(md_, buf_.data(),
+                    std::min<std::size_t>(n, static_cast<std::size_t>(kPrefixDigestBytes)),
+                    prefixOut))
+        prefixOut->clear();
       if (EVP_DigestUpdate(ctx_, buf_.data(), n) != 1) {
         *error = "CryptBinHashData: " + OpenSslError();
         return {};
@@ -374,6 +393,21 @@ class Prefetcher {
     return true;
   }
 
+  // The prefix digest of a finished job, which stays for a later Take. False
+  // when the job is not finished, failed, or was made for another range.
+  bool PeekPrefix(const std::string& path, const HashRange& range, const ExpectedFile& expected,
+                  std::string* prefix) {
+    std::lock_guard<std::mutex> lock(m_);
+    auto it = jobs_.find(path);
+    if (it == jobs_.end()) return false;
+    const Job& job = it->second;
+    if (job.state != State::Done || job.stopped || !job.error.empty() || job.prefix.empty() ||
+        !(job.range == range) || !(job.expected == expected))
+      return false;
+    *prefix = job.prefix;
+    return true;
+  }
+
  private:
   enum class State { Queued, Running, Done };
   struct Job {
@@ -382,6 +416,7 @@ class Prefetcher {
     State state = State::Queued;
     bool stopped = false;
     std::string digest, error;
+    std::string prefix;                    // the prefix digest, made from the first block
     std::list<std::string>::iterator pos;  // in queue_ or done_, by state
   };
 
@@ -400,11 +435,11 @@ class Prefetcher {
       const ExpectedFile expected = it->second.expected;
       lock.unlock();
 
-      std::string error;
+      std::string error, prefix;
       std::string digest = hasher_.Hash(
           path, range, &expected,
           [this] { return quitFlag_.load(std::memory_order_relaxed) || run_.StopRequested(); },
-          nullptr, &error);
+          nullptr, &error, 0, &prefix);
 
       lock.lock();
       it = jobs_.find(path);
@@ -413,6 +448,7 @@ class Prefetcher {
       job.stopped = digest.empty() && error.empty();
       job.digest = std::move(digest);
       job.error = std::move(error);
+      job.prefix = std::move(prefix);
       done_.push_back(path);
       job.pos = std::prev(done_.end());
       // Digests nobody asked for go first-in first-out.
@@ -542,6 +578,22 @@ std::string ContentComparer::TakeOrMakeHash(const std::string& path, const HashR
       path, range, &expected, [this] { return run_.StopRequested(); }, progress, error);
   ClearReadProgress();
   return digest;
+}
+
+bool ContentComparer::PrefixDigest(const FileRecord& rec, const std::string& fullPath,
+                                   const HashRange& range, std::string* digest) {
+  if (opt_.mode == kCompareSideBySide || rec.ArchiveType != 0 || rec.HaveErrorMessage) return false;
+  const ExpectedFile expected = WalkExpectation(rec);
+  if (!(prefetch_ && prefetch_->PeekPrefix(fullPath, range, expected, digest))) {
+    std::string error;
+    *digest = hasher_->Hash(
+        fullPath, range, &expected, [this] { return run_.StopRequested(); }, nullptr, &error,
+        kPrefixDigestBytes);
+    // A failure is left to the full comparison, which reports it.
+    if (!error.empty() || digest->empty()) return false;
+  }
+  ++PrefixCount;
+  return true;
 }
 
 bool ContentComparer::EnsureHash(FileRecord& rec, const std::string& fullPath,

@@ -61,6 +61,11 @@ struct ContentCompareOptions {
   bool deleteTempFilesAfterCreateChecksum = false;  // chkZipDeleteTempFilesAfterCreateChecksum
 };
 
+// Bytes at the start of the compared range that a prefix digest covers (all
+// of the range when it is shorter). Files whose prefix digests differ cannot
+// have equal checksums.
+constexpr std::int64_t kPrefixDigestBytes = 4096;
+
 // Digest length in bytes of a checksum mode (0 for side by side or unknown).
 int DigestLength(int mode);
 // The method's list text: "MD5", "SHA1-160", ... ("" for side by side).
@@ -151,10 +156,19 @@ class ContentComparer {
   // full. Safe to call for files never compared.
   void Prefetch(const std::string& fullPath, const FileRecord& rec);
 
+  // The digest of the first kPrefixDigestBytes of the file's range (made
+  // here, or taken from the read-ahead helper, which makes it beside the full
+  // checksum). Counted in PrefixCount. False for side by side, archive
+  // members, records in error and any failure (the full comparison then
+  // meets the problem and reports it).
+  bool PrefixDigest(const FileRecord& rec, const std::string& fullPath, const HashRange& range,
+                    std::string* digest);
+
   void SetArchiveTempFiles(ArchiveTempFiles* archive) { archive_ = archive; }
 
   std::int64_t CompareCount = 0;   // pairs really compared
   std::int32_t ChecksumCount = 0;  // checksums made
+  std::int32_t PrefixCount = 0;    // prefix digests made
 
  private:
   int CompareByChecksum(FileRecord& newRec, const std::string& newFullPath, FileRecord& found,

@@ -205,16 +205,19 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
 
 Cascade::~Cascade() = default;
 
-bool Cascade::ComparatorCounts(std::int64_t* compares, std::int32_t* checksums) const {
+bool Cascade::ComparatorCounts(std::int64_t* compares, std::int32_t* checksums,
+                               std::int32_t* prefixes) const {
   if (!comparator_) return false;
   *compares = comparator_->CompareCount();
   *checksums = comparator_->ChecksumCount();
+  if (prefixes) *prefixes = comparator_->PrefixCount();
   return true;
 }
 
 void Cascade::SyncCounts() {
   ctx_.stats.CompareCount = comparator_->CompareCount();
   ctx_.stats.ChecksumCount = comparator_->ChecksumCount();
+  ctx_.stats.PrefixCount = comparator_->PrefixCount();
 }
 
 // Step 1: the file's record. False when the file takes no part.
@@ -329,7 +332,8 @@ Cascade::Meeting Cascade::MeetWithComparator(CascadeFile& file, std::string& key
   const int method = opt_.SourceCompareMethod;
   const std::string_view base = std::string_view(key).substr(0, keyLength);
   std::int32_t foundNode = 0;
-  if (files_.Add(key, rec, nullptr, &foundNode) != 0) {
+  if (const std::int32_t node = files_.Add(key, rec, nullptr, &foundNode); node != 0) {
+    rec.RecordNumber = node;
     comparator_->BecameRepresentative(base, rec);
     return Meeting::Placed;
   }
@@ -339,8 +343,10 @@ Cascade::Meeting Cascade::MeetWithComparator(CascadeFile& file, std::string& key
     key.resize(keyLength);
     fmt::format_to(std::back_inserter(key), "{}", suffix);
     if (!answer->matched) {
-      if (files_.Add(key, rec, nullptr, &foundNode) != 0)
+      if (const std::int32_t node = files_.Add(key, rec, nullptr, &foundNode); node != 0) {
+        rec.RecordNumber = node;
         comparator_->BecameRepresentative(std::string_view(key).substr(0, keyLength), rec);
+      }
       return Meeting::Placed;
     }
     foundNode = files_.Find(key);

@@ -71,7 +71,8 @@ class Cascade {
   bool ReadsAhead() const;
 
   // The comparisons and checksums of the comparator (false without one).
-  bool ComparatorCounts(std::int64_t* compares, std::int32_t* checksums) const;
+  bool ComparatorCounts(std::int64_t* compares, std::int32_t* checksums,
+                        std::int32_t* prefixes = nullptr) const;
 
   CStringCollection2& Files() { return files_; }
   std::string FullPath(const FileRecord& r) const;

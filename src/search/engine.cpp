@@ -386,10 +386,11 @@ void SearchEngine::EndOfSearch(bool skippedCompare) {
   ProgressSink& p = ctx_.progress;
   const int reason = ctx_.run.StopReason.load();
   std::int64_t compares = 0;
-  std::int32_t checksums = 0;
-  if (cascade_ && cascade_->ComparatorCounts(&compares, &checksums)) {
+  std::int32_t checksums = 0, prefixes = 0;
+  if (cascade_ && cascade_->ComparatorCounts(&compares, &checksums, &prefixes)) {
     stats_.CompareCount = std::max(stats_.CompareCount, compares);
     stats_.ChecksumCount = checksums;
+    stats_.PrefixCount = prefixes;
   }
   elapsedSeconds_ = ElapsedNow();
   if (!skippedCompare) {
@@ -498,6 +499,8 @@ void SearchEngine::LogStatistics() {
     ctx_.log.LogProtokoll(t.Get(txt::T5043, {FormatNumber(stats_.CompareCount)}));
   if (stats_.ChecksumCount > 0)
     ctx_.log.LogProtokoll(t.Get(txt::T5087, {FormatNumber(stats_.ChecksumCount)}));
+  if (stats_.PrefixCount > 0)
+    ctx_.log.LogProtokoll(t.Get(txt::T5088, {FormatNumber(stats_.PrefixCount)}));
   ctx_.progress.SetLabel(Label::StatusBar, "     " + closingMessage_);
   ctx_.log.LogProtokoll(closingMessage_);
 }

@@ -50,6 +50,7 @@ struct SearchStatistics {
   std::int32_t GroupCount = 0;
   std::int64_t CompareCount = 0;
   std::int32_t ChecksumCount = 0;
+  std::int32_t PrefixCount = 0;  // digests of file beginnings made before checksums
   std::int32_t ArchivesSearched = 0;
   std::int32_t ArchiveFilesChecked = 0;
   std::int32_t FilesExtracted = 0;
