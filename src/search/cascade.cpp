@@ -9,6 +9,7 @@
 #include <cmath>
 
 #include "compare/audio_tags.h"
+#include "compare/checksum_cache.h"
 #include "compare/content_comparator.h"
 #include "compare/exif.h"
 #include "data/file_identity.h"
@@ -189,6 +190,7 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
                                                              ctx_.log, ctx_.run, ctx_.progress);
           content_ = content.get();
           comparator_ = std::move(content);
+          OpenChecksumCache();
         }
         break;
       case CascadeStep::FuzzyNames:
@@ -204,6 +206,23 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
 }
 
 Cascade::~Cascade() = default;
+
+void Cascade::OpenChecksumCache() {
+  if (!ctx_.paths || !opt_.Content.checksumCache || opt_.Content.mode == kCompareSideBySide) return;
+  std::string message;
+  checksumCache_ = ChecksumCache::Open(ChecksumCachePath(*ctx_.paths), ctx_.texts, &message);
+  // Either why the search goes on without the cache, or a note about it
+  // (rebuilt after damage, read only).
+  if (!message.empty()) ctx_.log.LogProtokoll(message, true);
+  if (checksumCache_) content_->Comparer().SetChecksumCache(checksumCache_.get());
+}
+
+std::int32_t Cascade::FinishChecksumCache() {
+  if (!content_) return 0;
+  if (checksumCache_) checksumCache_->Flush();
+  content_->Comparer().TakeCacheMessages();
+  return content_->Comparer().CacheCount;
+}
 
 bool Cascade::ComparatorCounts(std::int64_t* compares, std::int32_t* checksums,
                                std::int32_t* prefixes) const {

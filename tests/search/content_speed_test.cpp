@@ -2,14 +2,18 @@
 // files' first bytes before their checksums. Checked through what the user
 // sees: groups, counters and the run log.
 
+#include <chrono>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "frame/app_paths.h"
 #include "frame/log.h"
 #include "frame/run_state.h"
 #include "frame/settings_store.h"
@@ -62,7 +66,7 @@ class ContentSpeedTest : public ::testing::Test {
                                        data_ / "lastsearch.txt");
     logger_->SetPanel(&progress_);
     engine_ = std::make_unique<SearchEngine>(
-        SearchContext{settings_, texts_, *logger_, progress_, prompt_, run_});
+        SearchContext{settings_, texts_, *logger_, progress_, prompt_, run_, paths_});
     SourceFolderRow r;
     r.path = tree_.string();
     EXPECT_TRUE(engine_->Search_Start({r}));
@@ -81,6 +85,16 @@ class ContentSpeedTest : public ::testing::Test {
     return out;
   }
   std::string RunLog() const { return ReadUtf16File(data_ / "run.txt"); }
+  std::string GeneralLog() const { return ReadUtf16File(data_ / "Kelvor4.txt"); }
+  // Searches keep their checksums in the data folder from now on.
+  void UseDataFolder() {
+    appPaths_.dataFolder = data_;
+    appPaths_.dataSubFolder = tmp_.Mkdir("data/data");
+    paths_ = &appPaths_;
+  }
+  // The cache stores no digest of a file changed in the last two seconds,
+  // whose times could still stay the same across a write.
+  static void LetFilesSettle() { std::this_thread::sleep_for(std::chrono::milliseconds(2300)); }
   // A log line that ends with `text`.
   static bool HasLine(const std::string& log, const std::string& text) {
     for (std::size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) {
@@ -98,6 +112,8 @@ class ContentSpeedTest : public ::testing::Test {
   QuietSink progress_;
   NoPrompt prompt_;
   RunState run_;
+  AppPaths appPaths_;
+  const AppPaths* paths_ = nullptr;
   std::unique_ptr<SearchEngine> engine_;
 };
 
@@ -156,6 +172,80 @@ TEST_F(ContentSpeedTest, SmallFilesAndTagRulesGoWithoutPrefixes) {
   // The small files are hashed as before; of the large ones only b1 and b2.
   EXPECT_EQ(engine_->Stats().ChecksumCount, 5);
   EXPECT_EQ(engine_->Stats().PrefixCount, 3);
+}
+
+// A second search over an unchanged tree reads no file for a checksum: every
+// digest comes from the cache, with the same groups. A file rewritten between
+// the runs (same size, new content, new time) is hashed afresh and joins the
+// group its new content belongs to.
+TEST_F(ContentSpeedTest, ChecksumCacheServesUnchangedFilesOnly) {
+  UseDataFolder();
+  const std::string body(10000, 'q');
+  W("a/x1.bin", body);
+  W("b/x2.bin", body);
+  W("c/y.bin", "Y" + body.substr(1));
+  W("d/z.bin", body.substr(0, 9999) + "Z");
+  W("e/s1.txt", "small");
+  W("f/s2.txt", "small");
+  W("e/m1.txt", std::string(3000, 'm'));
+  W("f/m2.txt", std::string(3000, 'm'));
+  const Groups expected{
+      {"a/x1.bin", "b/x2.bin"}, {"e/s1.txt", "f/s2.txt"}, {"e/m1.txt", "f/m2.txt"}};
+  Set("ContentCompare", "2");
+  LetFilesSettle();
+
+  EXPECT_EQ(Run(), expected);
+  const SearchStatistics first = engine_->Stats();
+  EXPECT_EQ(first.CacheCount, 0);
+  EXPECT_GT(first.ChecksumCount, 0);
+  EXPECT_TRUE(fs::exists(data_ / "data" / "checksums.sqlite"));
+
+  EXPECT_EQ(Run(), expected);
+  const SearchStatistics second = engine_->Stats();
+  // Files no longer than a digest are their own checksum: read, not cached.
+  EXPECT_EQ(second.ChecksumCount, 2);
+  EXPECT_EQ(second.PrefixCount, 0);
+  EXPECT_EQ(second.CacheCount, first.ChecksumCount - 2 + first.PrefixCount);
+  EXPECT_EQ(second.CompareCount, first.CompareCount);
+  EXPECT_TRUE(HasLine(RunLog(), "Prüfsummen aus dem Prüfsummen-Cache übernommen: " +
+                                    std::to_string(second.CacheCount)))
+      << RunLog();
+  EXPECT_TRUE(HasLine(RunLog(), "Prüfsummen erstellt: 2")) << RunLog();
+
+  // y gets x1's content; its size stays, its time moves on.
+  W("c/y.bin", body);
+  test::SetMtime(tree_ / "c/y.bin", 1700000000);
+  const Groups changed{
+      {"a/x1.bin", "b/x2.bin", "c/y.bin"}, {"e/s1.txt", "f/s2.txt"}, {"e/m1.txt", "f/m2.txt"}};
+  EXPECT_EQ(Run(), changed);
+  // y's checksum (and no other of the larger files) is made anew.
+  EXPECT_EQ(engine_->Stats().ChecksumCount, 2 + 1);
+  EXPECT_GT(engine_->Stats().CacheCount, 0);
+
+  // With the cache switched off every digest is made again.
+  Set("ChecksumCache", "0");
+  EXPECT_EQ(Run(), changed);
+  EXPECT_EQ(engine_->Stats().CacheCount, 0);
+  EXPECT_GT(engine_->Stats().ChecksumCount, 0);
+}
+
+// A damaged cache file changes no group: the search logs why and goes on.
+TEST_F(ContentSpeedTest, DamagedChecksumCacheIsLoggedAndChangesNothing) {
+  UseDataFolder();
+  {
+    std::ofstream junk(data_ / "data" / "checksums.sqlite", std::ios::binary);
+    junk << std::string(8192, '\x5a');
+  }
+  const std::string body(10000, 'q');
+  W("a/x1.bin", body);
+  W("b/x2.bin", body);
+  W("c/y.bin", "Y" + body.substr(1));
+  Set("ContentCompare", "2");
+  EXPECT_EQ(Run(), (Groups{{"a/x1.bin", "b/x2.bin"}}));
+  const std::string logs = RunLog() + GeneralLog();
+  EXPECT_NE(logs.find("Prüfsummen-Cache"), std::string::npos) << logs;
+  EXPECT_NE(logs.find("checksums.sqlite"), std::string::npos) << logs;
+  EXPECT_EQ(engine_->Stats().CacheCount, 0);
 }
 
 }  // namespace
