@@ -87,12 +87,15 @@ class Comparator {
   virtual bool AreDuplicates(FileRecord& a, const std::string& aPath, FileRecord& b,
                              const std::string& bPath, const CascadeFile& rules) = 0;
 
-  // The file became a representative of `key` (the key without its suffix).
+  // The file became a representative of `key` (the key without its suffix);
+  // `rec.RecordNumber` is its node in the collection.
   virtual void BecameRepresentative(std::string_view /*key*/, const FileRecord& /*rec*/) {}
 
-  // Comparisons made (or counted) so far, and checksums made.
+  // Comparisons made (or counted) so far, checksums made, and digests of
+  // file beginnings made as a first stage before checksums.
   virtual std::int64_t CompareCount() const = 0;
   virtual std::int32_t ChecksumCount() const { return 0; }
+  virtual std::int32_t PrefixCount() const { return 0; }
 };
 
 }  // namespace kelvor

@@ -16,6 +16,7 @@
 #include <thread>
 #include <unordered_map>
 
+#include "compare/checksum_cache.h"
 #include "compare/file_io.h"
 #include "frame/formats.h"
 #include "frame/log.h"
@@ -36,6 +37,15 @@ constexpr std::size_t kHashReadSize = 1 << 20;
 // for the cascade. Both bound memory to a few hundred KiB of paths.
 constexpr std::size_t kMaxQueuedJobs = 512;
 constexpr std::size_t kMaxDoneJobs = 4096;
+
+// One-shot digest of a buffer, for the prefix made beside a full checksum.
+bool DigestOf(EVP_MD* md, const unsigned char* data, std::size_t n, std::string* out) {
+  unsigned char d[EVP_MAX_MD_SIZE];
+  unsigned int len = 0;
+  if (!md || EVP_Digest(data, n, d, &len, md, nullptr) != 1) return false;
+  out->assign(reinterpret_cast<const char*>(d), len);
+  return true;
+}
 
 constexpr const char* kShortRead = "end of file reached early";
 
@@ -142,10 +152,17 @@ HashRange HashRangeFor(const FileRecord& rec, const std::string& partnerExtensio
 
 namespace compare_detail {
 
+// Where the digests of one Hash call came from.
+struct HashSource {
+  bool digestFromCache = false;
+  bool prefixFromCache = false;
+};
+
 // One digest context with its read buffer; one per thread that hashes.
 class Hasher {
  public:
-  explicit Hasher(int mode) : digestLength_(DigestLength(mode)) {
+  explicit Hasher(int mode, ChecksumCache* cache = nullptr)
+      : mode_(mode), digestLength_(DigestLength(mode)), cache_(cache) {
     if (const char* name = AlgorithmName(mode)) md_ = EVP_MD_fetch(nullptr, name, nullptr);
     ctx_ = EVP_MD_CTX_new();
   }
@@ -157,12 +174,20 @@ class Hasher {
   Hasher& operator=(const Hasher&) = delete;
 
   // CreateHashFromFile. `stop` is tested after every block; `progress` gets
-  // (bytes done, bytes in range) after every block.
+  // (bytes done, bytes in range) after every block. With `limit` > 0 only the
+  // first `limit` bytes of the range are digested (the prefix digest). With
+  // `prefixOut`, the prefix digest of kPrefixDigestBytes is made on the way
+  // from the first block (left empty when that fails).
   std::string Hash(const std::string& path, const HashRange& range, const ExpectedFile* expected,
                    const std::function<bool()>& stop,
                    const std::function<void(std::int64_t, std::int64_t)>& progress,
-                   std::string* error) {
+                   std::string* error, std::int64_t limit = 0, std::string* prefixOut = nullptr,
+                   HashSource* source = nullptr) {
     error->clear();
+    if (prefixOut) prefixOut->clear();
+    HashSource localSource;
+    if (!source) source = &localSource;
+    *source = HashSource{};
     if (stop && stop()) return {};
     ReadFile file;
     std::string err;
@@ -214,6 +239,35 @@ class Hasher {
       *error = "File to small: " + std::to_string(length) + " (" + std::to_string(start) + ")";
       return {};
     }
+    if (limit > 0) length = std::min(length, limit);
+
+    // The cache knows the file by the state its descriptor has now, taken
+    // before any byte is read: a write after this point moves ctime and so
+    // cannot be stored under this state for long (see minStateAge).
+    ChecksumKey key, prefixKey;
+    const bool cached = cache_ && TakeState(file, &key.file);
+    if (cached) {
+      key.mode = mode_;
+      key.range = range;
+      prefixKey = key;
+      prefixKey.span = ChecksumSpan::kPrefix;
+      prefixKey.prefixBytes = static_cast<std::uint32_t>(kPrefixDigestBytes);
+      if (limit > 0) {
+        if (auto hit = cache_->Lookup(prefixKey)) {
+          source->digestFromCache = true;
+          return std::move(*hit);
+        }
+      } else if (auto hit = cache_->Lookup(key)) {
+        if (prefixOut) {
+          if (auto prefixHit = cache_->Lookup(prefixKey)) {
+            *prefixOut = std::move(*prefixHit);
+            source->prefixFromCache = true;
+          }
+        }
+        source->digestFromCache = true;
+        return std::move(*hit);
+      }
+    }
     if (EVP_DigestInit_ex(ctx_, md_, nullptr) != 1) {
       *error = "CryptCreateHash: " + OpenSslError();
       return {};
@@ -240,6 +294,11 @@ class Hasher {
         return {};
       }
       std::memset(buf_.data() + avail, 0, n - static_cast<std::size_t>(avail));
+      if (prefixOut && done == 0 &&
+          !DigestOf(md_, buf_.data(),
+                    std::min<std::size_t>(n, static_cast<std::size_t>(kPrefixDigestBytes)),
+                    prefixOut))
+        prefixOut->clear();
       if (EVP_DigestUpdate(ctx_, buf_.data(), n) != 1) {
         *error = "CryptBinHashData: " + OpenSslError();
         return {};
@@ -255,11 +314,25 @@ class Hasher {
       *error = "CryptGetHashParam: " + OpenSslError();
       return {};
     }
-    return std::string(reinterpret_cast<const char*>(md), mdLen);
+    std::string digest(reinterpret_cast<const char*>(md), mdLen);
+    if (cached) {
+      cache_->Store(limit > 0 ? prefixKey : key, digest);
+      if (prefixOut && !prefixOut->empty()) cache_->Store(prefixKey, *prefixOut);
+    }
+    return digest;
   }
 
  private:
+  static bool TakeState(const ReadFile& file, ChecksumFileState* state) {
+    struct stat st;
+    if (::fstat(file.Fd(), &st) != 0) return false;
+    *state = ChecksumFileStateFrom(st);
+    return true;
+  }
+
+  int mode_;
   int digestLength_;
+  ChecksumCache* cache_;
   EVP_MD* md_ = nullptr;
   EVP_MD_CTX* ctx_ = nullptr;
   std::vector<unsigned char> buf_;
@@ -316,7 +389,8 @@ namespace compare_detail {
 // by `m` except the hasher, which only the helper thread touches.
 class Prefetcher {
  public:
-  Prefetcher(int mode, const RunState& run) : hasher_(mode), run_(run) {
+  Prefetcher(int mode, const RunState& run, ChecksumCache* cache)
+      : hasher_(mode, cache), run_(run) {
     worker_ = std::thread([this] { Run(); });
   }
   ~Prefetcher() {
@@ -347,7 +421,7 @@ class Prefetcher {
   // False: nothing usable, the caller hashes the file itself.
   // A stop request ends the wait for a job in progress.
   bool Take(const std::string& path, const HashRange& range, const ExpectedFile& expected,
-            std::string* digest, std::string* error) {
+            std::string* digest, std::string* error, bool* fromCache) {
     std::unique_lock<std::mutex> lock(m_);
     auto it = jobs_.find(path);
     if (it == jobs_.end()) return false;
@@ -371,6 +445,23 @@ class Prefetcher {
     if (job.stopped || !(job.range == range) || !(job.expected == expected)) return false;
     *digest = std::move(job.digest);
     *error = std::move(job.error);
+    *fromCache = job.source.digestFromCache;
+    return true;
+  }
+
+  // The prefix digest of a finished job, which stays for a later Take. False
+  // when the job is not finished, failed, or was made for another range.
+  bool PeekPrefix(const std::string& path, const HashRange& range, const ExpectedFile& expected,
+                  std::string* prefix, bool* fromCache) {
+    std::lock_guard<std::mutex> lock(m_);
+    auto it = jobs_.find(path);
+    if (it == jobs_.end()) return false;
+    const Job& job = it->second;
+    if (job.state != State::Done || job.stopped || !job.error.empty() || job.prefix.empty() ||
+        !(job.range == range) || !(job.expected == expected))
+      return false;
+    *prefix = job.prefix;
+    *fromCache = job.source.prefixFromCache;
     return true;
   }
 
@@ -382,6 +473,8 @@ class Prefetcher {
     State state = State::Queued;
     bool stopped = false;
     std::string digest, error;
+    std::string prefix;  // the prefix digest, made from the first block
+    HashSource source;
     std::list<std::string>::iterator pos;  // in queue_ or done_, by state
   };
 
@@ -400,11 +493,12 @@ class Prefetcher {
       const ExpectedFile expected = it->second.expected;
       lock.unlock();
 
-      std::string error;
+      std::string error, prefix;
+      HashSource source;
       std::string digest = hasher_.Hash(
           path, range, &expected,
           [this] { return quitFlag_.load(std::memory_order_relaxed) || run_.StopRequested(); },
-          nullptr, &error);
+          nullptr, &error, 0, &prefix, &source);
 
       lock.lock();
       it = jobs_.find(path);
@@ -413,6 +507,8 @@ class Prefetcher {
       job.stopped = digest.empty() && error.empty();
       job.digest = std::move(digest);
       job.error = std::move(error);
+      job.prefix = std::move(prefix);
+      job.source = source;
       done_.push_back(path);
       job.pos = std::prev(done_.end());
       // Digests nobody asked for go first-in first-out.
@@ -456,6 +552,17 @@ ContentComparer::ContentComparer(const ContentCompareOptions& options, const Tex
 
 ContentComparer::~ContentComparer() = default;
 
+void ContentComparer::SetChecksumCache(ChecksumCache* cache) {
+  if (prefetch_ || opt_.mode == kCompareSideBySide) return;  // only before the first digest
+  cache_ = cache;
+  hasher_ = std::make_unique<compare_detail::Hasher>(opt_.mode, cache_);
+}
+
+void ContentComparer::TakeCacheMessages() {
+  if (!cache_) return;
+  for (const std::string& m : cache_->TakeMessages()) log_.LogProtokoll(m, true);
+}
+
 void ContentComparer::Prefetch(const std::string& fullPath, const FileRecord& rec) {
   if (opt_.mode == kCompareSideBySide || rec.ArchiveType != 0 || rec.HashCreated[0] ||
       rec.HaveErrorMessage || fullPath.empty())
@@ -469,7 +576,7 @@ void ContentComparer::Prefetch(const std::string& fullPath, const FileRecord& re
       (EqualsAsciiNoCase(rec.Extension, "jpg") || EqualsAsciiNoCase(rec.Extension, "jpeg") ||
        EqualsAsciiNoCase(rec.Extension, "cr2"));
   const bool flac = opt_.ignoreFlacMetadata && EqualsAsciiNoCase(rec.Extension, "flac");
-  if (!prefetch_) prefetch_ = std::make_unique<compare_detail::Prefetcher>(opt_.mode, run_);
+  if (!prefetch_) prefetch_ = std::make_unique<compare_detail::Prefetcher>(opt_.mode, run_, cache_);
   prefetch_->Add(fullPath, HashRangeFor(rec, rec.Extension, mp3, jpg, flac), WalkExpectation(rec));
 }
 
@@ -530,18 +637,46 @@ bool ContentComparer::PathToRead(FileRecord& rec, const std::string& fullPath, s
 }
 
 std::string ContentComparer::TakeOrMakeHash(const std::string& path, const HashRange& range,
-                                            const ExpectedFile& expected, std::string* error) {
+                                            const ExpectedFile& expected, std::string* error,
+                                            bool* fromCache) {
   std::string digest;
-  if (prefetch_ && prefetch_->Take(path, range, expected, &digest, error)) return digest;
+  *fromCache = false;
+  if (prefetch_ && prefetch_->Take(path, range, expected, &digest, error, fromCache)) return digest;
   const Clock::time_point begin = Clock::now();
   auto progress = [&](std::int64_t done, std::int64_t total) {
     if (progressShown_ || Clock::now() - begin > std::chrono::seconds(2))
       ShowReadProgress(texts_.Get(txt::T5028, {ChecksumName(opt_.mode)}), path, "-", done, total);
   };
+  compare_detail::HashSource source;
   digest = hasher_->Hash(
-      path, range, &expected, [this] { return run_.StopRequested(); }, progress, error);
+      path, range, &expected, [this] { return run_.StopRequested(); }, progress, error, 0, nullptr,
+      &source);
+  *fromCache = source.digestFromCache;
   ClearReadProgress();
   return digest;
+}
+
+bool ContentComparer::PrefixDigest(const FileRecord& rec, const std::string& fullPath,
+                                   const HashRange& range, std::string* digest) {
+  if (opt_.mode == kCompareSideBySide || rec.ArchiveType != 0 || rec.HaveErrorMessage) return false;
+  const ExpectedFile expected = WalkExpectation(rec);
+  bool fromCache = false;
+  if (!(prefetch_ && prefetch_->PeekPrefix(fullPath, range, expected, digest, &fromCache))) {
+    std::string error;
+    compare_detail::HashSource source;
+    *digest = hasher_->Hash(
+        fullPath, range, &expected, [this] { return run_.StopRequested(); }, nullptr, &error,
+        kPrefixDigestBytes, nullptr, &source);
+    fromCache = source.digestFromCache;
+    TakeCacheMessages();
+    // A failure is left to the full comparison, which reports it.
+    if (!error.empty() || digest->empty()) return false;
+  }
+  if (fromCache)
+    ++CacheCount;
+  else
+    ++PrefixCount;
+  return true;
 }
 
 bool ContentComparer::EnsureHash(FileRecord& rec, const std::string& fullPath,
@@ -557,7 +692,9 @@ bool ContentComparer::EnsureHash(FileRecord& rec, const std::string& fullPath,
     return false;
   }
   std::string error;
-  std::string digest = TakeOrMakeHash(path, range, WalkExpectation(rec), &error);
+  bool fromCache = false;
+  std::string digest = TakeOrMakeHash(path, range, WalkExpectation(rec), &error, &fromCache);
+  TakeCacheMessages();
   if (!error.empty()) {
     log_.LogProtokoll(texts_.Get(txt::T5029, {error, DisplayPath(rec, fullPath)}), true);
     rec.HaveErrorMessage = true;
@@ -568,8 +705,12 @@ bool ContentComparer::EnsureHash(FileRecord& rec, const std::string& fullPath,
     *code = kContentStopped;
     return false;
   }
-  ++ChecksumCount;
-  progress_.SetLabel(Label::ChecksumCreated, FormatNumber(ChecksumCount));
+  if (fromCache) {
+    ++CacheCount;
+  } else {
+    ++ChecksumCount;
+    progress_.SetLabel(Label::ChecksumCreated, FormatNumber(ChecksumCount));
+  }
   rec.SetHash(std::move(digest));
   if (*createdTemp && opt_.deleteTempFilesAfterCreateChecksum && archive_ &&
       archive_->DeleteTempFile(rec))

@@ -22,6 +22,7 @@ namespace kelvor {
 
 class TextCatalog;
 class Logger;
+class ChecksumCache;
 struct RunState;
 class ProgressSink;
 namespace compare_io {
@@ -59,7 +60,13 @@ struct ContentCompareOptions {
   bool ignoreFlacMetadata = false;                  // IgnoreFlacMetadata
   bool ignoreExif = false;                          // IgnoreExif
   bool deleteTempFilesAfterCreateChecksum = false;  // chkZipDeleteTempFilesAfterCreateChecksum
+  bool checksumCache = true;  // ChecksumCache: keep checksums across runs (needs the data folder)
 };
+
+// Bytes at the start of the compared range that a prefix digest covers (all
+// of the range when it is shorter). Files whose prefix digests differ cannot
+// have equal checksums.
+constexpr std::int64_t kPrefixDigestBytes = 4096;
 
 // Digest length in bytes of a checksum mode (0 for side by side or unknown).
 int DigestLength(int mode);
@@ -151,10 +158,27 @@ class ContentComparer {
   // full. Safe to call for files never compared.
   void Prefetch(const std::string& fullPath, const FileRecord& rec);
 
+  // The digest of the first kPrefixDigestBytes of the file's range (made
+  // here, or taken from the read-ahead helper, which makes it beside the full
+  // checksum). Counted in PrefixCount. False for side by side, archive
+  // members, records in error and any failure (the full comparison then
+  // meets the problem and reports it).
+  bool PrefixDigest(const FileRecord& rec, const std::string& fullPath, const HashRange& range,
+                    std::string* digest);
+
   void SetArchiveTempFiles(ArchiveTempFiles* archive) { archive_ = archive; }
+
+  // Digests kept across runs: looked up before a file is read, stored after
+  // it was hashed (also by the read-ahead helper). Set before the first
+  // comparison; the cache must outlive this object. Its problems are logged
+  // as they come (TakeCacheMessages).
+  void SetChecksumCache(ChecksumCache* cache);
+  void TakeCacheMessages();
 
   std::int64_t CompareCount = 0;   // pairs really compared
   std::int32_t ChecksumCount = 0;  // checksums made
+  std::int32_t PrefixCount = 0;    // prefix digests made
+  std::int32_t CacheCount = 0;     // checksums and prefix digests taken from the cache
 
  private:
   int CompareByChecksum(FileRecord& newRec, const std::string& newFullPath, FileRecord& found,
@@ -167,7 +191,7 @@ class ContentComparer {
   bool EnsureHash(FileRecord& rec, const std::string& fullPath, const HashRange& range,
                   bool* createdTemp, int* code);
   std::string TakeOrMakeHash(const std::string& path, const HashRange& range,
-                             const ExpectedFile& expected, std::string* error);
+                             const ExpectedFile& expected, std::string* error, bool* fromCache);
   int SideBySide(const std::string& path1, const std::string& path2, const HashRange& r1,
                  const HashRange& r2, const ExpectedFile& e1, const ExpectedFile& e2,
                  bool percentRoute, int* percentOut, std::string* error);
@@ -185,6 +209,7 @@ class ContentComparer {
   RunState& run_;
   ProgressSink& progress_;
   ArchiveTempFiles* archive_ = nullptr;
+  ChecksumCache* cache_ = nullptr;
   std::unique_ptr<compare_detail::Hasher> hasher_;        // checksums made on this thread
   std::unique_ptr<compare_detail::Prefetcher> prefetch_;  // read-ahead thread, started on first use
   std::vector<unsigned char> buf1_, buf2_;                // side-by-side buffers, reused

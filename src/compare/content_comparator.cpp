@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "data/file_record_collection.h"
 #include "data/file_system.h"
@@ -49,6 +50,14 @@ ContentComparator::ContentComparator(const ContentCompareOptions& options, Conte
   // makes two files equal without their checksums.
   indexed_ = opt_.mode > 0 && !opt_.dontCompareHardlinks && rules.comparesEveryMeeting;
   samples_ = opt_.mode == kCompareSideBySide && opt_.percent >= 100;
+  // Prefix digests stand in front of the checksums only where every checksum
+  // covers the whole file. Under a tag rule a record's cached checksum may
+  // cover another range than the one a later meeting asks for, and which
+  // range it covers depends on the partner it was first hashed for: skipping
+  // that first checksum would change what later meetings compare. Hard-link
+  // rules decide by identity before any reading.
+  prefixes_ = opt_.mode > 0 && !opt_.ignoreMP3Tags && !opt_.ignoreExif &&
+              !opt_.ignoreFlacMetadata && !opt_.dontCompareHardlinks;
   // Reading ahead pays only where every meeting is a comparison by checksum
   // over the whole file, whatever its partner.
   readAhead_ = opt_.mode > 0 && !rules.hardlinkSearch && !opt_.ignoreMP3Tags && !opt_.ignoreExif &&
@@ -91,6 +100,11 @@ bool ContentComparator::IsDuplicate(CascadeFile& file, FileRecord& rep, const st
     // reading them side by side.
     ++comparer_.CompareCount;
     dup = false;
+  } else if (prefixes_ && PrefixesDiffer(file, rep, repPath)) {
+    // Their first bytes differ, so their checksums would: a comparison made
+    // without either checksum.
+    ++comparer_.CompareCount;
+    dup = false;
   } else {
     dup = comparer_.Search_CompareContent(file.rec, file.path, rep, repPath, file.isMP3, file.isJPG,
                                           file.isFLAC) == kContentEqual;
@@ -112,6 +126,7 @@ bool ContentComparator::AreDuplicates(FileRecord& a, const std::string& aPath, F
 }
 
 void ContentComparator::BecameRepresentative(std::string_view key, const FileRecord& rec) {
+  if (filePrefix_.has_value()) prefixOf_.emplace(rec.RecordNumber, *filePrefix_);
   if (!indexed_) return;
   auto it = chains_.find(std::string(key));
   if (it == chains_.end()) return;  // the first of its key
@@ -138,6 +153,34 @@ bool ContentComparator::SamplesDiffer(const CascadeFile& file, const FileRecord&
     it = sampleOf_.emplace(rep.RecordNumber, v).first;
   }
   return it->second != *fileSample_;
+}
+
+bool ContentComparator::PrefixesDiffer(const CascadeFile& file, const FileRecord& rep,
+                                       const std::string& repPath) {
+  // Files no longer than the prefix are hashed whole at once; two cached
+  // checksums decide by themselves.
+  if (file.rec.HaveErrorMessage || rep.HaveErrorMessage || file.rec.ArchiveType != 0 ||
+      rep.ArchiveType != 0 || file.rec.SIZE <= kPrefixDigestBytes ||
+      rep.SIZE <= kPrefixDigestBytes || (file.rec.HashCreated[0] && rep.HashCreated[0]))
+    return false;
+  // Without tag rules every range is the whole file.
+  const HashRange whole;
+  auto part = [](const std::string& digest) {
+    std::uint64_t v = 0;
+    std::memcpy(&v, digest.data(), std::min(digest.size(), sizeof v));
+    return v;
+  };
+  std::string digest;
+  if (!filePrefix_.has_value()) {
+    if (!comparer_.PrefixDigest(file.rec, file.path, whole, &digest)) return false;
+    filePrefix_ = part(digest);
+  }
+  auto it = prefixOf_.find(rep.RecordNumber);
+  if (it == prefixOf_.end()) {
+    if (!comparer_.PrefixDigest(rep, repPath, whole, &digest)) return false;
+    it = prefixOf_.emplace(rep.RecordNumber, part(digest)).first;
+  }
+  return it->second != *filePrefix_;
 }
 
 std::string ContentComparator::HashIndexKey(std::string_view key, std::string_view hash) {

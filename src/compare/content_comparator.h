@@ -7,6 +7,9 @@
 //  - in a checksum search, an index from key and checksum to the suffix of the
 //    representative with that checksum, so that a file finds its match
 //    without meeting the representatives one by one;
+//  - in a checksum search without tag rules, a digest of each file's first
+//    4 KiB (the prefix digest), made once per file: files whose prefixes
+//    differ are different without their full checksums;
 //  - in a byte-by-byte search of whole files, a sample of each file's first
 //    and last 4 KiB, read once, which tells most different files apart before
 //    they are read side by side;
@@ -42,7 +45,10 @@ class ContentComparator final : public Comparator {
   ~ContentComparator() override;
 
   CascadeStep Step() const override { return CascadeStep::Content; }
-  void BeginFile() override { fileSample_.reset(); }
+  void BeginFile() override {
+    fileSample_.reset();
+    filePrefix_.reset();
+  }
   std::optional<PartnerAnswer> FindPartner(const CascadeFile& file, KeyPlace place,
                                            const CStringCollection2& files,
                                            std::int32_t firstNode) override;
@@ -53,6 +59,7 @@ class ContentComparator final : public Comparator {
   void BecameRepresentative(std::string_view key, const FileRecord& rec) override;
   std::int64_t CompareCount() const override { return comparer_.CompareCount; }
   std::int32_t ChecksumCount() const override { return comparer_.ChecksumCount; }
+  std::int32_t PrefixCount() const override { return comparer_.PrefixCount; }
 
   ContentComparer& Comparer() { return comparer_; }
 
@@ -82,16 +89,20 @@ class ContentComparator final : public Comparator {
   static std::string HashIndexKey(std::string_view key, std::string_view hash);
   RepChain& ChainOf(std::string_view key, const CStringCollection2& files, std::int32_t firstNode);
   bool SamplesDiffer(const CascadeFile& file, const FileRecord& rep, const std::string& repPath);
+  bool PrefixesDiffer(const CascadeFile& file, const FileRecord& rep, const std::string& repPath);
 
   ContentComparer comparer_;
   ContentCompareOptions opt_;
-  bool indexed_ = false;  // checksum index kept
-  bool samples_ = false;  // samples of whole files
+  bool indexed_ = false;   // checksum index kept
+  bool samples_ = false;   // samples of whole files
+  bool prefixes_ = false;  // prefix digests before full checksums
   bool readAhead_ = false;
   std::unordered_map<std::string, RepChain> chains_;          // keys that met a second file
   std::unordered_map<std::string, int> hashIndex_;            // key + checksum -> suffix
   std::unordered_map<std::int32_t, std::uint64_t> sampleOf_;  // record -> first/last bytes
   std::optional<std::uint64_t> fileSample_;                   // of the file being placed
+  std::unordered_map<std::int32_t, std::uint64_t> prefixOf_;  // record -> prefix digest (part)
+  std::optional<std::uint64_t> filePrefix_;                   // of the file being placed
   RepChain* chain_ = nullptr;  // the chain of the key the file meets now
   std::unordered_map<std::string, std::size_t> firstOfKey_;  // key -> entry without partner yet
 };

@@ -36,6 +36,7 @@ class ReadFile {
   // Hints the kernel that [offset, offset+len) will be read in order.
   void Sequential(std::int64_t offset, std::int64_t len) const;
   bool IsOpen() const { return fd_ >= 0; }
+  int Fd() const { return fd_; }
 
  private:
   int fd_ = -1;

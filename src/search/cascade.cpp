@@ -9,6 +9,7 @@
 #include <cmath>
 
 #include "compare/audio_tags.h"
+#include "compare/checksum_cache.h"
 #include "compare/content_comparator.h"
 #include "compare/exif.h"
 #include "data/file_identity.h"
@@ -189,6 +190,7 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
                                                              ctx_.log, ctx_.run, ctx_.progress);
           content_ = content.get();
           comparator_ = std::move(content);
+          OpenChecksumCache();
         }
         break;
       case CascadeStep::FuzzyNames:
@@ -205,16 +207,36 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
 
 Cascade::~Cascade() = default;
 
-bool Cascade::ComparatorCounts(std::int64_t* compares, std::int32_t* checksums) const {
+void Cascade::OpenChecksumCache() {
+  if (!ctx_.paths || !opt_.Content.checksumCache || opt_.Content.mode == kCompareSideBySide) return;
+  std::string message;
+  checksumCache_ = ChecksumCache::Open(ChecksumCachePath(*ctx_.paths), ctx_.texts, &message);
+  // Either why the search goes on without the cache, or a note about it
+  // (rebuilt after damage, read only).
+  if (!message.empty()) ctx_.log.LogProtokoll(message, true);
+  if (checksumCache_) content_->Comparer().SetChecksumCache(checksumCache_.get());
+}
+
+std::int32_t Cascade::FinishChecksumCache() {
+  if (!content_) return 0;
+  if (checksumCache_) checksumCache_->Flush();
+  content_->Comparer().TakeCacheMessages();
+  return content_->Comparer().CacheCount;
+}
+
+bool Cascade::ComparatorCounts(std::int64_t* compares, std::int32_t* checksums,
+                               std::int32_t* prefixes) const {
   if (!comparator_) return false;
   *compares = comparator_->CompareCount();
   *checksums = comparator_->ChecksumCount();
+  if (prefixes) *prefixes = comparator_->PrefixCount();
   return true;
 }
 
 void Cascade::SyncCounts() {
   ctx_.stats.CompareCount = comparator_->CompareCount();
   ctx_.stats.ChecksumCount = comparator_->ChecksumCount();
+  ctx_.stats.PrefixCount = comparator_->PrefixCount();
 }
 
 // Step 1: the file's record. False when the file takes no part.
@@ -329,7 +351,8 @@ Cascade::Meeting Cascade::MeetWithComparator(CascadeFile& file, std::string& key
   const int method = opt_.SourceCompareMethod;
   const std::string_view base = std::string_view(key).substr(0, keyLength);
   std::int32_t foundNode = 0;
-  if (files_.Add(key, rec, nullptr, &foundNode) != 0) {
+  if (const std::int32_t node = files_.Add(key, rec, nullptr, &foundNode); node != 0) {
+    rec.RecordNumber = node;
     comparator_->BecameRepresentative(base, rec);
     return Meeting::Placed;
   }
@@ -339,8 +362,10 @@ Cascade::Meeting Cascade::MeetWithComparator(CascadeFile& file, std::string& key
     key.resize(keyLength);
     fmt::format_to(std::back_inserter(key), "{}", suffix);
     if (!answer->matched) {
-      if (files_.Add(key, rec, nullptr, &foundNode) != 0)
+      if (const std::int32_t node = files_.Add(key, rec, nullptr, &foundNode); node != 0) {
+        rec.RecordNumber = node;
         comparator_->BecameRepresentative(std::string_view(key).substr(0, keyLength), rec);
+      }
       return Meeting::Placed;
     }
     foundNode = files_.Find(key);

@@ -27,6 +27,7 @@
 
 namespace kelvor {
 
+class ChecksumCache;
 class ContentComparator;
 class LongOperation;
 
@@ -50,6 +51,8 @@ struct CascadeContext {
   LongOperation& pacing;
   const std::function<void()>& refresh;
   bool sameVolume = true;
+  // The application's folders, for the checksum cache (none: no cache).
+  const AppPaths* paths = nullptr;
 };
 
 class Cascade {
@@ -71,7 +74,12 @@ class Cascade {
   bool ReadsAhead() const;
 
   // The comparisons and checksums of the comparator (false without one).
-  bool ComparatorCounts(std::int64_t* compares, std::int32_t* checksums) const;
+  bool ComparatorCounts(std::int64_t* compares, std::int32_t* checksums,
+                        std::int32_t* prefixes = nullptr) const;
+
+  // Writes the checksum cache's waiting stores and logs its problems; the
+  // number of digests taken from it so far.
+  std::int32_t FinishChecksumCache();
 
   CStringCollection2& Files() { return files_; }
   std::string FullPath(const FileRecord& r) const;
@@ -95,11 +103,14 @@ class Cascade {
                                      int suffix, FileRecord& found);
   void AddFileRow(const FileRecord& r, int groupNumber);
   void SyncCounts();
+  void OpenChecksumCache();
 
   CascadeContext ctx_;
   const SearchOptions& opt_;
   int sourceNr_ = 0;  // of the file being placed
   CStringCollection2 files_;
+  // Checksums kept across runs; outlives the comparator and its helper thread.
+  std::unique_ptr<ChecksumCache> checksumCache_;
   // The comparator of the first step the criteria ask for (none: the key
   // alone decides), and the content comparator when that is it.
   std::unique_ptr<Comparator> comparator_;

@@ -357,7 +357,7 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
   currentFolder_ = nullptr;
   cascade_ = std::make_unique<Cascade>(CascadeContext{opt_, sources_, ctx_.texts, ctx_.log,
                                                       ctx_.progress, ctx_.run, stats_, *result_,
-                                                      *pacing_, refresh_, sameVolume_});
+                                                      *pacing_, refresh_, sameVolume_, ctx_.paths});
 
   for (std::size_t i = 0; i < sources_.size(); ++i) {
     currentSourceNr_ = static_cast<int>(i + 1);
@@ -386,10 +386,12 @@ void SearchEngine::EndOfSearch(bool skippedCompare) {
   ProgressSink& p = ctx_.progress;
   const int reason = ctx_.run.StopReason.load();
   std::int64_t compares = 0;
-  std::int32_t checksums = 0;
-  if (cascade_ && cascade_->ComparatorCounts(&compares, &checksums)) {
+  std::int32_t checksums = 0, prefixes = 0;
+  if (cascade_ && cascade_->ComparatorCounts(&compares, &checksums, &prefixes)) {
     stats_.CompareCount = std::max(stats_.CompareCount, compares);
     stats_.ChecksumCount = checksums;
+    stats_.PrefixCount = prefixes;
+    stats_.CacheCount = cascade_->FinishChecksumCache();
   }
   elapsedSeconds_ = ElapsedNow();
   if (!skippedCompare) {
@@ -498,6 +500,10 @@ void SearchEngine::LogStatistics() {
     ctx_.log.LogProtokoll(t.Get(txt::T5043, {FormatNumber(stats_.CompareCount)}));
   if (stats_.ChecksumCount > 0)
     ctx_.log.LogProtokoll(t.Get(txt::T5087, {FormatNumber(stats_.ChecksumCount)}));
+  if (stats_.PrefixCount > 0)
+    ctx_.log.LogProtokoll(t.Get(txt::T5088, {FormatNumber(stats_.PrefixCount)}));
+  if (stats_.CacheCount > 0)
+    ctx_.log.LogProtokoll(t.Get(txt::T5089, {FormatNumber(stats_.CacheCount)}));
   ctx_.progress.SetLabel(Label::StatusBar, "     " + closingMessage_);
   ctx_.log.LogProtokoll(closingMessage_);
 }

@@ -31,6 +31,7 @@
 
 namespace kelvor {
 
+struct AppPaths;
 class Cascade;
 class LongOperation;
 class Logger;
@@ -50,6 +51,8 @@ struct SearchStatistics {
   std::int32_t GroupCount = 0;
   std::int64_t CompareCount = 0;
   std::int32_t ChecksumCount = 0;
+  std::int32_t PrefixCount = 0;  // digests of file beginnings made before checksums
+  std::int32_t CacheCount = 0;   // checksums and prefix digests taken from the checksum cache
   std::int32_t ArchivesSearched = 0;
   std::int32_t ArchiveFilesChecked = 0;
   std::int32_t FilesExtracted = 0;
@@ -74,6 +77,9 @@ struct SearchContext {
   ProgressSink& progress;
   Prompt& prompt;
   RunState& run;
+  // The application's folders. The checksum cache lives in the data folder:
+  // without them a search keeps no checksums across runs.
+  const AppPaths* paths = nullptr;
 };
 
 class SearchEngine {

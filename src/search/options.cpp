@@ -107,6 +107,7 @@ SearchOptions Init_Variablen(const SettingsStore& s, const TextCatalog& texts) {
 
   ContentCompareOptions& c = o.Content;
   c.mode = static_cast<int>(std::clamp<long long>(s.GetInt(kSec, "ContentCompare"), 0, 5));
+  c.checksumCache = s.GetBool(kSec, "ChecksumCache");
   c.percent =
       c.mode == 0
           ? static_cast<int>(std::clamp<long long>(s.GetInt(kSec, "ContentComparePercent"), 1, 100))

@@ -77,6 +77,10 @@ TEST(InitVariablen, GroupTitleModeAndDerivedOptions) {
   EXPECT_EQ(o.Content.mode, 2);  // SHA-1 by default
   EXPECT_EQ(o.HashLength, 20);
   EXPECT_EQ(o.ChecksumText, "Erstelle SHA1-160 Prüfsumme");
+  EXPECT_TRUE(o.Content.checksumCache);  // kept across runs by default
+  s.Set("DupVerz", "ChecksumCache", "0");
+  EXPECT_FALSE(Init_Variablen(s, t).Content.checksumCache);
+  s.Set("DupVerz", "ChecksumCache", "1");
   for (int c : {8, 9}) {
     Only(s, {c});
     EXPECT_TRUE(Init_Variablen(s, t).Ignore0ByteFiles) << c;

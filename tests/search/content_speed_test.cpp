@@ -1,0 +1,252 @@
+// A search by content made faster without changing its answer: digests of the
+// files' first bytes before their checksums. Checked through what the user
+// sees: groups, counters and the run log.
+
+#include <chrono>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "frame/app_paths.h"
+#include "frame/log.h"
+#include "frame/run_state.h"
+#include "frame/settings_store.h"
+#include "frame/sinks.h"
+#include "frame/texts.h"
+#include "results/result_model.h"
+#include "search/engine.h"
+#include "search/source_folders.h"
+#include "support/temp_tree.h"
+
+namespace kelvor {
+namespace {
+
+namespace fs = std::filesystem;
+using test::ReadUtf16File;
+using test::TempDir;
+
+using Group = std::set<std::string>;
+using Groups = std::set<Group>;
+
+struct QuietSink : ProgressSink {
+  void SetLabel(Label, std::string_view) override {}
+  void ProgressBar(int) override {}
+  void LogPanel(std::string_view) override {}
+};
+
+struct NoPrompt : Prompt {
+  void Message(std::string_view, MessageIcon) override {}
+  bool AskYesNo(std::string_view) override { return false; }
+  std::optional<std::string> Input(std::string_view, std::string_view) override {
+    return std::nullopt;
+  }
+};
+
+class ContentSpeedTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    tree_ = tmp_.Mkdir("tree");
+    data_ = tmp_.Mkdir("data");
+    for (int i = 0; i < 10; ++i)
+      settings_.SetBool("DupVerz", "Suchkriterien" + std::to_string(i), i == 3);
+  }
+  void Set(const char* key, std::string value) { settings_.Set("DupVerz", key, std::move(value)); }
+  void W(const std::string& rel, std::string_view content) { tmp_.Write("tree/" + rel, content); }
+
+  // One search over the tree with a fresh log.
+  Groups Run() {
+    fs::remove(data_ / "run.txt");
+    logger_ = std::make_unique<Logger>(data_ / "Kelvor4.txt", data_ / "run.txt",
+                                       data_ / "lastsearch.txt");
+    logger_->SetPanel(&progress_);
+    engine_ = std::make_unique<SearchEngine>(
+        SearchContext{settings_, texts_, *logger_, progress_, prompt_, run_, paths_});
+    SourceFolderRow r;
+    r.path = tree_.string();
+    EXPECT_TRUE(engine_->Search_Start({r}));
+    Groups out;
+    ResultModel& m = engine_->Result();
+    const std::string prefix = tree_.string() + "/";
+    m.ForEachGroup([&](RowRef g) {
+      Group files;
+      m.ForEachFile(g, [&](RowRef f) {
+        files.insert(m.File_GetPathFromNode(f).substr(prefix.size()));
+        return true;
+      });
+      out.insert(files);
+      return true;
+    });
+    return out;
+  }
+  std::string RunLog() const { return ReadUtf16File(data_ / "run.txt"); }
+  std::string GeneralLog() const { return ReadUtf16File(data_ / "Kelvor4.txt"); }
+  // Searches keep their checksums in the data folder from now on.
+  void UseDataFolder() {
+    appPaths_.dataFolder = data_;
+    appPaths_.dataSubFolder = tmp_.Mkdir("data/data");
+    paths_ = &appPaths_;
+  }
+  // The cache stores no digest of a file changed in the last two seconds,
+  // whose times could still stay the same across a write.
+  static void LetFilesSettle() { std::this_thread::sleep_for(std::chrono::milliseconds(2300)); }
+  // A log line that ends with `text`.
+  static bool HasLine(const std::string& log, const std::string& text) {
+    for (std::size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) {
+      const std::size_t end = at + text.size();
+      if (end == log.size() || log[end] == '\r' || log[end] == '\n') return true;
+    }
+    return false;
+  }
+
+  TempDir tmp_;
+  fs::path tree_, data_;
+  SettingsStore settings_;
+  TextCatalog texts_;
+  std::unique_ptr<Logger> logger_;
+  QuietSink progress_;
+  NoPrompt prompt_;
+  RunState run_;
+  AppPaths appPaths_;
+  const AppPaths* paths_ = nullptr;
+  std::unique_ptr<SearchEngine> engine_;
+};
+
+// Five files of one size: two equal, one differing only in its last byte, two
+// differing in their first bytes. Only the files whose beginnings match a
+// partner's are hashed in full; the groups and the number of comparisons are
+// those of the byte-by-byte search.
+TEST_F(ContentSpeedTest, FilesWithDifferentBeginningsNeedNoChecksum) {
+  const std::string body(10000, 'q');
+  W("a/x1.bin", body);
+  W("b/x2.bin", body);
+  W("c/y.bin", "Y" + body.substr(1));
+  W("d/z.bin", body.substr(0, 9999) + "Z");
+  W("e/w.bin", "WW" + body.substr(2));
+  const Groups expected{{"a/x1.bin", "b/x2.bin"}};
+
+  Set("ContentCompare", "0");
+  EXPECT_EQ(Run(), expected);
+  const std::int64_t sideBySideCompares = engine_->Stats().CompareCount;
+
+  for (const char* mode : {"1", "2", "5"}) {
+    SCOPED_TRACE(mode);
+    Set("ContentCompare", mode);
+    EXPECT_EQ(Run(), expected);
+    EXPECT_EQ(engine_->Stats().CompareCount, sideBySideCompares);
+    // x1, x2 and z share their beginning; y and w meet nobody with theirs.
+    EXPECT_EQ(engine_->Stats().ChecksumCount, 3);
+    EXPECT_EQ(engine_->Stats().PrefixCount, 5);
+    const std::string log = RunLog();
+    EXPECT_TRUE(HasLine(log, "Prüfsummen erstellt: 3")) << log;
+    EXPECT_TRUE(HasLine(log, "Prüfsummen der Dateianfänge erstellt: 5")) << log;
+  }
+}
+
+// Files not longer than a prefix are hashed whole at once, and under a tag
+// rule every meeting still makes full checksums: no prefix digests, no line.
+TEST_F(ContentSpeedTest, SmallFilesAndTagRulesGoWithoutPrefixes) {
+  const std::string small(3000, 's');
+  W("a/s1.bin", small);
+  W("b/s2.bin", small);
+  W("c/s3.bin", "S" + small.substr(1));
+  const std::string big(9000, 'b');
+  W("a/b1.mp3", big);
+  W("b/b2.mp3", big);
+  W("c/b3.mp3", "B" + big.substr(1));
+  const Groups expected{{"a/s1.bin", "b/s2.bin"}, {"a/b1.mp3", "b/b2.mp3"}};
+  Set("ContentCompare", "2");
+  Set("IgnoreMP3Tags", "1");
+  EXPECT_EQ(Run(), expected);
+  EXPECT_EQ(engine_->Stats().ChecksumCount, 6);
+  EXPECT_EQ(engine_->Stats().PrefixCount, 0);
+  EXPECT_EQ(RunLog().find("Dateianfänge"), std::string::npos) << RunLog();
+
+  Set("IgnoreMP3Tags", "0");
+  EXPECT_EQ(Run(), expected);
+  // The small files are hashed as before; of the large ones only b1 and b2.
+  EXPECT_EQ(engine_->Stats().ChecksumCount, 5);
+  EXPECT_EQ(engine_->Stats().PrefixCount, 3);
+}
+
+// A second search over an unchanged tree reads no file for a checksum: every
+// digest comes from the cache, with the same groups. A file rewritten between
+// the runs (same size, new content, new time) is hashed afresh and joins the
+// group its new content belongs to.
+TEST_F(ContentSpeedTest, ChecksumCacheServesUnchangedFilesOnly) {
+  UseDataFolder();
+  const std::string body(10000, 'q');
+  W("a/x1.bin", body);
+  W("b/x2.bin", body);
+  W("c/y.bin", "Y" + body.substr(1));
+  W("d/z.bin", body.substr(0, 9999) + "Z");
+  W("e/s1.txt", "small");
+  W("f/s2.txt", "small");
+  W("e/m1.txt", std::string(3000, 'm'));
+  W("f/m2.txt", std::string(3000, 'm'));
+  const Groups expected{
+      {"a/x1.bin", "b/x2.bin"}, {"e/s1.txt", "f/s2.txt"}, {"e/m1.txt", "f/m2.txt"}};
+  Set("ContentCompare", "2");
+  LetFilesSettle();
+
+  EXPECT_EQ(Run(), expected);
+  const SearchStatistics first = engine_->Stats();
+  EXPECT_EQ(first.CacheCount, 0);
+  EXPECT_GT(first.ChecksumCount, 0);
+  EXPECT_TRUE(fs::exists(data_ / "data" / "checksums.sqlite"));
+
+  EXPECT_EQ(Run(), expected);
+  const SearchStatistics second = engine_->Stats();
+  // Files no longer than a digest are their own checksum: read, not cached.
+  EXPECT_EQ(second.ChecksumCount, 2);
+  EXPECT_EQ(second.PrefixCount, 0);
+  EXPECT_EQ(second.CacheCount, first.ChecksumCount - 2 + first.PrefixCount);
+  EXPECT_EQ(second.CompareCount, first.CompareCount);
+  EXPECT_TRUE(HasLine(RunLog(), "Prüfsummen aus dem Prüfsummen-Cache übernommen: " +
+                                    std::to_string(second.CacheCount)))
+      << RunLog();
+  EXPECT_TRUE(HasLine(RunLog(), "Prüfsummen erstellt: 2")) << RunLog();
+
+  // y gets x1's content; its size stays, its time moves on.
+  W("c/y.bin", body);
+  test::SetMtime(tree_ / "c/y.bin", 1700000000);
+  const Groups changed{
+      {"a/x1.bin", "b/x2.bin", "c/y.bin"}, {"e/s1.txt", "f/s2.txt"}, {"e/m1.txt", "f/m2.txt"}};
+  EXPECT_EQ(Run(), changed);
+  // y's checksum (and no other of the larger files) is made anew.
+  EXPECT_EQ(engine_->Stats().ChecksumCount, 2 + 1);
+  EXPECT_GT(engine_->Stats().CacheCount, 0);
+
+  // With the cache switched off every digest is made again.
+  Set("ChecksumCache", "0");
+  EXPECT_EQ(Run(), changed);
+  EXPECT_EQ(engine_->Stats().CacheCount, 0);
+  EXPECT_GT(engine_->Stats().ChecksumCount, 0);
+}
+
+// A damaged cache file changes no group: the search logs why and goes on.
+TEST_F(ContentSpeedTest, DamagedChecksumCacheIsLoggedAndChangesNothing) {
+  UseDataFolder();
+  {
+    std::ofstream junk(data_ / "data" / "checksums.sqlite", std::ios::binary);
+    junk << std::string(8192, '\x5a');
+  }
+  const std::string body(10000, 'q');
+  W("a/x1.bin", body);
+  W("b/x2.bin", body);
+  W("c/y.bin", "Y" + body.substr(1));
+  Set("ContentCompare", "2");
+  EXPECT_EQ(Run(), (Groups{{"a/x1.bin", "b/x2.bin"}}));
+  const std::string logs = RunLog() + GeneralLog();
+  EXPECT_NE(logs.find("Prüfsummen-Cache"), std::string::npos) << logs;
+  EXPECT_NE(logs.find("checksums.sqlite"), std::string::npos) << logs;
+  EXPECT_EQ(engine_->Stats().CacheCount, 0);
+}
+
+}  // namespace
+}  // namespace kelvor
