@@ -11,11 +11,11 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <utility>
 
 #include "frame/formats.h"
 #include "frame/log.h"
 #include "frame/long_operation.h"
-#include "frame/settings_store.h"
 #include "frame/texts.h"
 #include "frame/unicode.h"
 #include "search/cascade.h"
@@ -50,7 +50,7 @@ enum Step {
 
 }  // namespace
 
-SearchEngine::SearchEngine(SearchContext ctx) : ctx_(ctx) {
+SearchEngine::SearchEngine(SearchContext ctx) : ctx_(std::move(ctx)) {
   refresh_ = [this] {
     if (currentFolder_)
       ctx_.progress.SetLabel(Label::AktuellerOrdner, DisplayUtf8(*currentFolder_));
@@ -144,7 +144,7 @@ void SearchEngine::WriteLogHeader() {
   auto log = [&](const std::string& line) { ctx_.log.LogProtokoll(line); };
   log(std::string(50, '-'));
   log("Kelvor " KELVOR_VERSION);
-  log(ctx_.texts.Get(txt::T3682, {GetSearchDescription(ctx_.settings, ctx_.texts)}));
+  log(ctx_.texts.Get(txt::T3682, {opt_.Description}));
   for (std::size_t i = 0; i < sources_.size(); ++i)
     log(ctx_.texts.Get(txt::T5348, {std::to_string(i + 1), DisplayUtf8(sources_[i].path)}));
   log(ctx_.texts.Get(txt::T5173, {SourceCompareCaption(ctx_.texts, opt_.SourceCompareMethod)}));
@@ -154,7 +154,7 @@ void SearchEngine::WriteLogHeader() {
     if (opt_.IgnoreExif) log(ctx_.texts.Get(txt::T5173, {ctx_.texts.Get(txt::T9219)}));
   }
   if (opt_.DontCompareHardlinks) log(ctx_.texts.Get(txt::T5173, {ctx_.texts.Get(txt::T9220)}));
-  for (const auto& line : FilterLogHeaderLines(filters_, ctx_.texts)) log(line);
+  for (const auto& line : FilterLogHeaderLines(opt_.Filters, ctx_.texts)) log(line);
 }
 
 void SearchEngine::BuildSteps() {
@@ -277,9 +277,6 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
   startClock_ = std::chrono::steady_clock::now();
   ctx_.run.SearchState.store(kRunning);
   ctx_.run.StopReason.store(kStopNone);
-  opt_ = Init_Variablen(ctx_.settings, ctx_.texts);
-  std::vector<FilterProblem> problems;
-  filters_ = Init_FilterOptionen(ctx_.settings, opt_.Ignore0ByteFiles, &problems);
   stats_ = SearchStatistics{};
   cascade_.reset();
   pacing_.reset();
@@ -295,10 +292,11 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
        {Label::Gesamt, Label::Dups, Label::Gruppen, Label::Vergleiche, Label::ChecksumCreated,
         Label::Archive, Label::FilesExtracted, Label::FilterFiles, Label::FilterFolder})
     p.SetLabel(l, "0");
-  p.SetLabel(Label::Suchmethode, GetSearchDescription(ctx_.settings, ctx_.texts));
+  p.SetLabel(Label::Suchmethode, opt_.Description);
   searchStartTime_ = Now();
   WriteLogHeader();
-  for (const auto& problem : problems) ctx_.log.LogProtokoll(problem.Text(ctx_.texts), true);
+  for (const auto& problem : opt_.FilterProblems)
+    ctx_.log.LogProtokoll(problem.Text(ctx_.texts), true);
   if (opt_.Prio) ::setpriority(PRIO_PROCESS, 0, 10);
   BuildSteps();
 
@@ -348,10 +346,10 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
   ro.GroupDateB = opt_.GroupDateB;
   ro.GroupAttributes = opt_.GroupAttributes;
   for (const auto& s : sources_) ro.SourceFolders.push_back(s.prefix);
-  ro.Colors = LoadResultColors(ctx_.settings);
+  ro.Colors = opt_.Colors;
   result_->SetOptions(std::move(ro));
   result_->Report_Create_Root_Node();
-  result_->SetDescription(GetSearchDescription(ctx_.settings, ctx_.texts));
+  result_->SetDescription(opt_.Description);
   lastStatisticTime_ = Now();
   pacing_ = MakePacing(kCompareRefresh);
   currentFolder_ = nullptr;
@@ -418,8 +416,7 @@ void SearchEngine::EndOfSearch(bool skippedCompare) {
       }
     }
     ShowStep(kStepFormatSize);
-    result_->Report_ChangeFileSize(
-        static_cast<std::int32_t>(ctx_.settings.GetInt("Optionen", "FormatSize")), true);
+    result_->Report_ChangeFileSize(opt_.FormatSize, true);
     ShowStep(kStepSort);
     result_->SortRows();
 

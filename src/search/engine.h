@@ -34,7 +34,6 @@ namespace kelvor {
 class Cascade;
 class LongOperation;
 class Logger;
-class SettingsStore;
 class TextCatalog;
 
 // The run statistics of the search.
@@ -66,9 +65,11 @@ struct SourceFolder {
   std::uint64_t volumeSerial = 0;
 };
 
-// Everything a run needs from outside. All references outlive the engine.
+// Everything a run needs from outside: the options record, built by the
+// caller with Init_Variablen, and the texts and sinks. The engine is given no
+// settings store. All references outlive the engine.
 struct SearchContext {
-  const SettingsStore& settings;
+  SearchOptions options;
   const TextCatalog& texts;
   Logger& log;
   ProgressSink& progress;
@@ -121,7 +122,6 @@ class SearchEngine {
   double ElapsedNow() const;
   void Search_GetSourceFolderFileCount(const SourceFolder& src, std::int32_t& folderCount);
   void Search_GetFiles(const SourceFolder& src);
-  bool Search_CheckFileFilter(std::int64_t size, std::string_view name, std::string_view fullPath);
 
  public:
   // Search_CheckFile for one file on disk of the current source. `folder` is
@@ -153,8 +153,9 @@ class SearchEngine {
   bool Search_LogFilesWithoutDups(std::string* error);
 
   SearchContext ctx_;
-  SearchOptions opt_;
-  FilterOptions filters_;
+  // The run's options record, as given (the filters keep per-call buffers,
+  // so the engine's own copy serves its one thread).
+  const SearchOptions& opt_ = ctx_.options;
   SearchStatistics stats_;
   std::vector<SourceFolder> sources_;
   int currentSourceNr_ = 0;  // 1-based

@@ -133,8 +133,8 @@ class EngineTest : public ::testing::Test {
       r.path = s.empty() ? tree_.string() : (tree_ / s).string();
       rows.push_back(r);
     }
-    engine_ = std::make_unique<SearchEngine>(
-        SearchContext{settings_, texts_, *logger_, progress_, prompt_, run_});
+    engine_ = std::make_unique<SearchEngine>(SearchContext{
+        Init_Variablen(settings_, texts_), texts_, *logger_, progress_, prompt_, run_});
     EXPECT_TRUE(engine_->Search_Start(rows));
     return Collect();
   }
@@ -492,7 +492,7 @@ TEST_F(EngineTest, StartWithMissingFolders) {
   gone.path = (tree_ / "gone").string();
   here.path = (tree_ / "here").string();
   engine_ = std::make_unique<SearchEngine>(
-      SearchContext{settings_, texts_, *logger_, progress_, prompt_, run_});
+      SearchContext{Init_Variablen(settings_, texts_), texts_, *logger_, progress_, prompt_, run_});
   // One of two missing: logged, the search goes on.
   EXPECT_TRUE(engine_->Search_Start({gone, here}));
   EXPECT_EQ(Collect(), (Groups{{"here/a", "here/b"}}));
