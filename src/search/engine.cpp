@@ -230,14 +230,15 @@ void SearchEngine::Search_ShowProgress() {
     // The panel's captions and values as it shows them now.
     const TextCatalog& t = ctx_.texts;
     ctx_.log.LogProtokoll(fmt::format(
-        "{} {}, {} {}%, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, RAM: {}",
+        "{} {}, {} {}%, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}",
         t.Get(txt::T9320), dauer, t.Get(txt::T9332), percent, t.Get(txt::T9310), gesamt,
         FormatNumber(stats_.DupCount), t.Get(txt::T9311), FormatNumber(stats_.GroupCount),
         t.Get(txt::T9322), big(stats_.CompareCount), t.Get(txt::T9313),
         FormatNumber(stats_.ChecksumCount), t.Get(txt::T9335),
         FormatNumber(stats_.ArchivesSearched), t.Get(txt::T9323),
         FormatNumber(stats_.FilesExtracted), t.Get(txt::T9336), big(stats_.FilesExcluded),
-        t.Get(txt::T9326), big(stats_.FoldersExcluded), t.Get(txt::T9327), FormatNumber(rss)));
+        t.Get(txt::T9326), big(stats_.FoldersExcluded), t.Get(txt::T9327), t.Get(txt::T9450),
+        FormatNumber(rss)));
   }
   // The memory stop: a search this large that holds this much memory ends
   // with what it has found rather than failing.

@@ -139,6 +139,26 @@ class EngineTest : public ::testing::Test {
     return Collect();
   }
 
+  // Runs a search over eight equal files with the statistics line on, held
+  // once it has found a duplicate so that the next file gets a full progress
+  // refresh, which writes the line. False when the run never held.
+  bool RunHeldForStatistics() {
+    for (int i = 0; i < 8; ++i) W("f" + std::to_string(i), "12345");
+    Criteria({2});
+    Set("LogStatistic", "1");
+    Set("LogStatisticMinutes", "0");
+    bool held = false;
+    progress_.onLabel = [&](Label l, std::string_view text) {
+      if (l == Label::Dups && text != "0" && !held) {
+        held = true;
+        ::usleep(1200 * 1000);
+      }
+    };
+    Run();
+    progress_.onLabel = nullptr;
+    return held;
+  }
+
   std::string Rel(const std::string& full) const {
     const std::string prefix = tree_.string() + "/";
     return full.rfind(prefix, 0) == 0 ? full.substr(prefix.size()) : full;
@@ -594,27 +614,23 @@ TEST_F(EngineTest, OddNamesDeepTreesAndLinks) {
 }
 
 TEST_F(EngineTest, StatisticsLineCarriesThePanelsCaptions) {
-  for (int i = 0; i < 8; ++i) W("f" + std::to_string(i), "12345");
-  Criteria({2});
-  Set("LogStatistic", "1");
-  Set("LogStatisticMinutes", "0");
-  // Hold the run once it has found a duplicate, so that the next file gets a
-  // full progress refresh, which writes the statistics line.
-  bool held = false;
-  progress_.onLabel = [&](Label l, std::string_view text) {
-    if (l == Label::Dups && text != "0" && !held) {
-      held = true;
-      ::usleep(1200 * 1000);
-    }
-  };
-  Run();
-  ASSERT_TRUE(held);
+  ASSERT_TRUE(RunHeldForStatistics());
   const std::string log = RunLog();
   const std::regex line(
       "Dauer: [0-9]{2}:[0-9]{2}:[0-9]{2}, Fortschritt: [0-9]+%, Dateien: [0-9]+ / 8, [0-9]+ "
       "Duplikate, [0-9]+ Gruppen, [0-9]+ Vergleiche, 0 Prüfsummen, 0 Archive, 0 entpackt, 0 "
       "Dateien ausgeschlossen, 0 Ordner ausgeschlossen, RAM: [0-9.]+\r\n");
   EXPECT_TRUE(std::regex_search(log, line)) << log;
+}
+
+TEST_F(EngineTest, StatisticsLineFollowsTheLanguage) {
+  const auto file = tmp_.Write("lang_en.txt", "9450,\"Memory:\"\n");
+  texts_.SetLanguage(kLangEnglish);
+  ASSERT_TRUE(texts_.LoadTextFromFile(file));
+  ASSERT_TRUE(RunHeldForStatistics());
+  const std::string log = RunLog();
+  EXPECT_TRUE(std::regex_search(log, std::regex(", Memory: [0-9.]+\r\n"))) << log;
+  EXPECT_EQ(log.find("RAM:"), std::string::npos) << log;
 }
 
 TEST_F(EngineTest, DatesAreWholeSeconds) {
