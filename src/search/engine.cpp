@@ -70,22 +70,6 @@ std::unique_ptr<LongOperation> SearchEngine::MakePacing(std::chrono::millisecond
   return op;
 }
 
-void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view name,
-                                    std::int64_t size, double dateChanged, double dateCreated,
-                                    std::int32_t attributes, const StatIdentity* identity) {
-  if (cascade_)
-    cascade_->CheckFile(currentSourceNr_, folder, name, size, dateChanged, dateCreated, attributes,
-                        identity);
-}
-
-std::string SearchEngine::NameKey(std::string_view baseName) const {
-  return kelvor::NameKey(opt_, baseName);
-}
-
-std::string SearchEngine::NameAfterIgnore(std::string_view baseName) const {
-  return kelvor::NameAfterIgnore(opt_, baseName);
-}
-
 std::string SearchEngine::FullPath(const FileRecord& r) const {
   const SourceFolder& src = sources_[static_cast<std::size_t>(r.SourceNr - 1)];
   std::string p = src.prefix;
@@ -294,7 +278,6 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
         Label::Archive, Label::FilesExtracted, Label::FilterFiles, Label::FilterFolder})
     p.SetLabel(l, "0");
   p.SetLabel(Label::Suchmethode, opt_.Description);
-  searchStartTime_ = Now();
   WriteLogHeader();
   for (const auto& problem : opt_.FilterProblems)
     ctx_.log.LogProtokoll(problem.Text(ctx_.texts), true);

@@ -89,9 +89,7 @@ class SearchEngine {
   // is in ClosingMessage()).
   bool Search_Start(const std::vector<SourceFolderRow>& rows);
 
-  const SearchOptions& Options() const { return opt_; }
   const SearchStatistics& Stats() const { return stats_; }
-  const std::vector<SourceFolder>& Sources() const { return sources_; }
   ResultModel& Result() { return *result_; }
   std::unique_ptr<ResultModel> TakeResult() { return std::move(result_); }
   // The result's closing message ("Duplikate: ..." or "Es wurden ... keine
@@ -123,18 +121,6 @@ class SearchEngine {
   void Search_GetSourceFolderFileCount(const SourceFolder& src, std::int32_t& folderCount);
   void Search_GetFiles(const SourceFolder& src);
 
- public:
-  // Search_CheckFile for one file on disk of the current source. `folder` is
-  // the file's full folder. Only while a compare pass runs.
-  void Search_CheckFile(std::string_view folder, std::string_view name, std::int64_t size,
-                        double dateChanged, double dateCreated, std::int32_t attributes,
-                        const StatIdentity* identity);
-  // The name key of a base name (ignored characters, ignored text, method).
-  std::string NameKey(std::string_view baseName) const;
-  // The base name after ignored characters and ignored text only.
-  std::string NameAfterIgnore(std::string_view baseName) const;
-
- private:
   std::string FullPath(const FileRecord& r) const;
 
   // Pacing: a loop's LongOperation with the pause button's captions. The
@@ -166,8 +152,7 @@ class SearchEngine {
   std::unique_ptr<ResultModel> result_;
 
   std::vector<std::string> steps_;
-  int stepNr_ = 0;
-  double searchStartTime_ = 0, lastStatisticTime_ = 0;
+  double lastStatisticTime_ = 0;
   std::chrono::steady_clock::time_point startClock_;
   double elapsedSeconds_ = 0;
   int lastPercent_ = -1;
