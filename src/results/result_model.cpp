@@ -369,7 +369,7 @@ RowRef ResultModel::AddFileRow(int groupNumber, const FileRecord& r, const FileR
 int ResultModel::BeginFilesWithoutDupsGroup() {
   Report_Create_Root_Node();
   opt_.GroupSize = opt_.GroupDateA = opt_.GroupDateB = opt_.GroupAttributes = false;
-  return AddGroupRow("Dateien ohne Duplikate", 0);
+  return AddGroupRow(Texts().Get(txt::T9229), 0);
 }
 
 void ResultModel::FinishFilesWithoutDupsGroup(int groupNumber) {

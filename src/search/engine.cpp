@@ -11,11 +11,11 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <utility>
 
 #include "frame/formats.h"
 #include "frame/log.h"
 #include "frame/long_operation.h"
-#include "frame/settings_store.h"
 #include "frame/texts.h"
 #include "frame/unicode.h"
 #include "search/cascade.h"
@@ -50,7 +50,7 @@ enum Step {
 
 }  // namespace
 
-SearchEngine::SearchEngine(SearchContext ctx) : ctx_(ctx) {
+SearchEngine::SearchEngine(SearchContext ctx) : ctx_(std::move(ctx)) {
   refresh_ = [this] {
     if (currentFolder_)
       ctx_.progress.SetLabel(Label::AktuellerOrdner, DisplayUtf8(*currentFolder_));
@@ -68,22 +68,6 @@ std::unique_ptr<LongOperation> SearchEngine::MakePacing(std::chrono::millisecond
   // interval later, not at its first step.
   op->Step(nullptr);
   return op;
-}
-
-void SearchEngine::Search_CheckFile(std::string_view folder, std::string_view name,
-                                    std::int64_t size, double dateChanged, double dateCreated,
-                                    std::int32_t attributes, const StatIdentity* identity) {
-  if (cascade_)
-    cascade_->CheckFile(currentSourceNr_, folder, name, size, dateChanged, dateCreated, attributes,
-                        identity);
-}
-
-std::string SearchEngine::NameKey(std::string_view baseName) const {
-  return kelvor::NameKey(opt_, baseName);
-}
-
-std::string SearchEngine::NameAfterIgnore(std::string_view baseName) const {
-  return kelvor::NameAfterIgnore(opt_, baseName);
 }
 
 std::string SearchEngine::FullPath(const FileRecord& r) const {
@@ -144,7 +128,7 @@ void SearchEngine::WriteLogHeader() {
   auto log = [&](const std::string& line) { ctx_.log.LogProtokoll(line); };
   log(std::string(50, '-'));
   log("Kelvor " KELVOR_VERSION);
-  log(ctx_.texts.Get(txt::T3682, {GetSearchDescription(ctx_.settings, ctx_.texts)}));
+  log(ctx_.texts.Get(txt::T3682, {opt_.Description}));
   for (std::size_t i = 0; i < sources_.size(); ++i)
     log(ctx_.texts.Get(txt::T5348, {std::to_string(i + 1), DisplayUtf8(sources_[i].path)}));
   log(ctx_.texts.Get(txt::T5173, {SourceCompareCaption(ctx_.texts, opt_.SourceCompareMethod)}));
@@ -154,7 +138,7 @@ void SearchEngine::WriteLogHeader() {
     if (opt_.IgnoreExif) log(ctx_.texts.Get(txt::T5173, {ctx_.texts.Get(txt::T9219)}));
   }
   if (opt_.DontCompareHardlinks) log(ctx_.texts.Get(txt::T5173, {ctx_.texts.Get(txt::T9220)}));
-  for (const auto& line : FilterLogHeaderLines(filters_, ctx_.texts)) log(line);
+  for (const auto& line : FilterLogHeaderLines(opt_.Filters, ctx_.texts)) log(line);
 }
 
 void SearchEngine::BuildSteps() {
@@ -230,14 +214,15 @@ void SearchEngine::Search_ShowProgress() {
     // The panel's captions and values as it shows them now.
     const TextCatalog& t = ctx_.texts;
     ctx_.log.LogProtokoll(fmt::format(
-        "{} {}, {} {}%, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, RAM: {}",
+        "{} {}, {} {}%, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}, {} {}",
         t.Get(txt::T9320), dauer, t.Get(txt::T9332), percent, t.Get(txt::T9310), gesamt,
         FormatNumber(stats_.DupCount), t.Get(txt::T9311), FormatNumber(stats_.GroupCount),
         t.Get(txt::T9322), big(stats_.CompareCount), t.Get(txt::T9313),
         FormatNumber(stats_.ChecksumCount), t.Get(txt::T9335),
         FormatNumber(stats_.ArchivesSearched), t.Get(txt::T9323),
         FormatNumber(stats_.FilesExtracted), t.Get(txt::T9336), big(stats_.FilesExcluded),
-        t.Get(txt::T9326), big(stats_.FoldersExcluded), t.Get(txt::T9327), FormatNumber(rss)));
+        t.Get(txt::T9326), big(stats_.FoldersExcluded), t.Get(txt::T9327), t.Get(txt::T9450),
+        FormatNumber(rss)));
   }
   // The memory stop: a search this large that holds this much memory ends
   // with what it has found rather than failing.
@@ -277,9 +262,6 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
   startClock_ = std::chrono::steady_clock::now();
   ctx_.run.SearchState.store(kRunning);
   ctx_.run.StopReason.store(kStopNone);
-  opt_ = Init_Variablen(ctx_.settings, ctx_.texts);
-  std::vector<FilterProblem> problems;
-  filters_ = Init_FilterOptionen(ctx_.settings, opt_.Ignore0ByteFiles, &problems);
   stats_ = SearchStatistics{};
   cascade_.reset();
   pacing_.reset();
@@ -295,10 +277,10 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
        {Label::Gesamt, Label::Dups, Label::Gruppen, Label::Vergleiche, Label::ChecksumCreated,
         Label::Archive, Label::FilesExtracted, Label::FilterFiles, Label::FilterFolder})
     p.SetLabel(l, "0");
-  p.SetLabel(Label::Suchmethode, GetSearchDescription(ctx_.settings, ctx_.texts));
-  searchStartTime_ = Now();
+  p.SetLabel(Label::Suchmethode, opt_.Description);
   WriteLogHeader();
-  for (const auto& problem : problems) ctx_.log.LogProtokoll(problem.Text(ctx_.texts), true);
+  for (const auto& problem : opt_.FilterProblems)
+    ctx_.log.LogProtokoll(problem.Text(ctx_.texts), true);
   if (opt_.Prio) ::setpriority(PRIO_PROCESS, 0, 10);
   BuildSteps();
 
@@ -348,10 +330,10 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
   ro.GroupDateB = opt_.GroupDateB;
   ro.GroupAttributes = opt_.GroupAttributes;
   for (const auto& s : sources_) ro.SourceFolders.push_back(s.prefix);
-  ro.Colors = LoadResultColors(ctx_.settings);
+  ro.Colors = opt_.Colors;
   result_->SetOptions(std::move(ro));
   result_->Report_Create_Root_Node();
-  result_->SetDescription(GetSearchDescription(ctx_.settings, ctx_.texts));
+  result_->SetDescription(opt_.Description);
   lastStatisticTime_ = Now();
   pacing_ = MakePacing(kCompareRefresh);
   currentFolder_ = nullptr;
@@ -420,8 +402,7 @@ void SearchEngine::EndOfSearch(bool skippedCompare) {
       }
     }
     ShowStep(kStepFormatSize);
-    result_->Report_ChangeFileSize(
-        static_cast<std::int32_t>(ctx_.settings.GetInt("Optionen", "FormatSize")), true);
+    result_->Report_ChangeFileSize(opt_.FormatSize, true);
     ShowStep(kStepSort);
     result_->SortRows();
 

@@ -35,7 +35,6 @@ struct AppPaths;
 class Cascade;
 class LongOperation;
 class Logger;
-class SettingsStore;
 class TextCatalog;
 
 // The run statistics of the search.
@@ -69,9 +68,11 @@ struct SourceFolder {
   std::uint64_t volumeSerial = 0;
 };
 
-// Everything a run needs from outside. All references outlive the engine.
+// Everything a run needs from outside: the options record, built by the
+// caller with Init_Variablen, and the texts and sinks. The engine is given no
+// settings store. All references outlive the engine.
 struct SearchContext {
-  const SettingsStore& settings;
+  SearchOptions options;
   const TextCatalog& texts;
   Logger& log;
   ProgressSink& progress;
@@ -94,9 +95,7 @@ class SearchEngine {
   // is in ClosingMessage()).
   bool Search_Start(const std::vector<SourceFolderRow>& rows);
 
-  const SearchOptions& Options() const { return opt_; }
   const SearchStatistics& Stats() const { return stats_; }
-  const std::vector<SourceFolder>& Sources() const { return sources_; }
   ResultModel& Result() { return *result_; }
   std::unique_ptr<ResultModel> TakeResult() { return std::move(result_); }
   // The result's closing message ("Duplikate: ..." or "Es wurden ... keine
@@ -127,20 +126,7 @@ class SearchEngine {
   double ElapsedNow() const;
   void Search_GetSourceFolderFileCount(const SourceFolder& src, std::int32_t& folderCount);
   void Search_GetFiles(const SourceFolder& src);
-  bool Search_CheckFileFilter(std::int64_t size, std::string_view name, std::string_view fullPath);
 
- public:
-  // Search_CheckFile for one file on disk of the current source. `folder` is
-  // the file's full folder. Only while a compare pass runs.
-  void Search_CheckFile(std::string_view folder, std::string_view name, std::int64_t size,
-                        double dateChanged, double dateCreated, std::int32_t attributes,
-                        const StatIdentity* identity);
-  // The name key of a base name (ignored characters, ignored text, method).
-  std::string NameKey(std::string_view baseName) const;
-  // The base name after ignored characters and ignored text only.
-  std::string NameAfterIgnore(std::string_view baseName) const;
-
- private:
   std::string FullPath(const FileRecord& r) const;
 
   // Pacing: a loop's LongOperation with the pause button's captions. The
@@ -159,8 +145,9 @@ class SearchEngine {
   bool Search_LogFilesWithoutDups(std::string* error);
 
   SearchContext ctx_;
-  SearchOptions opt_;
-  FilterOptions filters_;
+  // The run's options record, as given (the filters keep per-call buffers,
+  // so the engine's own copy serves its one thread).
+  const SearchOptions& opt_ = ctx_.options;
   SearchStatistics stats_;
   std::vector<SourceFolder> sources_;
   int currentSourceNr_ = 0;  // 1-based
@@ -171,8 +158,7 @@ class SearchEngine {
   std::unique_ptr<ResultModel> result_;
 
   std::vector<std::string> steps_;
-  int stepNr_ = 0;
-  double searchStartTime_ = 0, lastStatisticTime_ = 0;
+  double lastStatisticTime_ = 0;
   std::chrono::steady_clock::time_point startClock_;
   double elapsedSeconds_ = 0;
   int lastPercent_ = -1;

@@ -213,6 +213,11 @@ SearchOptions Init_Variablen(const SettingsStore& s, const TextCatalog& texts) {
     o.HashLength = kHashLength[c.mode];
     o.ChecksumText = texts.Get(txt::T5028, {ChecksumName(c.mode)});
   }
+
+  o.Filters = Init_FilterOptionen(s, o.Ignore0ByteFiles, &o.FilterProblems);
+  o.Description = GetSearchDescription(s, texts);
+  o.Colors = LoadResultColors(s);
+  o.FormatSize = static_cast<std::int32_t>(s.GetInt("Optionen", "FormatSize"));
   return o;
 }
 

@@ -1,7 +1,9 @@
 #pragma once
 // The options record of a search. Init_Variablen fills it once from the
-// settings store (the state of the setup window); the engine reads only this
-// record, never the settings, for any decision it makes per file.
+// settings store (the state of the setup window): the criteria and their
+// options, the compiled filters, and what the run's log and the result show
+// (description, colours, size format). The caller builds it and hands it to
+// the engine, which is given no settings store at all.
 
 #include <array>
 #include <cstdint>
@@ -9,6 +11,8 @@
 #include <vector>
 
 #include "compare/content.h"
+#include "results/result_model.h"
+#include "search/filters.h"
 
 namespace kelvor {
 
@@ -111,6 +115,15 @@ struct SearchOptions {
   int HashLength = 0;
   std::string ChecksumText;  // "Erstelle %1 Prüfsumme" with the method's name
 
+  // The filters, compiled, and the filters that are not valid patterns (the
+  // run logs them after its header).
+  FilterOptions Filters;
+  std::vector<FilterProblem> FilterProblems;
+  // What the log and the result show.
+  std::string Description;      // GetSearchDescription
+  ResultColors Colors;          // LoadResultColors
+  std::int32_t FormatSize = 0;  // Optionen/FormatSize, the result's size format
+
   bool AnyCriterion() const;
 };
 
@@ -124,7 +137,8 @@ inline constexpr const char* kSimilarPicsExtensions = "/jpg/jpeg/png/gif/bmp/tif
 inline constexpr const char* kSimilarAudioExtensions =
     "/mp3/flac/m4a/wma/wav/ogg/aac/mp2/m4r/ape/mka/";
 
-// Init_Variablen.
+// Init_Variablen: the whole record, filters included (variables in filters
+// from the environment).
 SearchOptions Init_Variablen(const SettingsStore& s, const TextCatalog& texts);
 
 // chkSuchKriterien_Click: switches criterion `index` and applies the rules

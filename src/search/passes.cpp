@@ -19,7 +19,7 @@ bool SearchEngine::WantFolder(const DirStack& stack, const DirEntry& e, bool cou
   if (e.isLink && !opt_.FollowJunctions) return false;
   std::string name(stack.Name(e));
   std::string path = stack.Top().path + "/" + name;
-  if (filters_.Search_CheckFolderFilter(name, path)) {
+  if (opt_.Filters.Search_CheckFolderFilter(name, path)) {
     if (!counting) ++stats_.FoldersExcluded;
     return false;
   }
@@ -88,7 +88,7 @@ class SearchEngine::CompareWalk final : public WalkVisitor {
     // The folder's files are stat'ed already: the comparator can start
     // reading files ahead of the cascade.
     if (e_.cascade_->ReadsAhead())
-      e_.cascade_->PredictComparisons(stack.Top(), e_.currentSourceNr_, e_.filters_);
+      e_.cascade_->PredictComparisons(stack.Top(), e_.currentSourceNr_, e_.opt_.Filters);
   }
   bool FileFound(DirStack& stack, DirEntry& e) override;
 
@@ -105,7 +105,7 @@ bool SearchEngine::CompareWalk::FileFound(DirStack& stack, DirEntry& e) {
   std::string& path = e_.pathBuf_;
   path.assign(folder).append("/").append(name);
   bool excludedByFilter =
-      e_.filters_.Search_CheckFileFilter(static_cast<std::uint64_t>(e.size), name, path);
+      e_.opt_.Filters.Search_CheckFileFilter(static_cast<std::uint64_t>(e.size), name, path);
   bool excluded = excludedByFilter;
   if (!excluded && (opt.CriterionSimilarPics || opt.CriterionSimilarAudio)) {
     std::string ext = "/" + LowerCase(ExtensionOf(name)) + "/";

@@ -4,6 +4,7 @@
 
 #include "frame/log.h"
 #include "search/command_line.h"
+#include "search/options.h"
 
 namespace kelvor {
 
@@ -76,8 +77,9 @@ RunOutcome SearchSession::Run(ProgressSink& progress, Prompt& prompt, RunState& 
   runPending_ = false;
   hasResult_ = false;
   engine_.reset();
-  engine_ = std::make_unique<SearchEngine>(
-      SearchContext{start_.settings, start_.texts, *logger_, progress, prompt, run});
+  engine_ =
+      std::make_unique<SearchEngine>(SearchContext{Init_Variablen(start_.settings, start_.texts),
+                                                   start_.texts, *logger_, progress, prompt, run});
   outcome.ran = engine_->Search_Start(rows_);
   hasResult_ = outcome.ran;
   // The run's log joins the general log and becomes lastsearch.txt, also

@@ -492,5 +492,19 @@ TEST(FilesWithoutDups, OneHandMadeGroup) {
   EXPECT_EQ(m.FilesizeAll(), 40);
 }
 
+TEST(FilesWithoutDups, GroupTitleFollowsTheLanguage) {
+  test::TempDir dir;
+  const auto file = dir.Write("lang_en.txt", "9229,\"Files without duplicates\"\n");
+  TextCatalog english;
+  english.SetLanguage(kLangEnglish);
+  ASSERT_TRUE(english.LoadTextFromFile(file));
+  ResultModel m(&english);
+  m.SetOptions(Opts(0));
+  const int g = m.BeginFilesWithoutDupsGroup();
+  m.AddFileRow(g, Rec("lonely", "txt", 10));
+  m.FinishFilesWithoutDupsGroup(g);
+  EXPECT_EQ(m.Caption(m.GroupRowByNumber(g)), "Files without duplicates");
+}
+
 }  // namespace
 }  // namespace kelvor

@@ -302,7 +302,8 @@ class CascadeModelTest : public ::testing::Test {
     RunState run;
     NullProgressSink progress;
     SilentPrompt prompt;
-    SearchEngine engine(SearchContext{settings_, texts_, *logger_, progress, prompt, run});
+    SearchEngine engine(
+        SearchContext{Init_Variablen(settings_, texts_), texts_, *logger_, progress, prompt, run});
     EXPECT_TRUE(engine.Search_Start(rows));
     Groups out;
     ResultModel& r = engine.Result();

@@ -103,8 +103,8 @@ class ChangingTreeTest : public ::testing::Test {
   Groups Run(const std::string& folder) {
     SourceFolderRow row;
     row.path = (tree_ / folder).string();
-    engine_ = std::make_unique<SearchEngine>(
-        SearchContext{settings_, texts_, *logger_, progress_, prompt_, run_});
+    engine_ = std::make_unique<SearchEngine>(SearchContext{
+        Init_Variablen(settings_, texts_), texts_, *logger_, progress_, prompt_, run_});
     run_.SearchState = kRunning;
     run_.StopReason = kStopNone;
     EXPECT_TRUE(engine_->Search_Start({row}));

@@ -133,10 +133,30 @@ class EngineTest : public ::testing::Test {
       r.path = s.empty() ? tree_.string() : (tree_ / s).string();
       rows.push_back(r);
     }
-    engine_ = std::make_unique<SearchEngine>(
-        SearchContext{settings_, texts_, *logger_, progress_, prompt_, run_});
+    engine_ = std::make_unique<SearchEngine>(SearchContext{
+        Init_Variablen(settings_, texts_), texts_, *logger_, progress_, prompt_, run_});
     EXPECT_TRUE(engine_->Search_Start(rows));
     return Collect();
+  }
+
+  // Runs a search over eight equal files with the statistics line on, held
+  // once it has found a duplicate so that the next file gets a full progress
+  // refresh, which writes the line. False when the run never held.
+  bool RunHeldForStatistics() {
+    for (int i = 0; i < 8; ++i) W("f" + std::to_string(i), "12345");
+    Criteria({2});
+    Set("LogStatistic", "1");
+    Set("LogStatisticMinutes", "0");
+    bool held = false;
+    progress_.onLabel = [&](Label l, std::string_view text) {
+      if (l == Label::Dups && text != "0" && !held) {
+        held = true;
+        ::usleep(1200 * 1000);
+      }
+    };
+    Run();
+    progress_.onLabel = nullptr;
+    return held;
   }
 
   std::string Rel(const std::string& full) const {
@@ -492,7 +512,7 @@ TEST_F(EngineTest, StartWithMissingFolders) {
   gone.path = (tree_ / "gone").string();
   here.path = (tree_ / "here").string();
   engine_ = std::make_unique<SearchEngine>(
-      SearchContext{settings_, texts_, *logger_, progress_, prompt_, run_});
+      SearchContext{Init_Variablen(settings_, texts_), texts_, *logger_, progress_, prompt_, run_});
   // One of two missing: logged, the search goes on.
   EXPECT_TRUE(engine_->Search_Start({gone, here}));
   EXPECT_EQ(Collect(), (Groups{{"here/a", "here/b"}}));
@@ -594,27 +614,23 @@ TEST_F(EngineTest, OddNamesDeepTreesAndLinks) {
 }
 
 TEST_F(EngineTest, StatisticsLineCarriesThePanelsCaptions) {
-  for (int i = 0; i < 8; ++i) W("f" + std::to_string(i), "12345");
-  Criteria({2});
-  Set("LogStatistic", "1");
-  Set("LogStatisticMinutes", "0");
-  // Hold the run once it has found a duplicate, so that the next file gets a
-  // full progress refresh, which writes the statistics line.
-  bool held = false;
-  progress_.onLabel = [&](Label l, std::string_view text) {
-    if (l == Label::Dups && text != "0" && !held) {
-      held = true;
-      ::usleep(1200 * 1000);
-    }
-  };
-  Run();
-  ASSERT_TRUE(held);
+  ASSERT_TRUE(RunHeldForStatistics());
   const std::string log = RunLog();
   const std::regex line(
       "Dauer: [0-9]{2}:[0-9]{2}:[0-9]{2}, Fortschritt: [0-9]+%, Dateien: [0-9]+ / 8, [0-9]+ "
       "Duplikate, [0-9]+ Gruppen, [0-9]+ Vergleiche, 0 Prüfsummen, 0 Archive, 0 entpackt, 0 "
       "Dateien ausgeschlossen, 0 Ordner ausgeschlossen, RAM: [0-9.]+\r\n");
   EXPECT_TRUE(std::regex_search(log, line)) << log;
+}
+
+TEST_F(EngineTest, StatisticsLineFollowsTheLanguage) {
+  const auto file = tmp_.Write("lang_en.txt", "9450,\"Memory:\"\n");
+  texts_.SetLanguage(kLangEnglish);
+  ASSERT_TRUE(texts_.LoadTextFromFile(file));
+  ASSERT_TRUE(RunHeldForStatistics());
+  const std::string log = RunLog();
+  EXPECT_TRUE(std::regex_search(log, std::regex(", Memory: [0-9.]+\r\n"))) << log;
+  EXPECT_EQ(log.find("RAM:"), std::string::npos) << log;
 }
 
 TEST_F(EngineTest, DatesAreWholeSeconds) {

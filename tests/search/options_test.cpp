@@ -123,6 +123,35 @@ TEST(InitVariablen, GroupTitleModeAndDerivedOptions) {
   EXPECT_FALSE(Init_Variablen(s, t).ScanArchives);
 }
 
+// The record holds everything a run reads: the compiled filters and what the
+// log and the result show, so that the engine needs no settings.
+TEST(InitVariablen, HoldsTheFiltersAndWhatTheRunShows) {
+  SettingsStore s;
+  TextCatalog t;
+  Only(s, {kCritSize});
+  s.SetInt("Optionen", "FormatSize", 2);
+  s.SetInt("Optionen", "GroupBackColor", 123);
+  s.SetBool("Dateifilter", "Verwenden", true);
+  s.Set("DupFilter", "F0", "*.tmp");
+  s.SetInt("DupFilter", "C0", 1);
+  s.Set("DupFilter", "F1", "*[a");
+  s.SetInt("DupFilter", "C1", 1);
+  const SearchOptions o = Init_Variablen(s, t);
+  EXPECT_EQ(o.Description, GetSearchDescription(s, t));
+  EXPECT_FALSE(o.Description.empty());
+  EXPECT_EQ(o.FormatSize, 2);
+  EXPECT_EQ(o.Colors.GroupBackColor, 123);
+  EXPECT_EQ(o.Colors.GroupTextColor, ResultColors{}.GroupTextColor);
+  EXPECT_TRUE(o.Filters.Search_CheckFileFilter(10, "a.tmp", "/x/a.tmp"));
+  EXPECT_FALSE(o.Filters.Search_CheckFileFilter(10, "a.txt", "/x/a.txt"));
+  ASSERT_EQ(o.FilterProblems.size(), 1u);
+  EXPECT_EQ(o.FilterProblems[0].filter, "*[a");
+  // Zero-byte files follow the record's own rule.
+  EXPECT_FALSE(o.Filters.Search_CheckFileFilter(0, "a.txt", "/x/a.txt"));
+  s.SetBool(kSec, "NullByte", true);
+  EXPECT_TRUE(Init_Variablen(s, t).Filters.Search_CheckFileFilter(0, "a.txt", "/x/a.txt"));
+}
+
 TEST(ChkSuchKriterien, RulesBetweenCriteria) {
   SettingsStore s;
   Only(s, {0, 2, 3});
