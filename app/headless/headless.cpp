@@ -110,6 +110,11 @@ Options:
   --null            print only the paths, with their raw bytes, each ended by
                     a NUL byte (as find -print0); one more NUL between two
                     groups, no titles
+  --no-checksum-cache
+                    keep no checksums across runs this time (the setting
+                    ChecksumCache of section DupVerz does it for good)
+  --clear-checksum-cache
+                    empty the checksum cache before the search
   --help            show this text
 
 Items (as on Kelvor's own command line):
@@ -137,7 +142,7 @@ Exit codes: 0 done, 1 bad command line or rejected setup, 3 stopped.
 int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::ostream& out,
                 std::ostream& err) {
   std::optional<std::filesystem::path> dataDir;
-  bool headless = false, json = false, nul = false;
+  bool headless = false, json = false, nul = false, noCache = false, clearCache = false;
   std::vector<std::string> items;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
@@ -150,6 +155,10 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
       json = true;
     } else if (a == "--null") {
       nul = true;
+    } else if (a == "--no-checksum-cache") {
+      noCache = true;
+    } else if (a == "--clear-checksum-cache") {
+      clearCache = true;
     } else if (a == "--data-dir") {
       if (i + 1 >= args.size()) {
         err << "kelvor: --data-dir needs a folder\n";
@@ -177,6 +186,8 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   so.dataDir = dataDir;
   so.items = items;
   so.env = Environment::FromProcess();
+  so.noChecksumCache = noCache;
+  so.clearChecksumCache = clearCache;
   SearchSession session(std::move(so), &prompt);
 
   const Preparation& prep = session.Prepare();

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "compare/checksum_cache.h"
 #include "frame/log.h"
 #include "search/command_line.h"
 #include "search/options.h"
@@ -77,9 +78,21 @@ RunOutcome SearchSession::Run(ProgressSink& progress, Prompt& prompt, RunState& 
   runPending_ = false;
   hasResult_ = false;
   engine_.reset();
-  engine_ =
-      std::make_unique<SearchEngine>(SearchContext{Init_Variablen(start_.settings, start_.texts),
-                                                   start_.texts, *logger_, progress, prompt, run});
+  SearchOptions options = Init_Variablen(start_.settings, start_.texts);
+  if (options_.noChecksumCache) options.Content.checksumCache = false;
+  if (options_.clearChecksumCache) {
+    // Once per session: a later search of the same window builds on the
+    // cache this one filled.
+    options_.clearChecksumCache = false;
+    const std::filesystem::path cache = ChecksumCachePath(start_.paths);
+    std::string why;
+    if (ChecksumCache::Clear(cache, &why))
+      logger_->LogProtokoll(start_.texts.Get(txt::T9106, {cache.string()}));
+    else
+      logger_->LogProtokoll(start_.texts.Get(txt::T9105, {cache.string(), why}), true);
+  }
+  engine_ = std::make_unique<SearchEngine>(SearchContext{std::move(options), start_.texts, *logger_,
+                                                         progress, prompt, run, &start_.paths});
   outcome.ran = engine_->Search_Start(rows_);
   hasResult_ = outcome.ran;
   // The run's log joins the general log and becomes lastsearch.txt, also

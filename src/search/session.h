@@ -42,6 +42,10 @@ struct SessionOptions {
   Environment env;                               // what start-up reads of the environment
   bool takeInstanceLock = true;
   std::chrono::milliseconds restartWait{10000};  // the wait of "-RESTART"
+  // This run only, whatever the setting says: keep no checksums across runs
+  // (--no-checksum-cache), or start from an empty cache (--clear-checksum-cache).
+  bool noChecksumCache = false;
+  bool clearChecksumCache = false;
 };
 
 enum class SessionVerdict {

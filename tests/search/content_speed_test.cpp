@@ -65,8 +65,8 @@ class ContentSpeedTest : public ::testing::Test {
     logger_ = std::make_unique<Logger>(data_ / "Kelvor4.txt", data_ / "run.txt",
                                        data_ / "lastsearch.txt");
     logger_->SetPanel(&progress_);
-    engine_ = std::make_unique<SearchEngine>(
-        SearchContext{settings_, texts_, *logger_, progress_, prompt_, run_, paths_});
+    engine_ = std::make_unique<SearchEngine>(SearchContext{
+        Init_Variablen(settings_, texts_), texts_, *logger_, progress_, prompt_, run_, paths_});
     SourceFolderRow r;
     r.path = tree_.string();
     EXPECT_TRUE(engine_->Search_Start({r}));

@@ -297,5 +297,43 @@ TEST_F(SearchSessionTest, AStopFromTheCallersThreadEndsTheRunOnTheWorker) {
   EXPECT_NE(log.find("Die Suche wurde von dem Anwender abgebrochen."), std::string::npos) << log;
 }
 
+// The two switches of the checksum cache act on one run and leave the
+// setting alone.
+TEST_F(SearchSessionTest, ChecksumCacheSwitchesOfOneRun) {
+  const std::string bytes(5000, 'k');
+  tmp_.Write("cached/p/a.bin", bytes);
+  tmp_.Write("cached/q/b.bin", bytes);
+  // Checksums of files changed within the last two seconds are not kept.
+  std::this_thread::sleep_for(std::chrono::milliseconds(2300));
+  auto search = [&](bool noCache, bool clearCache) {
+    SessionOptions o = Options({"-s3", (tmp_.path() / "cached").string()});
+    o.noChecksumCache = noCache;
+    o.clearChecksumCache = clearCache;
+    ScriptedPrompt prompt;
+    SearchSession session(std::move(o), &prompt);
+    EXPECT_EQ(session.Prepare().verdict, SessionVerdict::Ready);
+    NullProgressSink progress;
+    RunState run;
+    EXPECT_TRUE(session.Run(progress, prompt, run).ran);
+    EXPECT_EQ(session.Result().GroupCount(), 1);
+    return LastSearchLog();
+  };
+  const std::string fromCache = "Prüfsummen aus dem Prüfsummen-Cache übernommen: ";
+  const std::string made = "Prüfsummen erstellt: 2";
+  std::string log = search(false, false);
+  EXPECT_NE(log.find(made), std::string::npos) << log;
+  log = search(false, false);
+  EXPECT_NE(log.find(fromCache), std::string::npos) << log;
+  log = search(true, false);
+  EXPECT_EQ(log.find(fromCache), std::string::npos) << log;
+  EXPECT_NE(log.find(made), std::string::npos) << log;
+  log = search(false, true);
+  EXPECT_NE(log.find("wurde gelöscht"), std::string::npos) << log;
+  EXPECT_NE(log.find(made), std::string::npos) << log;
+  // The switch did not turn the cache off for good.
+  log = search(false, false);
+  EXPECT_NE(log.find(fromCache), std::string::npos) << log;
+}
+
 }  // namespace
 }  // namespace kelvor
