@@ -93,16 +93,7 @@ std::string NameKey(const SearchOptions& opt, std::string_view baseName) {
 }
 
 std::string Cascade::FullPath(const FileRecord& r) const {
-  const SourceFolder& src = ctx_.sources[static_cast<std::size_t>(r.SourceNr - 1)];
-  std::string p = src.prefix;
-  p += r.Path;
-  p += '/';
-  p += r.Name;
-  if (!r.Extension.empty()) {
-    p += '.';
-    p += r.Extension;
-  }
-  return p;
+  return ctx_.sources[static_cast<std::size_t>(r.SourceNr - 1)].FullPath(r);
 }
 
 void Cascade::CompareSize(FileRecord& rec, const std::string& fullPath, bool* isMP3, bool* isJPG,

@@ -70,9 +70,8 @@ std::unique_ptr<LongOperation> SearchEngine::MakePacing(std::chrono::millisecond
   return op;
 }
 
-std::string SearchEngine::FullPath(const FileRecord& r) const {
-  const SourceFolder& src = sources_[static_cast<std::size_t>(r.SourceNr - 1)];
-  std::string p = src.prefix;
+std::string SourceFolder::FullPath(const FileRecord& r) const {
+  std::string p = prefix;
   p += r.Path;
   p += '/';
   p += r.Name;
@@ -81,6 +80,10 @@ std::string SearchEngine::FullPath(const FileRecord& r) const {
     p += r.Extension;
   }
   return p;
+}
+
+std::string SearchEngine::FullPath(const FileRecord& r) const {
+  return sources_[static_cast<std::size_t>(r.SourceNr - 1)].FullPath(r);
 }
 
 double SearchEngine::Now() const {

@@ -66,6 +66,9 @@ struct SourceFolder {
   bool subfolders = true;
   bool protect = false;
   std::uint64_t volumeSerial = 0;
+
+  // The full path of a record of this source.
+  std::string FullPath(const FileRecord& r) const;
 };
 
 // Everything a run needs from outside: the options record, built by the
