@@ -18,26 +18,26 @@ namespace kelvor {
 
 // The text labels of the progress panel, named after the window's controls.
 enum class Label {
-  Step,              // lblStep
-  SourceNr,          // lblSourceNr
-  AktuellerOrdner,   // lblAktuellerOrdner
-  Dauer,             // lblDauer
-  Gesamt,            // lblGesamt
-  GesamtArchive,     // lblGesamtArchive
-  Dups,              // lblDups
-  Gruppen,           // lblGruppen
-  Vergleiche,        // lblVergleiche
-  ChecksumCreated,   // lblChecksumCreated
-  Archive,           // lblArchive
-  FilesExtracted,    // lblFilesExtracted
-  FilterFiles,       // lblFilterFiles
-  FilterFolder,      // lblFilterFolder
-  Suchmethode,       // lblSuchmethode
-  Zipdatei,          // lblZipdatei
-  ZipProgress,       // lblZipProgress
-  StatusBar,         // status bar panel 1
-  Title,             // window title
-  StopButtonPause,   // caption of stop button 1 ("Anhalten"/"Fortsetzen")
+  Step,             // lblStep
+  SourceNr,         // lblSourceNr
+  AktuellerOrdner,  // lblAktuellerOrdner
+  Dauer,            // lblDauer
+  Gesamt,           // lblGesamt
+  GesamtArchive,    // lblGesamtArchive
+  Dups,             // lblDups
+  Gruppen,          // lblGruppen
+  Vergleiche,       // lblVergleiche
+  ChecksumCreated,  // lblChecksumCreated
+  Archive,          // lblArchive
+  FilesExtracted,   // lblFilesExtracted
+  FilterFiles,      // lblFilterFiles
+  FilterFolder,     // lblFilterFolder
+  Suchmethode,      // lblSuchmethode
+  Zipdatei,         // lblZipdatei
+  ZipProgress,      // lblZipProgress
+  StatusBar,        // status bar panel 1
+  Title,            // window title
+  StopButtonPause,  // caption of stop button 1 ("Anhalten"/"Fortsetzen")
 };
 inline constexpr int kLabelCount = static_cast<int>(Label::StopButtonPause) + 1;
 
