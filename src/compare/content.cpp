@@ -239,13 +239,16 @@ class Hasher {
       *error = "File to small: " + std::to_string(length) + " (" + std::to_string(start) + ")";
       return {};
     }
+    // A small range is hashed faster than the cache can be asked about it;
+    // the cache serves the files whose reading costs.
+    const bool worthCaching = length >= kCacheMinBytes;
     if (limit > 0) length = std::min(length, limit);
 
     // The cache knows the file by the state its descriptor has now, taken
     // before any byte is read: a write after this point moves ctime and so
     // cannot be stored under this state for long (see minStateAge).
     ChecksumKey key, prefixKey;
-    const bool cached = cache_ && TakeState(file, &key.file);
+    const bool cached = cache_ && worthCaching && TakeState(file, &key.file);
     if (cached) {
       key.mode = mode_;
       key.range = range;

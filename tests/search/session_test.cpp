@@ -300,7 +300,7 @@ TEST_F(SearchSessionTest, AStopFromTheCallersThreadEndsTheRunOnTheWorker) {
 // The two switches of the checksum cache act on one run and leave the
 // setting alone.
 TEST_F(SearchSessionTest, ChecksumCacheSwitchesOfOneRun) {
-  const std::string bytes(5000, 'k');
+  const std::string bytes(100000, 'k');
   tmp_.Write("cached/p/a.bin", bytes);
   tmp_.Write("cached/q/b.bin", bytes);
   // Checksums of files changed within the last two seconds are not kept.
