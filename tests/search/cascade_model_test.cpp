@@ -5,8 +5,6 @@
 // The engine's shortcuts (the checksum index, read-ahead) must give the same
 // groups as this walk.
 
-#include <dirent.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <map>
@@ -29,7 +27,9 @@
 #include "frame/unicode.h"
 #include "results/result_model.h"
 #include "search/engine.h"
+#include "search/search_test_support.h"
 #include "search/source_folders.h"
+#include "support/hang_guard.h"
 #include "support/temp_tree.h"
 
 namespace kelvor {
@@ -38,16 +38,8 @@ namespace {
 namespace fs = std::filesystem;
 using test::TempDir;
 
-using Group = std::set<std::string>;
-using Groups = std::set<Group>;
-
-struct SilentPrompt : Prompt {
-  void Message(std::string_view, MessageIcon) override {}
-  bool AskYesNo(std::string_view) override { return false; }
-  std::optional<std::string> Input(std::string_view, std::string_view) override {
-    return std::nullopt;
-  }
-};
+using test::Group;
+using test::Groups;
 
 enum class Rule { Mp3, Exif, Flac };
 
@@ -279,8 +271,7 @@ class CascadeModelTest : public ::testing::Test {
     data_ = tmp_.Mkdir("data");
     logger_ = std::make_unique<Logger>(data_ / "Kelvor4.txt", data_ / "run.txt",
                                        data_ / "lastsearch.txt");
-    for (int i = 0; i < 10; ++i)
-      settings_.SetBool("DupVerz", "Suchkriterien" + std::to_string(i), i == 3);
+    test::OnlyCriteria(settings_, {3});
   }
 
   void Write(const std::string& rel, const std::string& bytes) {
@@ -301,23 +292,11 @@ class CascadeModelTest : public ::testing::Test {
     }
     RunState run;
     NullProgressSink progress;
-    SilentPrompt prompt;
+    test::SilentPrompt prompt;
     SearchEngine engine(
         SearchContext{Init_Variablen(settings_, texts_), texts_, *logger_, progress, prompt, run});
     EXPECT_TRUE(engine.Search_Start(rows));
-    Groups out;
-    ResultModel& r = engine.Result();
-    const std::string prefix = tree_.string() + "/";
-    r.ForEachGroup([&](RowRef g) {
-      Group files;
-      r.ForEachFile(g, [&](RowRef f) {
-        files.insert(r.File_GetPathFromNode(f).substr(prefix.size()));
-        return true;
-      });
-      out.insert(files);
-      return true;
-    });
-    return out;
+    return test::GroupsBelow(engine.Result(), tree_);
   }
 
   // The model sees the files as the walk does: source after source, each
@@ -326,12 +305,7 @@ class CascadeModelTest : public ::testing::Test {
     CascadeModel model(rules, mode);
     for (const auto& s : sources_) {
       const fs::path dir = tree_ / s;
-      DIR* d = ::opendir(dir.c_str());
-      EXPECT_NE(d, nullptr);
-      if (!d) continue;
-      while (dirent* e = ::readdir(d)) {
-        std::string name = e->d_name;
-        if (name == "." || name == "..") continue;
+      for (const std::string& name : test::ListingOrder(dir)) {
         ModelFile f;
         f.rel = s + "/" + name;
         f.path = (dir / name).string();
@@ -339,7 +313,6 @@ class CascadeModelTest : public ::testing::Test {
         f.size = static_cast<std::int64_t>(fs::file_size(dir / name));
         model.Add(std::move(f));
       }
-      ::closedir(d);
     }
     return model.Result();
   }

@@ -30,6 +30,7 @@
 #include "frame/texts.h"
 #include "results/result_model.h"
 #include "search/engine.h"
+#include "search/search_test_support.h"
 #include "search/source_folders.h"
 #include "support/hang_guard.h"
 #include "support/temp_tree.h"
@@ -43,8 +44,8 @@ using test::FinishesWithin;
 using test::ReadUtf16File;
 using test::TempDir;
 
-using Group = std::set<std::string>;
-using Groups = std::set<Group>;
+using test::Group;
+using test::Groups;
 
 // Remembers nothing but lets a test act when a label changes, which is how
 // it reaches into a running search.
@@ -55,14 +56,6 @@ struct HookSink : ProgressSink {
   }
   void ProgressBar(int) override {}
   void LogPanel(std::string_view) override {}
-};
-
-struct NoPrompt : Prompt {
-  void Message(std::string_view, MessageIcon) override {}
-  bool AskYesNo(std::string_view) override { return true; }
-  std::optional<std::string> Input(std::string_view, std::string_view) override {
-    return std::nullopt;
-  }
 };
 
 // Bytes that differ for every seed.
@@ -89,8 +82,7 @@ class ChangingTreeTest : public ::testing::Test {
 
   // A content search by the given method ("0" byte by byte, "2" SHA1, ...).
   void ContentSearch(const char* method) {
-    for (int i = 0; i < 10; ++i)
-      settings_.SetBool("DupVerz", "Suchkriterien" + std::to_string(i), i == 3);
+    test::OnlyCriteria(settings_, {3});
     settings_.Set("DupVerz", "ContentCompare", method);
   }
 
@@ -108,20 +100,7 @@ class ChangingTreeTest : public ::testing::Test {
     run_.SearchState = kRunning;
     run_.StopReason = kStopNone;
     EXPECT_TRUE(engine_->Search_Start({row}));
-    Groups out;
-    ResultModel& r = engine_->Result();
-    const std::string prefix = tree_.string() + "/";
-    r.ForEachGroup([&](RowRef g) {
-      Group files;
-      r.ForEachFile(g, [&](RowRef f) {
-        std::string p = r.File_GetPathFromNode(f);
-        files.insert(p.rfind(prefix, 0) == 0 ? p.substr(prefix.size()) : p);
-        return true;
-      });
-      out.insert(files);
-      return true;
-    });
-    return out;
+    return test::GroupsBelow(engine_->Result(), tree_);
   }
 
   // `count` files of `size` bytes in `folder`, all different, of which the
@@ -172,7 +151,7 @@ class ChangingTreeTest : public ::testing::Test {
   TextCatalog texts_;
   std::unique_ptr<Logger> logger_;
   HookSink progress_;
-  NoPrompt prompt_;
+  test::SilentPrompt prompt_{true};
   RunState run_;
   std::unique_ptr<SearchEngine> engine_;
 };

@@ -21,6 +21,7 @@
 #include "frame/texts.h"
 #include "results/result_model.h"
 #include "search/engine.h"
+#include "search/search_test_support.h"
 #include "search/source_folders.h"
 #include "support/temp_tree.h"
 
@@ -31,30 +32,14 @@ namespace fs = std::filesystem;
 using test::ReadUtf16File;
 using test::TempDir;
 
-using Group = std::set<std::string>;
-using Groups = std::set<Group>;
-
-struct QuietSink : ProgressSink {
-  void SetLabel(Label, std::string_view) override {}
-  void ProgressBar(int) override {}
-  void LogPanel(std::string_view) override {}
-};
-
-struct NoPrompt : Prompt {
-  void Message(std::string_view, MessageIcon) override {}
-  bool AskYesNo(std::string_view) override { return false; }
-  std::optional<std::string> Input(std::string_view, std::string_view) override {
-    return std::nullopt;
-  }
-};
+using test::Groups;
 
 class ContentSpeedTest : public ::testing::Test {
  protected:
   void SetUp() override {
     tree_ = tmp_.Mkdir("tree");
     data_ = tmp_.Mkdir("data");
-    for (int i = 0; i < 10; ++i)
-      settings_.SetBool("DupVerz", "Suchkriterien" + std::to_string(i), i == 3);
+    test::OnlyCriteria(settings_, {3});
   }
   void Set(const char* key, std::string value) { settings_.Set("DupVerz", key, std::move(value)); }
   void W(const std::string& rel, std::string_view content) { tmp_.Write("tree/" + rel, content); }
@@ -70,19 +55,7 @@ class ContentSpeedTest : public ::testing::Test {
     SourceFolderRow r;
     r.path = tree_.string();
     EXPECT_TRUE(engine_->Search_Start({r}));
-    Groups out;
-    ResultModel& m = engine_->Result();
-    const std::string prefix = tree_.string() + "/";
-    m.ForEachGroup([&](RowRef g) {
-      Group files;
-      m.ForEachFile(g, [&](RowRef f) {
-        files.insert(m.File_GetPathFromNode(f).substr(prefix.size()));
-        return true;
-      });
-      out.insert(files);
-      return true;
-    });
-    return out;
+    return test::GroupsBelow(engine_->Result(), tree_);
   }
   std::string RunLog() const { return ReadUtf16File(data_ / "run.txt"); }
   std::string GeneralLog() const { return ReadUtf16File(data_ / "Kelvor4.txt"); }
@@ -109,8 +82,8 @@ class ContentSpeedTest : public ::testing::Test {
   SettingsStore settings_;
   TextCatalog texts_;
   std::unique_ptr<Logger> logger_;
-  QuietSink progress_;
-  NoPrompt prompt_;
+  NullProgressSink progress_;
+  test::SilentPrompt prompt_;
   RunState run_;
   AppPaths appPaths_;
   const AppPaths* paths_ = nullptr;

@@ -26,7 +26,9 @@
 #include "frame/texts.h"
 #include "results/result_model.h"
 #include "search/engine.h"
+#include "search/search_test_support.h"
 #include "search/source_folders.h"
+#include "support/hang_guard.h"
 #include "support/temp_tree.h"
 
 namespace kelvor {
@@ -37,8 +39,8 @@ using test::ReadUtf16File;
 using test::SetMtime;
 using test::TempDir;
 
-using Group = std::set<std::string>;
-using Groups = std::set<Group>;
+using test::Group;
+using test::Groups;
 
 struct RecordingSink : ProgressSink {
   std::map<Label, std::string> labels;
@@ -82,27 +84,6 @@ std::int64_t LocalTime(int year, int month, int day, int hour) {
   return static_cast<std::int64_t>(std::mktime(&tm));
 }
 
-// Removes `name` below the folder `dirFd` without ever building a full path,
-// for trees deeper than the system's path limit.
-void RemoveAt(int dirFd, const char* name) {
-  int fd = ::openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (fd >= 0) {
-    std::vector<std::string> names;
-    if (DIR* d = ::fdopendir(::dup(fd))) {
-      while (dirent* e = ::readdir(d)) {
-        std::string n = e->d_name;
-        if (n != "." && n != "..") names.push_back(n);
-      }
-      ::closedir(d);
-    }
-    for (const auto& n : names) RemoveAt(fd, n.c_str());
-    ::close(fd);
-    ::unlinkat(dirFd, name, AT_REMOVEDIR);
-  } else {
-    ::unlinkat(dirFd, name, 0);
-  }
-}
-
 class EngineTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -114,11 +95,7 @@ class EngineTest : public ::testing::Test {
   }
 
   // Switches exactly the given criteria on.
-  void Criteria(std::initializer_list<int> on) {
-    for (int i = 0; i < 10; ++i)
-      settings_.SetBool("DupVerz", "Suchkriterien" + std::to_string(i), false);
-    for (int i : on) settings_.SetBool("DupVerz", "Suchkriterien" + std::to_string(i), true);
-  }
+  void Criteria(std::initializer_list<int> on) { test::OnlyCriteria(settings_, on); }
   void Set(const char* key, std::string value) { settings_.Set("DupVerz", key, std::move(value)); }
 
   fs::path W(const std::string& rel, std::string_view content) {
@@ -164,20 +141,7 @@ class EngineTest : public ::testing::Test {
     return full.rfind(prefix, 0) == 0 ? full.substr(prefix.size()) : full;
   }
 
-  Groups Collect() const {
-    Groups out;
-    ResultModel& r = engine_->Result();
-    r.ForEachGroup([&](RowRef g) {
-      Group files;
-      r.ForEachFile(g, [&](RowRef f) {
-        files.insert(Rel(r.File_GetPathFromNode(f)));
-        return true;
-      });
-      out.insert(files);
-      return true;
-    });
-    return out;
-  }
+  Groups Collect() const { return test::GroupsBelow(engine_->Result(), tree_); }
 
   // Group titles, each with its files, for checks on titles.
   std::map<std::string, Group> Titled() const {
@@ -571,11 +535,7 @@ TEST_F(EngineTest, OddNamesDeepTreesAndLinks) {
   for (const auto& p : *deep.begin()) longest = std::max(longest, p.size());
   EXPECT_GT(longest, 6000u);
   EXPECT_EQ(engine_->Stats().FilesTotal, 2);
-  {
-    int fd = ::open(tree_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    RemoveAt(fd, "deep");
-    ::close(fd);
-  }
+  test::RemoveDeep(tree_, "deep");
 
   // Symbolic links: a loop is walked once, a link to a file is no file.
   W("loop/f.txt", "1");
