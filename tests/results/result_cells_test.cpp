@@ -78,17 +78,6 @@ class CellTable : public ::testing::Test {
   std::vector<Level> levels_;
 };
 
-TEST_F(CellTable, DescribesEveryKeyUnderItsOwnName) {
-  int heldSomewhere = 0;
-  for (CellKey k : AllKeys()) {
-    EXPECT_EQ(DescribeCell(k).key, k);
-    EXPECT_EQ(DescribeCell(k).name, CellKeyName(k));
-    const auto& d = DescribeCell(k);
-    if (d.root.Holds() || d.group.Holds() || d.file.Holds()) ++heldSomewhere;
-  }
-  EXPECT_EQ(heldSomewhere, kCellKeyCount);
-}
-
 // All stored cells of a row are written first and read afterwards, so a row
 // of the table that writes another key's field shows up as a wrong value.
 TEST_F(CellTable, EveryStoredCellReadsBackWhatWasWritten) {
