@@ -210,8 +210,8 @@ ChecksumFileState ChecksumFileStateFrom(const struct stat& st) {
 
 bool ReadChecksumFileState(const std::string& path, ChecksumFileState* state, std::string* error) {
   struct statx st {};
-  if (statx(AT_FDCWD, path.c_str(), 0, STATX_INO | STATX_SIZE | STATX_MTIME | STATX_CTIME, &st) !=
-      0) {
+  if (xStatAt(AT_FDCWD, path.c_str(), true, STATX_INO | STATX_SIZE | STATX_MTIME | STATX_CTIME,
+              &st) != 0) {
     if (error) *error = ErrorText(errno);
     return false;
   }

@@ -243,8 +243,8 @@ int xReadFolder(int fd, FileIdentity* id, F&& each) {
       &each);
 }
 // statx of the entry `name` of the open folder `dirFd` (automounts are not
-// triggered; a symbolic link is followed only with `followLink`).
-// 0, or -1 with errno.
+// triggered; a symbolic link is followed only with `followLink`). With
+// AT_FDCWD `name` may be a whole path. 0, or -1 with errno.
 int xStatAt(int dirFd, const char* name, bool followLink, unsigned mask, struct statx* out);
 // Closes a descriptor these functions gave.
 void xCloseFd(int fd);

@@ -146,8 +146,8 @@ TEST(OpenForReading, RelativeToTheFolderChecksAsByPath) {
   EXPECT_EQ(ReadAll(fd), "abc");
   ::close(fd);
   // Replaced by another file of the same size after the walk saw it.
-  fs::remove(a);
-  dir.Write("f/a", "xyz");
+  // (Made while the old one still exists, so it cannot get its inode.)
+  fs::rename(dir.Write("f/new", "xyz"), a);
   EXPECT_LT(xOpenFileForReadingAt(folder, "a", a, &seen, &error), 0);
   EXPECT_EQ(error, "replaced by another file after the folder was read");
   EXPECT_LT(xOpenFileForReadingAt(folder, "missing", a, nullptr, &error), 0);
