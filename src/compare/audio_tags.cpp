@@ -4,13 +4,12 @@
 #include <cstring>
 #include <limits>
 
-#include "compare/file_io.h"
+#include "data/file_system.h"
+#include "frame/error_text.h"
 #include "frame/texts.h"
 
 namespace kelvor {
 namespace {
-
-using compare_io::ReadFile;
 
 // Reads n bytes at `offset` for a probe. A negative offset is a failed
 // positioning (seekLabel); a failed read gets readLabel. Returns the bytes
@@ -35,7 +34,7 @@ class Prober {
   std::int64_t Read(void* buf, std::size_t n, std::int64_t offset, const char* seekLabel,
                     const char* readLabel) {
     if (offset < 0) {
-      Fail(compare_io::ErrorText(EINVAL), seekLabel);
+      Fail(ErrorText(EINVAL), seekLabel);
       return -1;
     }
     std::string err;
@@ -137,7 +136,7 @@ bool Search_CheckForMP3IDTag(std::int32_t& cutFromStart, std::int32_t& cutFromEn
           if (cutEnd + n + 15 > size) {
             // The tag would begin in front of the file: the same failure as
             // positioning there.
-            return f.Fail(compare_io::ErrorText(EINVAL), "Pos:9");
+            return f.Fail(ErrorText(EINVAL), "Pos:9");
           }
           lyricsLen = n + 15;
           cutEnd += lyricsLen;
@@ -162,7 +161,7 @@ bool Search_CheckForMP3IDTag(std::int32_t& cutFromStart, std::int32_t& cutFromEn
     if (cutStart + len + cutEnd > size) {
       // A header that claims more than the file holds: measured lengths
       // must leave a compare size of 0 or more.
-      return f.Fail(compare_io::ErrorText(EINVAL), "Pos:6");
+      return f.Fail(ErrorText(EINVAL), "Pos:6");
     }
     cutStart += len;
     cutFromStart = static_cast<std::int32_t>(cutStart);
@@ -181,12 +180,12 @@ bool Search_CheckForFlacTag(std::int32_t& metadataLength, std::int64_t fileSize,
   unsigned char buf[4];
   std::int64_t got = f.Read(buf, 4, 0, "FlacPos:1", "FlacPos:1");
   if (got < 0) return false;
-  if (got < 4) return f.Fail(compare_io::ErrorText(EIO), "FlacPos:1");
+  if (got < 4) return f.Fail(ErrorText(EIO), "FlacPos:1");
   if (!StartsWith(buf, "fLaC")) return true;
 
   got = f.Read(buf, 4, 4, "FlacPos:2", "FlacPos:2");
   if (got < 0) return false;
-  if (got < 4) return f.Fail(compare_io::ErrorText(EIO), "FlacPos:2");
+  if (got < 4) return f.Fail(ErrorText(EIO), "FlacPos:2");
   // The first block must be a STREAMINFO block that is not the last one.
   if (buf[0] != 0) {
     f.Message(txt::T5083);
@@ -204,7 +203,7 @@ bool Search_CheckForFlacTag(std::int32_t& metadataLength, std::int64_t fileSize,
     got = f.Read(buf, 4, at, seekLabel, "FlacPos:4");
     seekLabel = "FlacPos:4";
     if (got < 0) return false;
-    if (got < 4) return f.Fail(compare_io::ErrorText(EIO), "FlacPos:4");
+    if (got < 4) return f.Fail(ErrorText(EIO), "FlacPos:4");
     pos += blockLength();
     if (buf[0] & 0x80) {
       // The length stops one byte short of the first audio frame. A last

@@ -9,7 +9,9 @@
 #include <ctime>
 #include <system_error>
 
+#include "data/file_system.h"
 #include "frame/app_paths.h"
+#include "frame/error_text.h"
 #include "frame/texts.h"
 
 namespace kelvor {
@@ -208,9 +210,9 @@ ChecksumFileState ChecksumFileStateFrom(const struct stat& st) {
 
 bool ReadChecksumFileState(const std::string& path, ChecksumFileState* state, std::string* error) {
   struct statx st {};
-  if (statx(AT_FDCWD, path.c_str(), 0, STATX_INO | STATX_SIZE | STATX_MTIME | STATX_CTIME, &st) !=
-      0) {
-    if (error) *error = std::strerror(errno);
+  if (xStatAt(AT_FDCWD, path.c_str(), true, STATX_INO | STATX_SIZE | STATX_MTIME | STATX_CTIME,
+              &st) != 0) {
+    if (error) *error = ErrorText(errno);
     return false;
   }
   auto s = ChecksumFileStateFrom(st);
@@ -279,7 +281,8 @@ std::unique_ptr<ChecksumCache> ChecksumCache::Open(const fs::path& file, const T
 
 ChecksumCache::OpenResult ChecksumCache::OpenConnection(std::string* why, int* schema) {
   std::error_code ec;
-  if (!fs::exists(file_, ec)) fs::create_directories(file_.parent_path(), ec);
+  // A folder that cannot be made shows in the open's own error below.
+  if (!fs::exists(file_, ec)) xCreatePath_W(file_.parent_path().string());
 
   auto fail = [&](int rc, OpenResult kind) {
     *why = db_ ? sqlite3_errmsg(db_) : sqlite3_errstr(rc);
@@ -394,7 +397,7 @@ bool ChecksumCache::Rebuild(const std::string& why) {
   if (ec) {
     std::error_code ec2;
     if (!fs::remove(file_, ec2) && ec2) {
-      StopUsing(texts_.Get(txt::T9100, {shown, why + "; " + ec.message()}));
+      StopUsing(texts_.Get(txt::T9100, {shown, why + "; " + ErrorText(ec)}));
       return false;
     }
   }
@@ -584,7 +587,7 @@ bool ChecksumCache::Clear(const fs::path& file, std::string* error) {
       if (ec) {
         ok = false;
         if (!errors.empty()) errors += "; ";
-        errors += p.string() + ": " + ec.message();
+        errors += p.string() + ": " + ErrorText(ec);
       }
     }
   }

@@ -17,7 +17,9 @@
 #include <unordered_map>
 
 #include "compare/checksum_cache.h"
-#include "compare/file_io.h"
+#include "data/file_identity.h"
+#include "data/file_system.h"
+#include "frame/error_text.h"
 #include "frame/formats.h"
 #include "frame/log.h"
 #include "frame/run_state.h"
@@ -26,7 +28,6 @@
 
 namespace kelvor {
 
-using compare_io::ReadFile;
 using Clock = std::chrono::steady_clock;
 
 namespace {
@@ -328,7 +329,7 @@ class Hasher {
  private:
   static bool TakeState(const ReadFile& file, ChecksumFileState* state) {
     struct stat st;
-    if (::fstat(file.Fd(), &st) != 0) return false;
+    if (!file.Stat(&st, nullptr)) return false;
     *state = ChecksumFileStateFrom(st);
     return true;
   }
@@ -394,7 +395,12 @@ class Prefetcher {
  public:
   Prefetcher(int mode, const RunState& run, ChecksumCache* cache)
       : hasher_(mode, cache), run_(run) {
-    worker_ = std::thread([this] { Run(); });
+    // The helper reads for this thread: it sees the file-system faults a
+    // test has put in place here.
+    worker_ = std::thread([this, faults = FileSystemFaults::Current()] {
+      FileSystemFaults::Scope scope(faults);
+      Run();
+    });
   }
   ~Prefetcher() {
     {
@@ -584,24 +590,8 @@ void ContentComparer::Prefetch(const std::string& fullPath, const FileRecord& re
 }
 
 void ContentComparer::ReadIdentity(FileRecord& rec, const std::string& fullPath) {
-  struct stat st;
-  if (::stat(fullPath.c_str(), &st) != 0) {
-    int e = errno;
-    log_.LogProtokoll("xGetHardlinkCount2\\GetFileInformationByHandle: " +
-                          texts_.Get(txt::T2746, {fullPath, compare_io::ErrorText(e)}),
-                      true);
-    return;
-  }
-  if (st.st_nlink <= 1) {
-    rec.NumberOfLinks = 1;
-    rec.VolumeSerialNumber = rec.FileIndexHigh = rec.FileIndexLow = 0;
-    return;
-  }
-  const auto ino = static_cast<std::uint64_t>(st.st_ino);
-  rec.NumberOfLinks = static_cast<std::int32_t>(std::min<nlink_t>(st.st_nlink, INT32_MAX));
-  rec.VolumeSerialNumber = static_cast<std::int32_t>(static_cast<std::uint32_t>(st.st_dev));
-  rec.FileIndexHigh = static_cast<std::int32_t>(static_cast<std::uint32_t>(ino >> 32));
-  rec.FileIndexLow = static_cast<std::int32_t>(static_cast<std::uint32_t>(ino));
+  std::string error;
+  if (!xGetHardlinkCount2(fullPath, rec, &error, &texts_)) log_.LogProtokoll(error, true);
 }
 
 int ContentComparer::Search_CompareContent(FileRecord& newRec, const std::string& newFullPath,
@@ -799,13 +789,13 @@ int ContentComparer::CompareFileAtEnd(const ReadFile& f1, const ReadFile& f2, st
   last2 -= block;
   std::string err;
   if (at1 < 0) {
-    log_.LogProtokoll(
-        texts_.Get(txt::T3748, {path1, compare_io::ErrorText(EINVAL), "CompareFileAtEnd:1"}), true);
+    log_.LogProtokoll(texts_.Get(txt::T3748, {path1, ErrorText(EINVAL), "CompareFileAtEnd:1"}),
+                      true);
     return 8;
   }
   if (at2 < 0) {
-    log_.LogProtokoll(
-        texts_.Get(txt::T3748, {path2, compare_io::ErrorText(EINVAL), "CompareFileAtEnd:2"}), true);
+    log_.LogProtokoll(texts_.Get(txt::T3748, {path2, ErrorText(EINVAL), "CompareFileAtEnd:2"}),
+                      true);
     return 9;
   }
   std::int64_t got = f1.ReadAt(buf1_.data(), n, at1, &err);

@@ -25,9 +25,7 @@ class Logger;
 class ChecksumCache;
 struct RunState;
 class ProgressSink;
-namespace compare_io {
 class ReadFile;
-}
 namespace compare_detail {
 class Hasher;
 class Prefetcher;
@@ -199,9 +197,8 @@ class ContentComparer {
   int SideBySide(const std::string& path1, const std::string& path2, const HashRange& r1,
                  const HashRange& r2, const ExpectedFile& e1, const ExpectedFile& e2,
                  bool percentRoute, int* percentOut, std::string* error);
-  int CompareFileAtEnd(const compare_io::ReadFile& f1, const compare_io::ReadFile& f2,
-                       std::int64_t& last1, std::int64_t& last2, const std::string& path1,
-                       const std::string& path2);
+  int CompareFileAtEnd(const ReadFile& f1, const ReadFile& f2, std::int64_t& last1,
+                       std::int64_t& last2, const std::string& path1, const std::string& path2);
   void ReadIdentity(FileRecord& rec, const std::string& fullPath);
   void ShowReadProgress(const std::string& action, const std::string& path1,
                         const std::string& path2, std::int64_t done, std::int64_t total);

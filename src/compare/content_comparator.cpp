@@ -1,7 +1,5 @@
 #include "compare/content_comparator.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
 
@@ -19,16 +17,15 @@ bool ReadSample(const std::string& path, const FileRecord& rec, std::uint64_t* o
   constexpr std::int64_t kSampleBytes = 4096;
   const std::int64_t size = rec.SIZE;
   const ExpectedFile expected = WalkExpectation(rec);
-  int fd = xOpenFileForReading(path, &expected, nullptr);
-  if (fd < 0) return false;
+  ReadFile file;
+  if (!file.Open(path, false, nullptr, &expected)) return false;
   char buf[2 * kSampleBytes];
   const std::int64_t head = std::min(size, kSampleBytes);
   const std::int64_t tailStart = std::max(head, size - kSampleBytes);
   const std::int64_t tail = size - tailStart;
-  bool ok =
-      ::pread(fd, buf, static_cast<std::size_t>(head), 0) == head &&
-      (tail == 0 || ::pread(fd, buf + head, static_cast<std::size_t>(tail), tailStart) == tail);
-  ::close(fd);
+  const bool ok = file.ReadAt(buf, static_cast<std::size_t>(head), 0, nullptr) == head &&
+                  (tail == 0 || file.ReadAt(buf + head, static_cast<std::size_t>(tail), tailStart,
+                                            nullptr) == tail);
   if (!ok) return false;
   std::uint64_t h = 1469598103934665603ULL ^ static_cast<std::uint64_t>(size);
   for (std::int64_t i = 0; i < head + tail; ++i) {

@@ -6,13 +6,12 @@
 #include <limits>
 #include <vector>
 
-#include "compare/file_io.h"
+#include "data/file_system.h"
+#include "frame/error_text.h"
 #include "frame/texts.h"
 
 namespace kelvor {
 namespace {
-
-using compare_io::ReadFile;
 
 constexpr std::int64_t kInt32Max = std::numeric_limits<std::int32_t>::max();
 
@@ -97,7 +96,7 @@ bool Search_GetExifDatablockSize(const std::string& path, std::int32_t& cutFromS
   if (tail > 0) {
     got = file.ReadAt(buf.data(), buf.size(), size - tail, &err);
     if (got < 0) return Fail(path, err, Label(kProc, 5), texts, message);
-    if (got < tail) return Fail(path, compare_io::ErrorText(EIO), Label(kProc, 5), texts, message);
+    if (got < tail) return Fail(path, ErrorText(EIO), Label(kProc, 5), texts, message);
   }
   for (std::int64_t i = tail - 2; i >= 0; --i) {
     if (buf[i] == 0xFF && buf[i + 1] == 0xD9) {

@@ -57,7 +57,7 @@ class OpenPicture {
     }
     file_ = fdopen(fd, "rb");
     if (!file_) {
-      ::close(fd);
+      xCloseFd(fd);
       *errorText = "OpenPicture: cannot read the file";
       return false;
     }

@@ -80,7 +80,7 @@ class OpenPicture {
       return false;
     }
     if (!file_.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
-      ::close(fd);
+      xCloseFd(fd);
       *errorText = "OpenPicture: " + file_.errorString().toStdString();
       return false;
     }

@@ -4,10 +4,12 @@
 
 #include <fmt/format.h>
 
+#include <sys/sysmacros.h>
+
 #include <cerrno>
 #include <climits>
-#include <system_error>
 
+#include "frame/error_text.h"
 #include "frame/texts.h"
 
 namespace kelvor {
@@ -20,8 +22,25 @@ std::string Hex32(std::int32_t v) {
 
 }  // namespace
 
-void SetHardlinkIdentity(const struct stat& st, FileRecord& rec) {
-  const auto links = static_cast<std::uint64_t>(st.st_nlink);
+FileIdentity IdentityOf(const struct stat& st) {
+  FileIdentity id;
+  id.device = static_cast<std::uint64_t>(st.st_dev);
+  id.inode = static_cast<std::uint64_t>(st.st_ino);
+  id.links = st.st_nlink > UINT32_MAX ? UINT32_MAX : static_cast<std::uint32_t>(st.st_nlink);
+  return id;
+}
+
+FileIdentity IdentityOf(const struct statx& sx) {
+  FileIdentity id;
+  // The same number stat reports as st_dev.
+  id.device = static_cast<std::uint64_t>(makedev(sx.stx_dev_major, sx.stx_dev_minor));
+  id.inode = sx.stx_ino;
+  id.links = sx.stx_nlink;
+  return id;
+}
+
+void SetHardlinkIdentity(const FileIdentity& id, FileRecord& rec) {
+  const std::uint64_t links = id.links;
   if (links <= 1) {
     rec.NumberOfLinks = 1;
     rec.VolumeSerialNumber = 0;
@@ -31,8 +50,8 @@ void SetHardlinkIdentity(const struct stat& st, FileRecord& rec) {
   }
   rec.NumberOfLinks = links > INT32_MAX ? INT32_MAX : static_cast<std::int32_t>(links);
   // Bits are kept as they are: the values are identities, not quantities.
-  const auto dev = static_cast<std::uint64_t>(st.st_dev);
-  const auto ino = static_cast<std::uint64_t>(st.st_ino);
+  const std::uint64_t dev = id.device;
+  const std::uint64_t ino = id.inode;
   rec.VolumeSerialNumber = static_cast<std::int32_t>(static_cast<std::uint32_t>(dev ^ (dev >> 32)));
   rec.FileIndexHigh = static_cast<std::int32_t>(static_cast<std::uint32_t>(ino >> 32));
   rec.FileIndexLow = static_cast<std::int32_t>(static_cast<std::uint32_t>(ino));
@@ -43,7 +62,7 @@ bool xGetHardlinkCount2(std::string_view path, FileRecord& rec, std::string* err
   struct stat st {};
   const std::string p(path);
   if (::stat(p.c_str(), &st) != 0) {
-    const std::string why = std::error_code(errno, std::generic_category()).message();
+    const std::string why = ErrorText(errno);
     if (errorText) {
       const TextCatalog german;
       const TextCatalog& catalog = texts ? *texts : german;

@@ -3,7 +3,12 @@
 // serial number (st_dev), file index high and low (the upper and lower 32
 // bits of st_ino); NumberOfLinks is st_nlink. A file with one link gets the
 // identity 0, 0, 0, so that only files with further links carry one.
+//
+// FileIdentity is the one place where a stat result becomes an identity:
+// the walk's statx, the open of a file for reading (is it still the file the
+// walk saw?) and the hard-link fields of a record all go through it.
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cstdint>
@@ -16,6 +21,19 @@ namespace kelvor {
 
 class TextCatalog;
 
+// Device and inode of a file, and its number of links.
+struct FileIdentity {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  std::uint32_t links = 1;
+  // The same file: device and inode (the link count may change).
+  bool SameFile(const FileIdentity& o) const { return device == o.device && inode == o.inode; }
+};
+
+FileIdentity IdentityOf(const struct stat& st);
+// From a statx that asked for at least STATX_INO and STATX_NLINK.
+FileIdentity IdentityOf(const struct statx& sx);
+
 // Reads the identity of the file at path (symbolic links followed) into the
 // four identity fields of rec. On failure the fields are left as they were,
 // *errorText (may be null) gets "xGetHardlinkCount2\GetFileInformationByHandle: "
@@ -24,9 +42,12 @@ class TextCatalog;
 bool xGetHardlinkCount2(std::string_view path, FileRecord& rec, std::string* errorText,
                         const TextCatalog* texts = nullptr);
 
-// The same from a stat result the caller already has (the folder walk has
-// one for every entry).
-void SetHardlinkIdentity(const struct stat& st, FileRecord& rec);
+// The same from an identity the caller already has (the folder walk has one
+// for every entry).
+void SetHardlinkIdentity(const FileIdentity& id, FileRecord& rec);
+inline void SetHardlinkIdentity(const struct stat& st, FileRecord& rec) {
+  SetHardlinkIdentity(IdentityOf(st), rec);
+}
 
 // The four values with their own keys: decimal joined with "|", the formatted
 // form in upper-case hexadecimal.

@@ -14,13 +14,13 @@
 #include <system_error>
 #include <vector>
 
+#include "frame/error_text.h"
+
 namespace kelvor {
 
 namespace {
 
-std::string SystemText(int err) {
-  return std::error_code(err, std::generic_category()).message();
-}
+thread_local const FileSystemFaults* tCurrentFaults = nullptr;
 
 // "(text)", built by appending (concatenating temporaries here trips a false
 // -Wrestrict of g++ 12).
@@ -107,25 +107,19 @@ int OpenPath(const std::string& path, int flags) {
 
 }  // namespace
 
-int xOpenFileForReading(std::string_view path, const ExpectedFile* expected, std::string* errorText,
-                        struct stat* stOut) {
-  auto fail = [&](std::string why) {
-    if (errorText) *errorText = std::move(why);
-    return -1;
-  };
-  if (path.empty()) return fail(SystemText(ENOENT));
-  const int fd =
-      OpenPath(std::string(path), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
-  if (fd < 0) return fail(SystemText(errno));
+namespace {
+
+// The checks of an open for reading on the descriptor just opened: a
+// regular file, the one expected, back in blocking mode.
+int CheckOpened(int fd, const ExpectedFile* expected, std::string* errorText, struct stat* stOut) {
   struct stat st {};
   std::string why;
   if (::fstat(fd, &st) != 0) {
-    why = SystemText(errno);
+    why = ErrorText(errno);
   } else if (!S_ISREG(st.st_mode)) {
-    why = S_ISDIR(st.st_mode) ? SystemText(EISDIR) : "not a regular file";
+    why = S_ISDIR(st.st_mode) ? ErrorText(EISDIR) : "not a regular file";
   } else if (expected && (expected->device != 0 || expected->inode != 0) &&
-             (static_cast<std::uint64_t>(st.st_dev) != expected->device ||
-              static_cast<std::uint64_t>(st.st_ino) != expected->inode)) {
+             !IdentityOf(st).SameFile(FileIdentity{expected->device, expected->inode})) {
     why = "replaced by another file after the folder was read";
   } else if (expected && expected->size >= 0 &&
              static_cast<std::int64_t>(st.st_size) != expected->size) {
@@ -140,7 +134,190 @@ int xOpenFileForReading(std::string_view path, const ExpectedFile* expected, std
     return fd;
   }
   ::close(fd);
-  return fail(std::move(why));
+  if (errorText) *errorText = std::move(why);
+  return -1;
+}
+
+constexpr int kReadFlags = O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC;
+
+}  // namespace
+
+int xOpenFileForReading(std::string_view path, const ExpectedFile* expected, std::string* errorText,
+                        struct stat* stOut) {
+  int err = path.empty() ? ENOENT : InjectedFault(FsCall::OpenFile, path);
+  const int fd = err ? -1 : OpenPath(std::string(path), kReadFlags);
+  if (fd < 0) {
+    if (!err) err = errno;
+    if (errorText) *errorText = ErrorText(err);
+    return -1;
+  }
+  return CheckOpened(fd, expected, errorText, stOut);
+}
+
+int xOpenFileForReadingAt(int dirFd, const char* name, std::string_view path,
+                          const ExpectedFile* expected, std::string* errorText,
+                          struct stat* stOut) {
+  int err = InjectedFault(FsCall::OpenFile, path);
+  const int fd = err ? -1 : OpenAtOnce(dirFd, name, kReadFlags);
+  if (fd < 0) {
+    if (!err) err = errno;
+    if (errorText) *errorText = ErrorText(err);
+    return -1;
+  }
+  return CheckOpened(fd, expected, errorText, stOut);
+}
+
+// ---------------------------------------------------------------------------
+// ReadFile
+
+ReadFile::~ReadFile() {
+  Close();
+}
+
+void ReadFile::Close() {
+  if (fd_ >= 0) ::close(fd_);
+  fd_ = -1;
+}
+
+bool ReadFile::Open(const std::string& path, bool sequential, std::string* err,
+                    const ExpectedFile* expected) {
+  Close();
+  std::string why;
+  fd_ = xOpenFileForReading(path, expected, &why);
+  if (fd_ < 0) {
+    if (err) *err = why;
+    return false;
+  }
+  readFault_ = InjectedFault(FsCall::ReadFile, path);
+  if (sequential) ::posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
+  return true;
+}
+
+bool ReadFile::Stat(struct stat* st, std::string* err) const {
+  if (::fstat(fd_, st) != 0) {
+    if (err) *err = ErrorText(errno);
+    return false;
+  }
+  return true;
+}
+
+std::int64_t ReadFile::Size(std::string* err) const {
+  struct stat st;
+  if (!Stat(&st, err)) return -1;
+  return static_cast<std::int64_t>(st.st_size);
+}
+
+std::int64_t ReadFile::ReadAt(void* buf, std::size_t n, std::int64_t offset,
+                              std::string* err) const {
+  if (offset < 0 || readFault_ != 0) {
+    if (err) *err = ErrorText(offset < 0 ? EINVAL : readFault_);
+    return -1;
+  }
+  auto* p = static_cast<unsigned char*>(buf);
+  std::size_t done = 0;
+  while (done < n) {
+    ssize_t got = ::pread(fd_, p + done, n - done, static_cast<off_t>(offset + done));
+    if (got < 0) {
+      if (errno == EINTR) continue;
+      if (err) *err = ErrorText(errno);
+      return -1;
+    }
+    if (got == 0) break;
+    done += static_cast<std::size_t>(got);
+  }
+  return static_cast<std::int64_t>(done);
+}
+
+void ReadFile::Sequential(std::int64_t offset, std::int64_t len) const {
+  if (fd_ >= 0 && len > 0) ::posix_fadvise(fd_, offset, len, POSIX_FADV_SEQUENTIAL);
+}
+
+// ---------------------------------------------------------------------------
+// Folders
+
+int xOpenFolder(std::string_view path) {
+  const std::string p = path.empty() ? std::string("/") : std::string(path);
+  if (const int err = InjectedFault(FsCall::OpenFolder, p)) {
+    errno = err;
+    return -1;
+  }
+  return ::open(p.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+}
+
+int xOpenFolderAt(int dirFd, const char* name, bool followLink) {
+  if (const int err = InjectedFault(FsCall::OpenFolder, name)) {
+    errno = err;
+    return -1;
+  }
+  return ::openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | (followLink ? 0 : O_NOFOLLOW));
+}
+
+int xReadFolder(int fd, FileIdentity* id, FolderEntryFn each, void* context) {
+  if (id) {
+    struct stat st;
+    if (::fstat(fd, &st) != 0) return errno;
+    *id = IdentityOf(st);
+  }
+  // readdir takes the descriptor over: it reads a duplicate, so that the
+  // folder stays open for the statx and openat of its entries.
+  const int dupfd = ::dup(fd);
+  if (dupfd < 0) return errno;
+  DIR* d = ::fdopendir(dupfd);
+  if (!d) {
+    const int err = errno;
+    ::close(dupfd);
+    return err;
+  }
+  errno = 0;
+  while (const dirent* e = ::readdir(d)) {
+    const char* n = e->d_name;
+    if (!(n[0] == '.' && (n[1] == 0 || (n[1] == '.' && n[2] == 0))))
+      each(context, n, std::strlen(n), e->d_type);
+    errno = 0;
+  }
+  const int err = errno;
+  ::closedir(d);
+  return err;
+}
+
+int xStatAt(int dirFd, const char* name, bool followLink, unsigned mask, struct statx* out) {
+  if (const int err = InjectedFault(FsCall::StatEntry, name)) {
+    errno = err;
+    return -1;
+  }
+  return ::statx(dirFd, name, AT_NO_AUTOMOUNT | (followLink ? 0 : AT_SYMLINK_NOFOLLOW), mask, out);
+}
+
+void xCloseFd(int fd) {
+  if (fd >= 0) ::close(fd);
+}
+
+// ---------------------------------------------------------------------------
+// Faults
+
+void FileSystemFaults::Fail(FsCall call, std::string pathEnd, int err) {
+  rules_.push_back(Rule{call, std::move(pathEnd), err});
+}
+
+int FileSystemFaults::ErrorFor(FsCall call, std::string_view path) const {
+  for (const Rule& r : rules_) {
+    if (r.call == call && path.size() >= r.pathEnd.size() &&
+        path.substr(path.size() - r.pathEnd.size()) == r.pathEnd)
+      return r.err;
+  }
+  return 0;
+}
+
+const FileSystemFaults* FileSystemFaults::Current() {
+  return tCurrentFaults;
+}
+
+FileSystemFaults::Scope::Scope(const FileSystemFaults* faults) : previous_(tCurrentFaults) {
+  tCurrentFaults = faults;
+}
+
+FileSystemFaults::Scope::~Scope() {
+  tCurrentFaults = previous_;
 }
 
 bool xExistFile_W(std::string_view path) {
@@ -150,9 +327,16 @@ bool xExistFile_W(std::string_view path) {
 }
 
 bool xExistFolder_W(std::string_view path) {
+  FileIdentity id;
+  return xFolderIdentity(path, &id);
+}
+
+bool xFolderIdentity(std::string_view path, FileIdentity* id) {
   struct stat st {};
-  if (path.empty() || ::stat(std::string(path).c_str(), &st) != 0) return false;
-  return S_ISDIR(st.st_mode);
+  if (path.empty() || ::stat(std::string(path).c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
+    return false;
+  *id = IdentityOf(st);
+  return true;
 }
 
 bool xDirEmpty_W(std::string_view path) {
@@ -258,6 +442,10 @@ std::int64_t xGetFileSizeByPath_W(std::string_view path) {
 
 bool xDeleteFile_W(std::string_view path, std::string* errorText) {
   const std::string p(path);
+  if (const int fault = InjectedFault(FsCall::DeleteFile, p)) {
+    if (errorText) *errorText = Bracketed(ErrorText(fault));
+    return false;
+  }
   if (::unlink(p.c_str()) == 0) return true;
   int err = errno;
   std::string text;
@@ -266,25 +454,29 @@ bool xDeleteFile_W(std::string_view path, std::string* errorText) {
     struct stat st {};
     if (::lstat(p.c_str(), &st) != 0 || ::chmod(p.c_str(), st.st_mode | S_IWUSR) != 0) {
       text = " SetFA: ";
-      text += Bracketed(SystemText(errno));
+      text += Bracketed(ErrorText(errno));
     }
     if (::unlink(p.c_str()) == 0) return true;
     err = errno;
   }
-  if (errorText) *errorText = Bracketed(SystemText(err)) + text;
+  if (errorText) *errorText = Bracketed(ErrorText(err)) + text;
   return false;
 }
 
 bool xCreatePath_W(std::string_view path, std::string* errorText) {
+  if (const int fault = InjectedFault(FsCall::CreateFolder, path)) {
+    if (errorText) *errorText = Bracketed(ErrorText(fault));
+    return false;
+  }
   std::error_code ec;
   const std::filesystem::path p{std::string(path)};
   std::filesystem::create_directories(p, ec);
   if (ec) {
-    if (errorText) *errorText = Bracketed(ec.message());
+    if (errorText) *errorText = Bracketed(ErrorText(ec));
     return false;
   }
   if (!std::filesystem::is_directory(p, ec)) {
-    if (errorText) *errorText = Bracketed(SystemText(ENOTDIR));
+    if (errorText) *errorText = Bracketed(ErrorText(ENOTDIR));
     return false;
   }
   return true;
@@ -294,7 +486,7 @@ bool xDeleteFolderR_W(std::string_view path, std::string* errorText) {
   std::error_code ec;
   std::filesystem::remove_all(std::filesystem::path{std::string(path)}, ec);
   if (ec) {
-    if (errorText) *errorText = Bracketed(ec.message());
+    if (errorText) *errorText = Bracketed(ErrorText(ec));
     return false;
   }
   return true;

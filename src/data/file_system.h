@@ -3,17 +3,86 @@
 //
 // Paths are UTF-8 (or any bytes: Linux names need not be valid UTF-8, and
 // they pass through unchanged). The separator is "/". Failures are answered
-// by the return value and, where an operation has one, an error text; nothing
-// here throws for a file-system failure.
+// by the return value and, where an operation has one, an error text
+// (ErrorText of frame/error_text.h); nothing here throws for a file-system
+// failure.
+//
+// Every access of the program to the files it searches goes through here, so
+// that a test can make any of these calls fail with an error of its choice
+// (FileSystemFaults below).
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include "data/file_identity.h"
 
 namespace kelvor {
+
+// --- faults for tests ---
+
+// The calls a test can make fail.
+enum class FsCall : std::uint8_t {
+  OpenFolder,    // opening a folder to read its entries
+  StatEntry,     // the walk's stat of a folder entry
+  OpenFile,      // opening a file for reading
+  ReadFile,      // reading from a file opened for reading
+  CreateFolder,  // making a folder (xCreatePath_W)
+  DeleteFile,    // deleting a file (xDeleteFile_W)
+};
+
+// Failures a test wants to see. Production code never makes one: the calls
+// above ask `FileSystemFaults::Current()`, which is null unless a test has
+// put a set of faults in place for the calling thread with a Scope. A thread
+// that works for another (a read-ahead helper) takes over the faults of the
+// thread that starts it: `Scope scope(captured)` at its start, with the
+// pointer `Current()` gave when it was made. Add rules before the Scope; the
+// rules are then only read, from any thread.
+class FileSystemFaults {
+ public:
+  // From now on `call` fails with `err` on every path whose end is
+  // `pathEnd` ("" = every path). The per-entry calls of the walk see the
+  // entry's name, the others the path they were given.
+  void Fail(FsCall call, std::string pathEnd, int err);
+  // The errno `call` on `path` fails with; 0 = none.
+  int ErrorFor(FsCall call, std::string_view path) const;
+
+  // The faults in place for the calling thread; null in production.
+  static const FileSystemFaults* Current();
+
+  class Scope {
+   public:
+    explicit Scope(const FileSystemFaults* faults);
+    ~Scope();
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
+
+   private:
+    const FileSystemFaults* previous_;
+  };
+
+ private:
+  struct Rule {
+    FsCall call;
+    std::string pathEnd;
+    int err;
+  };
+  std::vector<Rule> rules_;
+};
+
+// The errno a test wants `call` on `path` to fail with; 0 in production
+// (one thread-local read, no system call).
+inline int InjectedFault(FsCall call, std::string_view path) {
+  const FileSystemFaults* f = FileSystemFaults::Current();
+  return f ? f->ErrorFor(call, path) : 0;
+}
 
 // Long paths need no prefix on Linux: the identity.
 inline std::string xLongPath(std::string_view path) {
@@ -24,6 +93,8 @@ inline std::string xLongPath(std::string_view path) {
 bool xExistFile_W(std::string_view path);
 // A folder (symbolic links followed) exists at path.
 bool xExistFolder_W(std::string_view path);
+// The same, with the folder's identity (device and inode) in *id.
+bool xFolderIdentity(std::string_view path, FileIdentity* id);
 // The folder holds nothing (false when it cannot be read).
 bool xDirEmpty_W(std::string_view path);
 
@@ -104,6 +175,79 @@ struct ExpectedFile {
 // is no longer the one expected. *st (may be null) receives its fstat.
 int xOpenFileForReading(std::string_view path, const ExpectedFile* expected, std::string* errorText,
                         struct stat* st = nullptr);
+
+// The same relative to an open folder: `name` is a name in the folder of
+// `dirFd` (the per-file path of a walk, with no lookup of the full path).
+// `path` is the full path, for the texts and the faults only.
+int xOpenFileForReadingAt(int dirFd, const char* name, std::string_view path,
+                          const ExpectedFile* expected, std::string* errorText,
+                          struct stat* st = nullptr);
+
+// A file opened for reading (xOpenFileForReading): positioned reads, its
+// size, read-ahead hints. Closes itself.
+class ReadFile {
+ public:
+  ReadFile() = default;
+  ~ReadFile();
+  ReadFile(const ReadFile&) = delete;
+  ReadFile& operator=(const ReadFile&) = delete;
+
+  // Opens through xOpenFileForReading: never waits (a FIFO in the file's
+  // place is refused), reaches paths of any length, and where `expected` is
+  // given insists on the file the walk saw, at its size. `sequential` hints
+  // the kernel to read ahead. On failure returns false and *err holds the
+  // system's text or the reason.
+  bool Open(const std::string& path, bool sequential, std::string* err,
+            const ExpectedFile* expected = nullptr);
+  // Current size of the open file; -1 with *err on failure.
+  std::int64_t Size(std::string* err) const;
+  // fstat of the open file; false with *err on failure.
+  bool Stat(struct stat* st, std::string* err) const;
+  // Reads up to `n` bytes at `offset`, repeating short reads until the end
+  // of the file. Returns the bytes read (less than n only at the end), or -1
+  // with *err set. A negative offset fails with EINVAL.
+  std::int64_t ReadAt(void* buf, std::size_t n, std::int64_t offset, std::string* err) const;
+  // Hints the kernel that [offset, offset+len) will be read in order.
+  void Sequential(std::int64_t offset, std::int64_t len) const;
+  void Close();
+  bool IsOpen() const { return fd_ >= 0; }
+  int Fd() const { return fd_; }
+
+ private:
+  int fd_ = -1;
+  int readFault_ = 0;  // a test's error for every read; 0 in production
+};
+
+// --- folders, for the walk: each call one system call on a descriptor ---
+
+// Opens a folder to read its entries (close-on-exec). `path` "" is "/".
+// -1 with errno on failure.
+int xOpenFolder(std::string_view path);
+// Opens the folder `name` of the open folder `dirFd`; a symbolic link in
+// its place is followed only with `followLink`. -1 with errno on failure.
+int xOpenFolderAt(int dirFd, const char* name, bool followLink);
+// Reads the entries of the open folder `fd` (without "." and "..") and
+// gives each to `each(name, length, d_type)`; *id (may be null) gets the
+// folder's identity. The descriptor stays open and keeps its position.
+// 0, or the errno of the failure.
+using FolderEntryFn = void (*)(void* context, const char* name, std::size_t length,
+                               unsigned char type);
+int xReadFolder(int fd, FileIdentity* id, FolderEntryFn each, void* context);
+template <class F>
+int xReadFolder(int fd, FileIdentity* id, F&& each) {
+  return xReadFolder(
+      fd, id,
+      [](void* c, const char* name, std::size_t length, unsigned char type) {
+        (*static_cast<std::remove_reference_t<F>*>(c))(name, length, type);
+      },
+      &each);
+}
+// statx of the entry `name` of the open folder `dirFd` (automounts are not
+// triggered; a symbolic link is followed only with `followLink`). With
+// AT_FDCWD `name` may be a whole path. 0, or -1 with errno.
+int xStatAt(int dirFd, const char* name, bool followLink, unsigned mask, struct statx* out);
+// Closes a descriptor these functions gave.
+void xCloseFd(int fd);
 
 // --- owner ---
 

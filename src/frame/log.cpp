@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <system_error>
 
+#include "frame/error_text.h"
 #include "frame/formats.h"
 #include "frame/settings_store.h"
 #include "frame/sinks.h"
@@ -170,7 +171,7 @@ bool Logger::SaveTmpLog(std::string* error) {
     // search's log must not stand as this one's.
     if (std::filesystem::exists(lastSearchLog_, ec)) {
       std::filesystem::remove(lastSearchLog_, ec);
-      note(ec ? texts.Get(txt::T9023, {lastSearchLog_.string(), ec.message()})
+      note(ec ? texts.Get(txt::T9023, {lastSearchLog_.string(), ErrorText(ec)})
               : texts.Get(txt::T9022, {lastSearchLog_.string()}));
     }
   } else {
@@ -183,10 +184,10 @@ bool Logger::SaveTmpLog(std::string* error) {
     if (!body.empty()) {
       const int fd = OpenForAppend(generalLog_);
       if (fd < 0) {
-        note(texts.Get(txt::T2746, {generalLog_.string(), ErrnoText(errno)}));
+        note(texts.Get(txt::T2746, {generalLog_.string(), ErrorText(errno)}));
       } else {
         if (!AppendWhole(fd, body)) {
-          note(texts.Get(txt::T9002, {generalLog_.string(), ErrnoText(errno)}));
+          note(texts.Get(txt::T9002, {generalLog_.string(), ErrorText(errno)}));
         }
         ::close(fd);
       }
@@ -202,7 +203,7 @@ bool Logger::SaveTmpLog(std::string* error) {
         // No half copy stays; the message says that the file is gone.
         std::error_code ec3;
         std::filesystem::remove(lastSearchLog_, ec3);
-        note(texts.Get(txt::T9001, {lastSearchLog_.string(), ec2.message()}));
+        note(texts.Get(txt::T9001, {lastSearchLog_.string(), ErrorText(ec2)}));
       } else {
         std::filesystem::remove(runLog_, ec2);
       }
@@ -252,7 +253,7 @@ bool Cut_Logfile(double days, const std::filesystem::path& file, std::string* er
   tmp += ".tmp";
   const int fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd < 0) {
-    if (error) *error = texts.Get(txt::T9001, {tmp.string(), ErrnoText(errno)});
+    if (error) *error = texts.Get(txt::T9001, {tmp.string(), ErrorText(errno)});
     return false;
   }
   const bool ok = WriteAll(fd, Utf16leWithBom(kept)) && ::fsync(fd) == 0;
@@ -260,13 +261,13 @@ bool Cut_Logfile(double days, const std::filesystem::path& file, std::string* er
   ::close(fd);
   if (!ok) {
     ::unlink(tmp.c_str());
-    if (error) *error = texts.Get(txt::T9002, {tmp.string(), ErrnoText(err)});
+    if (error) *error = texts.Get(txt::T9002, {tmp.string(), ErrorText(err)});
     return false;
   }
   std::filesystem::rename(tmp, file, ec);
   if (ec) {
     std::filesystem::remove(tmp, ec);
-    if (error) *error = texts.Get(txt::T9002, {file.string(), ec.message()});
+    if (error) *error = texts.Get(txt::T9002, {file.string(), ErrorText(ec)});
     return false;
   }
   return true;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <system_error>
 
+#include "frame/error_text.h"
 #include "frame/ini_file.h"
 #include "frame/settings_store.h"
 #include "frame/sinks.h"
@@ -145,7 +146,7 @@ std::optional<std::string> Profil_Rename(const fs::path& profileFolder, std::str
   std::error_code ec;
   fs::rename(from, to, ec);
   if (ec) {
-    prompt.Message(texts.Get(txt::T9014, {name, ec.message()}), MessageIcon::Critical);
+    prompt.Message(texts.Get(txt::T9014, {name, ErrorText(ec)}), MessageIcon::Critical);
     return std::nullopt;
   }
   return newName;
@@ -162,7 +163,7 @@ bool Profil_Delete(const fs::path& profileFolder, std::string_view name, Prompt&
   std::error_code ec;
   fs::remove(file, ec);
   if (ec) {
-    prompt.Message(texts.Get(txt::T9015, {name, ec.message()}), MessageIcon::Critical);
+    prompt.Message(texts.Get(txt::T9015, {name, ErrorText(ec)}), MessageIcon::Critical);
     return false;
   }
   return true;

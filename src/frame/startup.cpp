@@ -14,6 +14,7 @@
 #include <system_error>
 #include <thread>
 
+#include "frame/error_text.h"
 #include "frame/formats.h"
 #include "frame/ini_file.h"
 #include "frame/log.h"
@@ -40,7 +41,7 @@ bool MakeFolder(const fs::path& folder, std::string_view what, std::string* mess
   if (fs::is_directory(folder, ec)) return true;
   fs::create_directories(folder, ec);
   if (!ec && fs::is_directory(folder)) return true;
-  std::string reason = ec ? ec.message() : "not a folder";
+  std::string reason = ec ? ErrorText(ec) : "not a folder";
   *message = "Can't create " + std::string(what) + " folder '" + folder.string() + "': " + reason;
   return false;
 }
@@ -238,7 +239,7 @@ bool EnsureUnicodeSettingsFile(const fs::path& file, std::string* error) {
   std::error_code ec;
   if (!fs::exists(file, ec)) {
     if (CreateEmptyFileWithUnicodeHeader(file)) return true;
-    if (error) *error = ErrnoText(errno);
+    if (error) *error = ErrorText(errno);
     return false;
   }
   // A FIFO, device or folder: left for the settings reader to report.
@@ -310,7 +311,7 @@ StartupResult RunStartup(const StartupOptions& options, const Environment& env, 
   }
 
   if (!CreateEmptyFileWithUnicodeHeader(p.generalLog)) {
-    box("Can't create log file '" + p.generalLog.string() + "': " + ErrnoText(errno));
+    box("Can't create log file '" + p.generalLog.string() + "': " + ErrorText(errno));
   }
 
   // The run's log: a new tick-count name, made with O_EXCL so that it is new
@@ -322,7 +323,7 @@ StartupResult RunStartup(const StartupOptions& options, const Environment& env, 
     const int fd = ::open(candidate.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (fd < 0) {
       if (errno == EEXIST) continue;
-      box("Can't create log file '" + candidate.string() + "': " + ErrnoText(errno));
+      box("Can't create log file '" + candidate.string() + "': " + ErrorText(errno));
       r.paths.runLog = candidate;  // logging to it fails quietly
       break;
     }
@@ -334,7 +335,7 @@ StartupResult RunStartup(const StartupOptions& options, const Environment& env, 
     if (::close(fd) != 0 && err == 0) err = errno;
     if (err != 0) {
       ::unlink(candidate.c_str());
-      box(r.texts.Get(txt::T9021, {candidate.string(), ErrnoText(err)}));
+      box(r.texts.Get(txt::T9021, {candidate.string(), ErrorText(err)}));
     }
     r.paths.runLog = candidate;  // without its file, logging to it fails quietly
   }

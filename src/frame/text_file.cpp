@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "frame/error_text.h"
 #include "frame/texts.h"
 #include "frame/unicode.h"
 
@@ -67,10 +68,6 @@ std::string DecodeText(std::string_view bytes, bool guessUtf16, TextEncoding* fo
   return FromCodePoints(cps);
 }
 
-std::string ErrnoText(int err) {
-  return std::strerror(err);
-}
-
 bool ReadWholeFile(const std::filesystem::path& file, std::string* bytes, std::string* error) {
   return ReadWholeFile(file, bytes, error, TextCatalog{});
 }
@@ -79,7 +76,7 @@ bool ReadWholeFile(const std::filesystem::path& file, std::string* bytes, std::s
                    const TextCatalog& texts) {
   const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) {
-    if (error) *error = ErrnoText(errno);
+    if (error) *error = ErrorText(errno);
     return false;
   }
   struct stat st {};
@@ -99,7 +96,7 @@ bool ReadWholeFile(const std::filesystem::path& file, std::string* bytes, std::s
       if (errno == EINTR) continue;
       const int err = errno;
       ::close(fd);
-      if (error) *error = ErrnoText(err);
+      if (error) *error = ErrorText(err);
       return false;
     }
     bytes->append(buf, static_cast<std::size_t>(n));
@@ -121,7 +118,7 @@ bool WriteFileAtomic(const std::filesystem::path& file, std::string_view bytes,
 bool WriteFileAtomic(const std::filesystem::path& file, std::string_view bytes, std::string* error,
                      const TextCatalog& texts) {
   auto fail = [&](const char* what, int err) {
-    if (error) *error = std::string(what) + ": " + ErrnoText(err);
+    if (error) *error = std::string(what) + ": " + ErrorText(err);
     return false;
   };
   // The rename would put a file in the place of a FIFO or device.

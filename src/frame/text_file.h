@@ -40,7 +40,4 @@ bool WriteFileAtomic(const std::filesystem::path& file, std::string_view bytes, 
 // UTF-8 text as UTF-16LE bytes behind the byte-order mark FF FE.
 std::string Utf16leWithBom(std::string_view utf8);
 
-// The text of errno for messages.
-std::string ErrnoText(int err);
-
 }  // namespace kelvor

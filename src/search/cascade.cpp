@@ -233,7 +233,7 @@ void Cascade::SyncCounts() {
 // Step 1: the file's record. False when the file takes no part.
 bool Cascade::MakeRecord(int sourceNr, std::string_view folder, std::string_view name,
                          std::int64_t size, double dateChanged, double dateCreated,
-                         std::int32_t attributes, const StatIdentity* identity) {
+                         std::int32_t attributes, const FileIdentity* identity) {
   // One record serves every file: its strings keep their buffers, so that
   // the walk makes no allocation per file.
   FileRecord& rec = recBuf_;
@@ -258,15 +258,9 @@ bool Cascade::MakeRecord(int sourceNr, std::string_view folder, std::string_view
   rec.DateCreated = dateCreated;
   rec.DateLastModified = dateChanged;
   if (identity) {
-    rec.WalkDevice = identity->dev;
-    rec.WalkInode = identity->ino;
-    rec.NumberOfLinks = static_cast<std::int32_t>(identity->nlink);
-    if (identity->nlink > 1) {
-      rec.VolumeSerialNumber = static_cast<std::int32_t>(static_cast<std::uint32_t>(identity->dev));
-      rec.FileIndexHigh =
-          static_cast<std::int32_t>(static_cast<std::uint32_t>(identity->ino >> 32));
-      rec.FileIndexLow = static_cast<std::int32_t>(static_cast<std::uint32_t>(identity->ino));
-    }
+    rec.WalkDevice = identity->device;
+    rec.WalkInode = identity->inode;
+    SetHardlinkIdentity(*identity, rec);
   }
   // A search for hard links only looks at files with more than one link.
   if (opt_.CriterionHardlink && rec.NumberOfLinks < 2) return false;
@@ -276,7 +270,7 @@ bool Cascade::MakeRecord(int sourceNr, std::string_view folder, std::string_view
 
 void Cascade::CheckFile(int sourceNr, std::string_view folder, std::string_view name,
                         std::int64_t size, double dateChanged, double dateCreated,
-                        std::int32_t attributes, const StatIdentity* identity) {
+                        std::int32_t attributes, const FileIdentity* identity) {
   sourceNr_ = sourceNr;
   if (!MakeRecord(sourceNr, folder, name, size, dateChanged, dateCreated, attributes, identity))
     return;
@@ -501,8 +495,8 @@ void Cascade::PredictComparisons(const Frame& top, int sourceNr, const FilterOpt
     probe.Name = std::string(BaseNameOf(name));
     probe.Extension = std::string(ExtensionOf(name));
     probe.SIZE = probe.SizeKey = e.size;
-    probe.WalkDevice = e.identity.dev;
-    probe.WalkInode = e.identity.ino;
+    probe.WalkDevice = e.identity.device;
+    probe.WalkInode = e.identity.inode;
     pathBuf_.assign(top.path).append("/").append(name);
     content_->Prefetch(pathBuf_, probe);
   };

@@ -66,7 +66,7 @@ class Cascade {
   // full folder.
   void CheckFile(int sourceNr, std::string_view folder, std::string_view name, std::int64_t size,
                  double dateChanged, double dateCreated, std::int32_t attributes,
-                 const StatIdentity* identity);
+                 const FileIdentity* identity);
 
   // The walk entered a folder of source `sourceNr`: files whose comparison is
   // sure to come are read ahead. Only files the filters let through count.
@@ -88,7 +88,7 @@ class Cascade {
   // The steps of one file.
   bool MakeRecord(int sourceNr, std::string_view folder, std::string_view name, std::int64_t size,
                   double dateChanged, double dateCreated, std::int32_t attributes,
-                  const StatIdentity* identity);
+                  const FileIdentity* identity);
   void CompareSize(FileRecord& rec, const std::string& fullPath, bool* isMP3, bool* isJPG,
                    bool* isFLAC);
   void BuildCompareKey(const FileRecord& rec, std::string& key) const;

@@ -5,6 +5,7 @@
 
 #include <cctype>
 
+#include "data/file_system.h"
 #include "frame/profiles.h"
 #include "frame/settings_store.h"
 #include "search/options.h"
@@ -117,10 +118,9 @@ void ApplyCommandLineFolders(const CommandLine& cl, std::vector<SourceFolderRow>
   for (auto& r : rows) r.checked = false;
   for (const auto& f : cl.folders) {
     std::string p = NormalizeSourcePath(f);
-    struct stat st;
     // A folder that does not exist is left out without a word: the search
     // goes on with the others, and with none the start check says so.
-    if (::stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) Folder_Add_to_List(rows, p);
+    if (xExistFolder_W(p)) Folder_Add_to_List(rows, p);
   }
 }
 

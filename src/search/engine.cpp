@@ -13,6 +13,7 @@
 #include <fstream>
 #include <utility>
 
+#include "data/file_system.h"
 #include "frame/formats.h"
 #include "frame/log.h"
 #include "frame/long_operation.h"
@@ -100,8 +101,8 @@ bool SearchEngine::BuildSourceArrays(const std::vector<SourceFolderRow>& rows) {
   for (const auto& row : rows) {
     if (!row.checked) continue;
     std::string path = NormalizeSourcePath(row.path);
-    struct stat st;
-    if (path.empty() || ::stat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+    FileIdentity folder;
+    if (!xFolderIdentity(path, &folder)) {
       std::string msg = ctx_.texts.Get(txt::T3681, {path});
       if (!missing.empty()) missing += "\r\n";
       missing += msg;
@@ -116,7 +117,7 @@ bool SearchEngine::BuildSourceArrays(const std::vector<SourceFolderRow>& rows) {
     src.protect = row.protect;
     // A volume that reports 0 takes the folder's own index, so that it
     // differs from other such volumes.
-    src.volumeSerial = st.st_dev != 0 ? static_cast<std::uint64_t>(st.st_dev) : sources_.size();
+    src.volumeSerial = folder.device != 0 ? folder.device : sources_.size();
     sources_.push_back(std::move(src));
   }
   if (sources_.empty()) {

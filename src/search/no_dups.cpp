@@ -4,8 +4,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 
+#include "frame/error_text.h"
 #include "frame/formats.h"
 #include "frame/log.h"
 #include "frame/long_operation.h"
@@ -49,13 +49,13 @@ bool SearchEngine::Search_LogFilesWithoutDups(std::string* error) {
   const auto& target = ctx_.log.GeneralLog();
   int fd = ::open(target.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
   if (fd < 0) {
-    *error = std::string("CreateFileWide: ") + std::strerror(errno);
+    *error = std::string("CreateFileWide: ") + ErrorText(errno);
     return false;
   }
   auto write = [&](const std::string& text, const char* label) {
     std::string bytes = Utf8ToUtf16le(LogTimeStamp() + " - " + text + "\r\n");
     if (::write(fd, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
-      *error = std::string(label) + std::strerror(errno);
+      *error = std::string(label) + ErrorText(errno);
       return false;
     }
     return true;

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "compare/content.h"
+#include "data/file_system.h"
 #include "frame/settings_store.h"
 #include "frame/texts.h"
 #include "search/options.h"
@@ -15,8 +16,7 @@ namespace {
 constexpr const char* kSec = "Ordnerlist";
 
 bool IsFolder(const std::string& path) {
-  struct stat st;
-  return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+  return xExistFolder_W(path);
 }
 }  // namespace
 

@@ -1,7 +1,8 @@
 // The walk over a folder tree.
 //
 // It walks with openat/readdir on directory descriptors and one statx per
-// entry relative to its folder's descriptor, so that neither the depth of a
+// entry relative to its folder's descriptor (the folder calls of the
+// file-system layer, data/file_system.h), so that neither the depth of a
 // tree nor PATH_MAX limits them. The walk keeps an explicit stack instead of
 // recursing, and holds descriptors only for the deepest folders: a folder
 // whose descriptor was given up is opened again from its nearest open
@@ -10,14 +11,13 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
-#include <unistd.h>
 
-#include <cstring>
+#include <cerrno>
 #include <string>
 #include <vector>
 
 #include "data/file_record.h"
+#include "data/file_system.h"
 #include "frame/formats.h"
 #include "search/walk.h"
 
@@ -35,18 +35,17 @@ constexpr unsigned kStatxMask =
 // DirStack
 
 DirStack::~DirStack() {
-  for (auto& f : frames_)
-    if (f.fd >= 0) ::close(f.fd);
+  for (auto& f : frames_) xCloseFd(f.fd);
 }
 
 bool DirStack::PushRoot(const std::string& path) {
-  int fd = ::open(path.empty() ? "/" : path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  int fd = xOpenFolder(path);
   if (fd < 0) return false;
   Frame f;
   f.fd = fd;
   f.path = path;
   if (!Fill(f)) {
-    ::close(fd);
+    xCloseFd(fd);
     return false;
   }
   frames_.push_back(std::move(f));
@@ -56,11 +55,10 @@ bool DirStack::PushRoot(const std::string& path) {
 bool DirStack::PushChild(const std::string& name, bool followLink) {
   int parentFd = Fd(frames_.size() - 1);
   if (parentFd < 0) return false;
-  int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | (followLink ? 0 : O_NOFOLLOW);
-  int fd = ::openat(parentFd, name.c_str(), flags);
+  int fd = xOpenFolderAt(parentFd, name.c_str(), followLink);
   if (fd < 0 && (errno == EMFILE || errno == ENFILE)) {
     ReleaseDescriptors(0);
-    fd = ::openat(Fd(frames_.size() - 1), name.c_str(), flags);
+    fd = xOpenFolderAt(Fd(frames_.size() - 1), name.c_str(), followLink);
   }
   if (fd < 0) return false;
   Frame f;
@@ -68,13 +66,13 @@ bool DirStack::PushChild(const std::string& name, bool followLink) {
   f.name = name;
   f.path = frames_.back().path + "/" + name;
   if (!Fill(f)) {
-    ::close(fd);
+    xCloseFd(fd);
     return false;
   }
   // A followed link never enters a folder the walk already stands in.
   for (const auto& a : frames_) {
-    if (a.dev == f.dev && a.ino == f.ino) {
-      ::close(fd);
+    if (a.id.SameFile(f.id)) {
+      xCloseFd(fd);
       return false;
     }
   }
@@ -85,7 +83,7 @@ bool DirStack::PushChild(const std::string& name, bool followLink) {
 }
 
 void DirStack::Pop() {
-  if (frames_.back().fd >= 0) ::close(frames_.back().fd);
+  xCloseFd(frames_.back().fd);
   frames_.pop_back();
 }
 
@@ -94,7 +92,7 @@ void DirStack::ReleaseDescriptors(std::size_t keepFrom) {
   for (std::size_t i = 1; i < frames_.size() && i < keepFrom + 1; ++i) {
     if (i + 1 >= frames_.size()) break;  // the folder being read stays open
     if (frames_[i].fd >= 0) {
-      ::close(frames_[i].fd);
+      xCloseFd(frames_[i].fd);
       frames_[i].fd = -1;
     }
   }
@@ -108,8 +106,10 @@ int DirStack::Fd(std::size_t level) {
   int fd = frames_[from].fd;
   bool own = false;
   for (std::size_t i = from + 1; i <= level; ++i) {
-    int next = ::openat(fd, frames_[i].name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (own) ::close(fd);
+    // The link was followed when the folder was first entered, and the loop
+    // guard held then: the same name leads to the same folder again.
+    int next = xOpenFolderAt(fd, frames_[i].name.c_str(), true);
+    if (own) xCloseFd(fd);
     if (next < 0) return -1;
     fd = next;
     own = true;
@@ -119,48 +119,30 @@ int DirStack::Fd(std::size_t level) {
 }
 
 bool DirStack::Fill(Frame& f) {
-  struct stat st;
-  if (::fstat(f.fd, &st) != 0) return false;
-  f.dev = st.st_dev;
-  f.ino = st.st_ino;
-  int dupfd = ::dup(f.fd);
-  if (dupfd < 0) return false;
-  DIR* d = ::fdopendir(dupfd);
-  if (!d) {
-    ::close(dupfd);
-    return false;
-  }
-  while (struct dirent* e = ::readdir(d)) {
-    const char* n = e->d_name;
-    if (n[0] == '.' && (n[1] == 0 || (n[1] == '.' && n[2] == 0))) continue;
-    DirEntry entry;
-    entry.nameOffset = static_cast<std::uint32_t>(f.names.size());
-    entry.nameLength = static_cast<std::uint32_t>(std::strlen(n));
-    entry.type = e->d_type;
-    f.names.append(n, entry.nameLength);
-    f.entries.push_back(entry);
-  }
-  ::closedir(d);
-  return true;
+  return xReadFolder(f.fd, &f.id, [&f](const char* n, std::size_t length, unsigned char type) {
+           DirEntry entry;
+           entry.nameOffset = static_cast<std::uint32_t>(f.names.size());
+           entry.nameLength = static_cast<std::uint32_t>(length);
+           entry.type = type;
+           f.names.append(n, length);
+           f.entries.push_back(entry);
+         }) == 0;
 }
 
 bool DirStack::Stat(DirEntry& e) {
-  Frame& f = frames_.back();
   int fd = Fd(frames_.size() - 1);
   std::string name(Name(e));
   struct statx sx;
-  if (fd < 0 ||
-      ::statx(fd, name.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, kStatxMask, &sx) != 0) {
+  if (fd < 0 || xStatAt(fd, name.c_str(), false, kStatxMask, &sx) != 0) {
     e.kind = EntryKind::Gone;
     return false;
   }
-  (void)f;
   e.isLink = S_ISLNK(sx.stx_mode);
   if (e.isLink) {
     // What the link points to decides: a folder is a junction, a file is
     // not a file of the search, a dangling link is nothing.
     struct statx target;
-    if (::statx(fd, name.c_str(), AT_NO_AUTOMOUNT, STATX_TYPE | STATX_MODE, &target) != 0 ||
+    if (xStatAt(fd, name.c_str(), true, STATX_TYPE | STATX_MODE, &target) != 0 ||
         !S_ISDIR(target.stx_mode)) {
       e.kind = EntryKind::Other;
       return true;
@@ -182,9 +164,7 @@ bool DirStack::Stat(DirEntry& e) {
   // parts of a second would split files that show the same date.
   e.mtime = DateFromTimespec(sx.stx_mtime.tv_sec);
   e.btime = (sx.stx_mask & STATX_BTIME) ? DateFromTimespec(sx.stx_btime.tv_sec) : e.mtime;
-  e.identity.dev = makedev(sx.stx_dev_major, sx.stx_dev_minor);
-  e.identity.ino = sx.stx_ino;
-  e.identity.nlink = sx.stx_nlink;
+  e.identity = IdentityOf(sx);
   std::int32_t attr = 0;
   if (!(sx.stx_mode & S_IWUSR)) attr |= kAttrReadOnly;
   if (name[0] == '.') attr |= kAttrHidden;

@@ -12,14 +12,9 @@
 #include <string_view>
 #include <vector>
 
-namespace kelvor {
+#include "data/file_identity.h"
 
-// What the walk's stat call says about a file's identity.
-struct StatIdentity {
-  std::uint64_t dev = 0;
-  std::uint64_t ino = 0;
-  std::uint32_t nlink = 1;
-};
+namespace kelvor {
 
 class DirStack;
 
@@ -34,15 +29,14 @@ struct DirEntry {
   std::int32_t attributes = 0;
   std::int64_t size = 0;
   double mtime = 0, btime = 0;
-  StatIdentity identity;
+  FileIdentity identity;  // from the walk's statx
 };
 
 struct Frame {
   int fd = -1;
-  std::string name;  // last component ("" for the root)
-  std::string path;  // full path ("" for "/")
-  dev_t dev = 0;
-  ino_t ino = 0;
+  std::string name;   // last component ("" for the root)
+  std::string path;   // full path ("" for "/")
+  FileIdentity id;    // of the folder
   std::string names;  // all entry names, back to back
   std::vector<DirEntry> entries;
   std::size_t next = 0;

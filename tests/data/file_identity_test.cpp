@@ -2,6 +2,7 @@
 
 #include "data/file_identity.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -54,6 +55,31 @@ TEST(FileIdentity, HardLinksShareOneIdentityAndASingleLinkHasNone) {
   ASSERT_EQ(::stat(single.c_str(), &st), 0);
   SetHardlinkIdentity(st, fromStat);
   EXPECT_EQ(fromStat.NumberOfLinks, 1);
+}
+
+// The walk's statx and a later stat of the same file give one identity, and
+// the hard-link fields made from either are the ones a path read gives.
+TEST(FileIdentity, StatAndStatxAgreeForLinksOfOneFile) {
+  test::TempDir dir;
+  const auto a = dir.Write("a", "x");
+  const auto b = dir / "b";
+  ASSERT_EQ(::link(a.c_str(), b.c_str()), 0);
+  struct stat st {};
+  ASSERT_EQ(::stat(a.c_str(), &st), 0);
+  struct statx sx {};
+  ASSERT_EQ(::statx(AT_FDCWD, b.c_str(), 0, STATX_INO | STATX_NLINK, &sx), 0);
+  const FileIdentity fromStat = IdentityOf(st), fromStatx = IdentityOf(sx);
+  EXPECT_TRUE(fromStat.SameFile(fromStatx));
+  EXPECT_EQ(fromStatx.links, 2u);
+  FileRecord walked, read;
+  SetHardlinkIdentity(fromStatx, walked);
+  std::string err;
+  ASSERT_TRUE(xGetHardlinkCount2(a.string(), read, &err)) << err;
+  EXPECT_EQ(cHardlinkID(walked).GetHardlinkIDkey(false), cHardlinkID(read).GetHardlinkIDkey(false));
+  EXPECT_EQ(walked.NumberOfLinks, 2);
+  const auto c = dir.Write("c", "x");
+  ASSERT_EQ(::stat(c.c_str(), &st), 0);
+  EXPECT_FALSE(IdentityOf(st).SameFile(fromStatx));
 }
 
 TEST(FileIdentity, AMissingFileGivesTheErrorTextAndKeepsTheRecord) {

@@ -12,8 +12,10 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <thread>
 
 #include "data/file_system.h"
+#include "frame/error_text.h"
 #include "support/hang_guard.h"
 #include "support/temp_tree.h"
 
@@ -122,6 +124,74 @@ TEST(OpenForReading, PathsLongerThanPathMax) {
     EXPECT_EQ(error, "No such file or directory");
     test::RemoveDeep(dir.path(), segment);
   }
+}
+
+}  // namespace
+}  // namespace kelvor
+
+namespace kelvor {
+namespace {
+
+// The open relative to a folder descriptor, the per-file path of a walk,
+// makes the same checks as the open by path.
+TEST(OpenForReading, RelativeToTheFolderChecksAsByPath) {
+  test::TempDir dir;
+  const std::string a = dir.Write("f/a", "abc").string();
+  const ExpectedFile seen = Expect(a);
+  const int folder = xOpenFolder((dir / "f").string());
+  ASSERT_GE(folder, 0);
+  std::string error;
+  int fd = xOpenFileForReadingAt(folder, "a", a, &seen, &error);
+  ASSERT_GE(fd, 0) << error;
+  EXPECT_EQ(ReadAll(fd), "abc");
+  ::close(fd);
+  // Replaced by another file of the same size after the walk saw it.
+  // (Made while the old one still exists, so it cannot get its inode.)
+  fs::rename(dir.Write("f/new", "xyz"), a);
+  EXPECT_LT(xOpenFileForReadingAt(folder, "a", a, &seen, &error), 0);
+  EXPECT_EQ(error, "replaced by another file after the folder was read");
+  EXPECT_LT(xOpenFileForReadingAt(folder, "missing", a, nullptr, &error), 0);
+  EXPECT_EQ(error, ErrorText(ENOENT));
+  xCloseFd(folder);
+}
+
+// Faults reach the calls they name, on the paths they name, on the thread
+// that put them in place, and end with their scope.
+TEST(FileSystemFaults, FailTheChosenCallOnTheChosenPathsOnly) {
+  test::TempDir dir;
+  const std::string a = dir.Write("a", "12345").string();
+  const std::string b = dir.Write("b", "12345").string();
+  FileSystemFaults faults;
+  faults.Fail(FsCall::ReadFile, "/a", EIO);
+  faults.Fail(FsCall::OpenFile, "/b", EACCES);
+  std::string error;
+  char buf[8];
+  {
+    FileSystemFaults::Scope scope(&faults);
+    ReadFile f;
+    ASSERT_TRUE(f.Open(a, false, &error)) << error;  // the open itself goes through
+    EXPECT_EQ(f.ReadAt(buf, sizeof buf, 0, &error), -1);
+    EXPECT_EQ(error, ErrorText(EIO));
+    EXPECT_FALSE(f.Open(b, false, &error));
+    EXPECT_EQ(error, ErrorText(EACCES));
+    // Another thread sees none of them unless it takes them over.
+    std::string otherError = "none";
+    std::thread([&] {
+      ReadFile g;
+      if (g.Open(b, false, &otherError)) otherError = "opened";
+    }).join();
+    EXPECT_EQ(otherError, "opened");
+    std::thread([&, captured = FileSystemFaults::Current()] {
+      FileSystemFaults::Scope taken(captured);
+      ReadFile g;
+      if (g.Open(b, false, &otherError)) otherError = "opened";
+    }).join();
+    EXPECT_EQ(otherError, ErrorText(EACCES));
+  }
+  EXPECT_EQ(FileSystemFaults::Current(), nullptr);
+  ReadFile f;
+  ASSERT_TRUE(f.Open(b, false, &error)) << error;
+  EXPECT_EQ(f.ReadAt(buf, 5, 0, &error), 5);
 }
 
 }  // namespace
