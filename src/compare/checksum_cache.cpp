@@ -264,6 +264,16 @@ std::size_t ChecksumCache::RowTable::Slot(std::uint64_t device, std::uint64_t in
   return static_cast<std::size_t>(h) & (index_.size() - 1);
 }
 
+bool ChecksumCache::RowTable::HasRowsOf(std::uint64_t device, std::uint64_t inode) const {
+  if (index_.empty()) return false;
+  const std::size_t mask = index_.size() - 1;
+  for (std::size_t s = Slot(device, inode); index_[s] != 0; s = (s + 1) & mask) {
+    const Entry& e = entries_[index_[s] - 1];
+    if (e.key.device == device && e.key.inode == inode) return true;
+  }
+  return false;
+}
+
 std::vector<ChecksumCache::RowKey> ChecksumCache::RowTable::RowsOf(std::uint64_t device,
                                                                    std::uint64_t inode) const {
   std::vector<RowKey> out;
@@ -566,15 +576,23 @@ int ChecksumCache::LoadRows(std::string* why) {
   return SQLITE_OK;
 }
 
-void ChecksumCache::Remember(const RowKey& key, const ChecksumFileState& file,
+bool ChecksumCache::Remember(const RowKey& key, const ChecksumFileState& file,
                              std::string_view digest, std::int64_t storedAt, bool written) {
   // Rows of an earlier state of the same file are of no use any more (the
   // file's batch deletes them from the file as well).
+  bool replaces = false;
   for (const RowKey& other : rows_.RowsOf(key.device, key.inode)) {
     const Row* o = rows_.Find(other);
-    if (o && (o->size != file.size || o->mtimeNs != file.mtimeNs || o->ctimeNs != file.ctimeNs))
+    if (!o) continue;
+    if (o->size != file.size || o->mtimeNs != file.mtimeNs || o->ctimeNs != file.ctimeNs) {
       rows_.Erase(other);
+      replaces = true;
+    } else if (other == key) {
+      replaces = true;
+    }
   }
+  // Offsets are 32 bits: past 4 GiB of digests a row is simply not kept.
+  if (digests_.size() + digest.size() > UINT32_MAX) return true;
   Row& r = rows_.Insert(key);
   r.size = file.size;
   r.mtimeNs = file.mtimeNs;
@@ -584,6 +602,7 @@ void ChecksumCache::Remember(const RowKey& key, const ChecksumFileState& file,
   r.digestLength = static_cast<std::uint8_t>(digest.size());
   r.written = written;
   digests_.append(digest);
+  return replaces;
 }
 
 void ChecksumCache::CloseConnection() {
@@ -690,6 +709,12 @@ std::optional<std::string> ChecksumCache::Lookup(const ChecksumKey& key) {
   return found;
 }
 
+bool ChecksumCache::HasRowsOf(std::uint64_t device, std::uint64_t inode) {
+  if (!usable_.load(std::memory_order_relaxed)) return false;
+  std::lock_guard<std::mutex> lock(mu_);
+  return rows_.HasRowsOf(device, inode);
+}
+
 void ChecksumCache::Store(const ChecksumKey& key, std::string_view digest) {
   if (!storing_.load(std::memory_order_relaxed) || digest.empty() || digest.size() > 255) return;
   const std::int64_t minAgeNs =
@@ -704,8 +729,9 @@ void ChecksumCache::Store(const ChecksumKey& key, std::string_view digest) {
   if (pending_.empty()) pendingSince_ = now;
   // Answers lookups at once; written with its batch (and forgotten again
   // when that fails).
-  Remember(KeyOf(key), key.file, digest, static_cast<std::int64_t>(std::time(nullptr)), false);
-  pending_.push_back({key, std::string(digest)});
+  const bool replaces =
+      Remember(KeyOf(key), key.file, digest, static_cast<std::int64_t>(std::time(nullptr)), false);
+  pending_.push_back({key, std::string(digest), replaces});
   if (pending_.size() >= opt_.batchSize || now - pendingSince_ >= opt_.maxBatchAge) WriteBatch();
 }
 
@@ -800,14 +826,18 @@ void ChecksumCache::WriteBatch() {
   const sqlite3_int64 storedAt = static_cast<sqlite3_int64>(std::time(nullptr));
   for (const Pending& p : pending_) {
     const ChecksumKey& k = p.key;
-    sqlite3_bind_int64(dropStale_, 1, static_cast<sqlite3_int64>(k.file.device));
-    sqlite3_bind_int64(dropStale_, 2, static_cast<sqlite3_int64>(k.file.inode));
-    sqlite3_bind_int64(dropStale_, 3, k.file.size);
-    sqlite3_bind_int64(dropStale_, 4, k.file.mtimeNs);
-    sqlite3_bind_int64(dropStale_, 5, k.file.ctimeNs);
-    rc = sqlite3_step(dropStale_);
-    sqlite3_reset(dropStale_);
-    if (rc != SQLITE_DONE) break;
+    // The table in memory holds what the file holds: where it had no row of
+    // this file, the file has none either and the search for one is spared.
+    if (p.replaces) {
+      sqlite3_bind_int64(dropStale_, 1, static_cast<sqlite3_int64>(k.file.device));
+      sqlite3_bind_int64(dropStale_, 2, static_cast<sqlite3_int64>(k.file.inode));
+      sqlite3_bind_int64(dropStale_, 3, k.file.size);
+      sqlite3_bind_int64(dropStale_, 4, k.file.mtimeNs);
+      sqlite3_bind_int64(dropStale_, 5, k.file.ctimeNs);
+      rc = sqlite3_step(dropStale_);
+      sqlite3_reset(dropStale_);
+      if (rc != SQLITE_DONE) break;
+    }
 
     BindKey(insert_, k);
     sqlite3_bind_int64(insert_, 9, k.file.size);

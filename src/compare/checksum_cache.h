@@ -155,6 +155,9 @@ class ChecksumCache {
   // The digest stored for exactly this key, or nothing. Never throws; a failure
   // is a miss and leaves a message (TakeMessages).
   std::optional<std::string> Lookup(const ChecksumKey& key);
+  // Whether any row belongs to this device and inode: without one, asking
+  // for the file's state is not worth a system call.
+  bool HasRowsOf(std::uint64_t device, std::uint64_t inode);
   // Remembers the digest for the key; written with the next batch. Ignored
   // once storing has stopped, and for states taken too soon after their ctime.
   // An older row of the same device and inode (other size or times) is
@@ -200,6 +203,7 @@ class ChecksumCache {
   struct Pending {
     ChecksumKey key;
     std::string digest;
+    bool replaces = false;  // rows of an earlier state of the file are to go
   };
   // The primary key of a row: what identifies a digest apart from the file's
   // state, which is checked on every lookup.
@@ -237,6 +241,7 @@ class ChecksumCache {
     // The keys of the rows of one file (device and inode), whatever their
     // digest kind and range. All of them hash to one home slot.
     std::vector<RowKey> RowsOf(std::uint64_t device, std::uint64_t inode) const;
+    bool HasRowsOf(std::uint64_t device, std::uint64_t inode) const;
     std::size_t Size() const { return live_; }
     template <typename F>
     void ForEach(F&& f) {
@@ -274,7 +279,9 @@ class ChecksumCache {
   // Reads every row into rows_; SQLITE_OK, or the failing code (with *why
   // "row check failed" for a row whose check value does not match).
   int LoadRows(std::string* why);
-  void Remember(const RowKey& key, const ChecksumFileState& file, std::string_view digest,
+  // Puts a row into rows_, dropping the rows of other states of the same
+  // file; true when there were such rows (or one of this key).
+  bool Remember(const RowKey& key, const ChecksumFileState& file, std::string_view digest,
                 std::int64_t storedAt, bool written);
   void WriteBatch();     // caller holds mu_
   void ForgetPending();  // drops waiting stores, from rows_ too; caller holds mu_

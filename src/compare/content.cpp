@@ -194,7 +194,12 @@ class Hasher {
     // rows were only stored for states older than their ctime tick.
     ChecksumFileState peeked;
     bool peekedMissed = false;
-    if (cache_ && cache_->Usable()) {
+    // The walk's identity tells whether the cache knows the file at all; a
+    // file it does not know (a first search) is not asked about.
+    const bool known = expected && (expected->device != 0 || expected->inode != 0)
+                           ? cache_ && cache_->HasRowsOf(expected->device, expected->inode)
+                           : cache_ && cache_->Usable();
+    if (known) {
       if (auto state = PeekChecksumFileState(path, expected)) {
         peeked = *state;
         std::int64_t start = 0, length = 0;
