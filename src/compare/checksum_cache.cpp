@@ -573,6 +573,9 @@ int ChecksumCache::LoadRows(std::string* why) {
     return rc;
   }
   loaded_.store(count, std::memory_order_relaxed);
+  // The scan filled SQLite's page cache with the whole file; lookups no
+  // longer need it.
+  sqlite3_db_release_memory(db_);
   return SQLITE_OK;
 }
 
