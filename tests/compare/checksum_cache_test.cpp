@@ -12,8 +12,11 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <optional>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "frame/texts.h"
@@ -911,6 +914,74 @@ TEST_F(ChecksumCacheTest, TableInMemoryAgreesWithTheFileAfterARun) {
       ASSERT_EQ(c->Lookup(k), DigestFor(i)) << i;
       ASSERT_EQ(c->Lookup(prefixOf(k)), DigestFor(i + 100000)) << i;
     }
+  }
+}
+
+// Stores of new states of a few hundred files in a random order, against a
+// plain model of what must be found: a new state of a file drops every digest
+// of its earlier states, other kinds and ranges of the same state stay.
+TEST_F(ChecksumCacheTest, RandomStoresAgreeWithAModel) {
+  ChecksumCacheOptions o;
+  o.batchSize = 50;
+  auto c = OpenCache(nullptr, o);
+  ASSERT_TRUE(c);
+  std::uint64_t seed = 12345;
+  auto next = [&seed](std::uint64_t n) {
+    seed = seed * 6364136223846793005ull + 1442695040888963407ull;
+    return (seed >> 33) % n;
+  };
+  struct Want {
+    std::int64_t ctimeNs;
+    std::string digest;
+  };
+  // (inode, mode, span) -> what a lookup with that state must give.
+  std::map<std::tuple<std::uint64_t, int, int>, Want> model;
+  auto keyOf = [](std::uint64_t inode, int mode, int span, std::int64_t ctimeNs) {
+    ChecksumKey k = Key(inode, mode);
+    k.file.ctimeNs = ctimeNs;
+    if (span) {
+      k.span = ChecksumSpan::kPrefix;
+      k.prefixBytes = 4096;
+    }
+    return k;
+  };
+  for (int step = 0; step < 20000; ++step) {
+    const std::uint64_t inode = 1 + next(400);
+    const int mode = 1 + static_cast<int>(next(2));
+    const int span = static_cast<int>(next(2));
+    const std::int64_t ctimeNs = kOld + static_cast<std::int64_t>(next(3)) * kSecond;
+    const std::string digest = DigestFor(static_cast<std::uint64_t>(step));
+    c->Store(keyOf(inode, mode, span, ctimeNs), digest);
+    for (auto it = model.begin(); it != model.end();) {
+      if (std::get<0>(it->first) == inode && it->second.ctimeNs != ctimeNs)
+        it = model.erase(it);
+      else
+        ++it;
+    }
+    model[{inode, mode, span}] = {ctimeNs, digest};
+    if (step % 97 == 0) {
+      const std::uint64_t probe = 1 + next(400);
+      for (int m = 1; m <= 2; ++m) {
+        for (int sp = 0; sp <= 1; ++sp) {
+          auto it = model.find({probe, m, sp});
+          for (int t = 0; t < 3; ++t) {
+            const std::int64_t ct = kOld + t * kSecond;
+            const auto want = it != model.end() && it->second.ctimeNs == ct
+                                  ? std::optional<std::string>(it->second.digest)
+                                  : std::nullopt;
+            ASSERT_EQ(c->Lookup(keyOf(probe, m, sp, ct)), want) << step;
+          }
+        }
+      }
+    }
+  }
+  c.reset();
+  c = OpenCache();
+  ASSERT_TRUE(c);
+  EXPECT_EQ(c->Loaded(), static_cast<std::int64_t>(model.size()));
+  for (const auto& [k, want] : model) {
+    const auto& [inode, mode, span] = k;
+    ASSERT_EQ(c->Lookup(keyOf(inode, mode, span, want.ctimeNs)), want.digest) << inode;
   }
 }
 
