@@ -175,7 +175,8 @@ TEST_F(ContentSpeedTest, ChecksumCacheServesUnchangedFilesOnly) {
 
   EXPECT_EQ(Run(), expected);
   const SearchStatistics first = engine_->Stats();
-  EXPECT_EQ(first.CacheCount, 0);
+  // Even a first search can take a digest from the cache: one the read-ahead
+  // helper made and stored a moment before the cascade asks for it again.
   EXPECT_GT(first.ChecksumCount, 0);
   EXPECT_TRUE(fs::exists(data_ / "data" / "checksums.sqlite"));
 
@@ -186,7 +187,7 @@ TEST_F(ContentSpeedTest, ChecksumCacheServesUnchangedFilesOnly) {
   // too.
   EXPECT_EQ(second.ChecksumCount, 2);
   EXPECT_EQ(second.PrefixCount, 0);
-  EXPECT_EQ(second.CacheCount, first.ChecksumCount - 2 + first.PrefixCount);
+  EXPECT_EQ(second.CacheCount, first.ChecksumCount - 2 + first.PrefixCount + first.CacheCount);
   EXPECT_EQ(second.CompareCount, first.CompareCount);
   EXPECT_TRUE(HasLine(RunLog(), "Prüfsummen aus dem Prüfsummen-Cache übernommen: " +
                                     std::to_string(second.CacheCount)))
