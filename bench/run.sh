@@ -389,6 +389,52 @@ bench_content() {
     echo -n ";  no slower than the limit: "
     if is_ok limit; then faster "${BEST[kelvor]}" "${BEST[limit]}" && echo "met" || echo "NOT met ($(ratio "${BEST[kelvor]}" "${BEST[limit]}")x)"; else echo "not measured"; fi
   fi
+  bench_repeat "$tree"
+}
+
+# The same search a second time over the unchanged tree, with the checksum
+# cache: one untimed run fills the cache in a fresh data folder, then the
+# timed runs reuse that folder, in rounds with the find walk and with the
+# search without the cache.
+bench_repeat() { # tree
+  local tree=$1 cached=$run_dir/data-cached
+  rm -rf "$cached" && mkdir -p "$cached"
+  "$kelvor" --headless --data-dir "$cached" -s3 "$tree" >/dev/null 2>"$run_dir/fill-cache.err" ||
+    { note "filling the checksum cache failed (see $run_dir/fill-cache.err)"; return; }
+  reset_bench
+  add_cmd find "find -printf '%s %p\\n'" /dev/null "$run_dir" find "$tree" -printf '%s %p\n'
+  add_cmd cached "kelvor -s3, cache filled" "$run_dir/kelvor-cached.out" "$run_dir" \
+    "$kelvor" --headless --data-dir "$cached" -s3 "$tree"
+  add_cmd kelvor "kelvor -s3, no cache" /dev/null "$run_dir" \
+    "$kelvor" --headless --data-dir "${DATA[kelvor]}" --no-checksum-cache -s3 "$tree"
+  run_rounds
+  echo
+  echo "== Repeat search with the checksum cache (same tree, cache filled by one earlier run)"
+  printf '   %-24s %9s %10s\n' command "best s" "peak MB"
+  local id
+  for id in "${ids[@]}"; do
+    if is_ok "$id"; then
+      printf '   %-24s %9s %10s\n' "${LABEL[$id]}" "$(seconds "${BEST[$id]}")" "$(megabytes "${PEAK[$id]:-}")"
+    else
+      printf '   %-24s %s\n' "${LABEL[$id]}" "${STATUS[$id]:-no result}"
+    fi
+  done
+  # What the last repeat run's log says about its digests.
+  local runlog=$cached/log/lastsearch.txt
+  if [[ -s $runlog ]] && have iconv; then
+    iconv -f UTF-16 -t UTF-8 "$runlog" 2>/dev/null | tr -d '\r' |
+      grep -E 'Prüfsummen (erstellt|der Dateianfänge erstellt|aus dem Prüfsummen-Cache)' |
+      sed 's/^.* - /   last run: /'
+  fi
+  if is_ok cached && is_ok find; then
+    local r
+    r=$(ratio "${BEST[cached]}" "${BEST[find]}")
+    echo -n "   repeat with the cache / find: ${r}x"
+    is_ok kelvor && echo -n "    / the search without the cache: $(ratio "${BEST[cached]}" "${BEST[kelvor]}")x"
+    echo
+    echo -n "   goals: repeat with the cache <= 1.5x find: "
+    faster "$r" 1.5 && echo "met" || echo "NOT met"
+  fi
 }
 
 echo "Kelvor benchmark: $(date '+%Y-%m-%d %H:%M'), $(nproc) cores, load average $(cut -d ' ' -f 1-3 /proc/loadavg)"

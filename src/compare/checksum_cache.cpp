@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 #include <sys/sysmacros.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -44,10 +45,10 @@ constexpr const char* kCreateSql =
     " PRIMARY KEY(device, inode, mode, cuts, cut_start, cut_end, span, span_bytes)"
     ") WITHOUT ROWID;";
 
-constexpr const char* kLookupSql =
-    "SELECT size, mtime_ns, ctime_ns, digest, check_value FROM checksums"
-    " WHERE device=?1 AND inode=?2 AND mode=?3 AND cuts=?4 AND cut_start=?5 AND cut_end=?6"
-    " AND span=?7 AND span_bytes=?8";
+// Every row, read once when the cache is opened.
+constexpr const char* kLoadSql =
+    "SELECT device, inode, mode, cuts, cut_start, cut_end, span, span_bytes, size, mtime_ns,"
+    " ctime_ns, digest, stored_at, check_value FROM checksums";
 
 // Rows of an earlier state of the same file are of no use any more.
 constexpr const char* kDropStaleSql =
@@ -56,6 +57,16 @@ constexpr const char* kDropStaleSql =
 
 constexpr const char* kInsertSql =
     "INSERT OR REPLACE INTO checksums VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11,?12,?13,?14)";
+
+// Housekeeping; the state in the condition keeps a row that another Kelvor
+// replaced meanwhile.
+constexpr const char* kPruneSql =
+    "DELETE FROM checksums WHERE device=?1 AND inode=?2 AND mode=?3 AND cuts=?4 AND cut_start=?5"
+    " AND cut_end=?6 AND span=?7 AND span_bytes=?8 AND size=?9 AND mtime_ns=?10 AND ctime_ns=?11";
+constexpr const char* kRefreshSql =
+    "UPDATE checksums SET stored_at=?12 WHERE device=?1 AND inode=?2 AND mode=?3 AND cuts=?4"
+    " AND cut_start=?5 AND cut_end=?6 AND span=?7 AND span_bytes=?8 AND size=?9 AND mtime_ns=?10"
+    " AND ctime_ns=?11";
 
 constexpr const char* kDamagedSuffix = ".damaged";
 
@@ -73,11 +84,6 @@ std::int64_t NowRealtimeNs() {
 
 int Cuts(const HashRange& r) {
   return (r.useMp3Cuts ? 1 : 0) | (r.useExifCuts ? 2 : 0);
-}
-
-bool SameKey(const ChecksumKey& a, const ChecksumKey& b) {
-  return a.file.SameFile(b.file) && a.mode == b.mode && a.range == b.range && a.span == b.span &&
-         a.prefixBytes == b.prefixBytes;
 }
 
 // FNV-1a over every stored field of a row: a row whose bytes changed on disk
@@ -224,6 +230,25 @@ bool ReadChecksumFileState(const std::string& path, ChecksumFileState* state, st
   return true;
 }
 
+std::optional<ChecksumFileState> PeekChecksumFileState(const std::string& path,
+                                                       const ExpectedFile* expected) {
+  constexpr unsigned kMask = STATX_TYPE | STATX_INO | STATX_SIZE | STATX_MTIME | STATX_CTIME;
+  struct statx st {};
+  if (path.empty() ||
+      statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, kMask, &st) != 0 ||
+      !(st.stx_mask & STATX_TYPE) || !S_ISREG(st.stx_mode))
+    return std::nullopt;
+  auto s = ChecksumFileStateFrom(st);
+  if (!s) return std::nullopt;
+  if (expected) {
+    if ((expected->device != 0 || expected->inode != 0) &&
+        (s->device != expected->device || s->inode != expected->inode))
+      return std::nullopt;
+    if (expected->size >= 0 && s->size != expected->size) return std::nullopt;
+  }
+  return s;
+}
+
 fs::path ChecksumCachePath(const AppPaths& paths) {
   return paths.dataSubFolder / "checksums.sqlite";
 }
@@ -231,6 +256,128 @@ fs::path ChecksumCachePath(const AppPaths& paths) {
 ChecksumCache::ChecksumCache(fs::path file, const TextCatalog& texts,
                              const ChecksumCacheOptions& options)
     : file_(std::move(file)), texts_(texts), opt_(options) {}
+
+std::size_t ChecksumCache::RowTable::Slot(std::uint64_t device, std::uint64_t inode) const {
+  // Only the file's identity: the rows of one file share a probe run, so that
+  // RowsOf finds them all. Inodes of one folder are close together; the
+  // multiply-and-fold spreads them.
+  std::uint64_t h = (inode ^ (device * 0xC2B2AE3D27D4EB4Full)) * 0x9E3779B97F4A7C15ull;
+  h ^= h >> 29;
+  return static_cast<std::size_t>(h) & (index_.size() - 1);
+}
+
+bool ChecksumCache::RowTable::HasRowsOf(std::uint64_t device, std::uint64_t inode) const {
+  if (index_.empty()) return false;
+  const std::size_t mask = index_.size() - 1;
+  for (std::size_t s = Slot(device, inode); index_[s] != 0; s = (s + 1) & mask) {
+    const Entry& e = entries_[index_[s] - 1];
+    if (e.key.device == device && e.key.inode == inode) return true;
+  }
+  return false;
+}
+
+std::vector<ChecksumCache::RowKey> ChecksumCache::RowTable::RowsOf(std::uint64_t device,
+                                                                   std::uint64_t inode) const {
+  std::vector<RowKey> out;
+  if (index_.empty()) return out;
+  const std::size_t mask = index_.size() - 1;
+  for (std::size_t s = Slot(device, inode); index_[s] != 0; s = (s + 1) & mask) {
+    const Entry& e = entries_[index_[s] - 1];
+    if (e.key.device == device && e.key.inode == inode) out.push_back(e.key);
+  }
+  return out;
+}
+
+void ChecksumCache::RowTable::Clear() {
+  entries_.clear();
+  index_.clear();
+  live_ = 0;
+}
+
+void ChecksumCache::RowTable::Reserve(std::size_t rows) {
+  if (rows * 2 > index_.size()) Rehash(rows * 2);
+  entries_.reserve(rows);
+}
+
+void ChecksumCache::RowTable::Rehash(std::size_t slots) {
+  std::size_t n = 16;
+  while (n < slots) n *= 2;
+  // Erased entries are dropped on the way.
+  std::vector<Entry> kept;
+  kept.reserve(std::max(live_, entries_.capacity()));
+  for (Entry& e : entries_)
+    if (e.live) kept.push_back(std::move(e));
+  entries_.swap(kept);
+  index_.assign(n, 0);
+  for (std::size_t i = 0; i < entries_.size(); ++i) {
+    std::size_t s = Slot(entries_[i].key);
+    while (index_[s] != 0) s = (s + 1) & (n - 1);
+    index_[s] = static_cast<std::uint32_t>(i + 1);
+  }
+}
+
+ChecksumCache::Row* ChecksumCache::RowTable::Find(const RowKey& key) {
+  if (index_.empty()) return nullptr;
+  const std::size_t mask = index_.size() - 1;
+  for (std::size_t s = Slot(key);; s = (s + 1) & mask) {
+    const std::uint32_t at = index_[s];
+    if (at == 0) return nullptr;
+    Entry& e = entries_[at - 1];
+    if (e.key == key) return &e.row;
+  }
+}
+
+ChecksumCache::Row& ChecksumCache::RowTable::Insert(const RowKey& key) {
+  if (Row* r = Find(key)) return *r;
+  // At most half the slots in use, erased entries counted until a rehash.
+  if ((entries_.size() + 1) * 2 > index_.size()) Rehash((live_ + 1) * 4);
+  const std::size_t mask = index_.size() - 1;
+  std::size_t s = Slot(key);
+  while (index_[s] != 0) s = (s + 1) & mask;
+  entries_.push_back(Entry{key, Row{}, true});
+  index_[s] = static_cast<std::uint32_t>(entries_.size());
+  ++live_;
+  return entries_.back().row;
+}
+
+void ChecksumCache::RowTable::Erase(const RowKey& key) {
+  if (index_.empty()) return;
+  const std::size_t mask = index_.size() - 1;
+  std::size_t s = Slot(key);
+  for (;; s = (s + 1) & mask) {
+    const std::uint32_t at = index_[s];
+    if (at == 0) return;
+    if (entries_[at - 1].key == key) break;
+  }
+  entries_[index_[s] - 1].live = false;
+  --live_;
+  // Backward shift: later members of the probe run move up into the gap, so
+  // that no search stops early at it.
+  std::size_t gap = s;
+  for (std::size_t j = (gap + 1) & mask; index_[j] != 0; j = (j + 1) & mask) {
+    const std::size_t home = Slot(entries_[index_[j] - 1].key);
+    // Does j's run pass over the gap? (cyclic: home not in (gap, j])
+    const bool passes = gap <= j ? (home <= gap || home > j) : (home <= gap && home > j);
+    if (passes) {
+      index_[gap] = index_[j];
+      gap = j;
+    }
+  }
+  index_[gap] = 0;
+}
+
+ChecksumCache::RowKey ChecksumCache::KeyOf(const ChecksumKey& key) {
+  RowKey k;
+  k.device = key.file.device;
+  k.inode = key.file.inode;
+  k.cutStart = key.range.cutFromStart;
+  k.cutEnd = key.range.cutFromEnd;
+  k.spanBytes = key.prefixBytes;
+  k.mode = static_cast<std::uint8_t>(key.mode);
+  k.cuts = static_cast<std::uint8_t>(Cuts(key.range));
+  k.span = static_cast<std::uint8_t>(key.span);
+  return k;
+}
 
 ChecksumCache::~ChecksumCache() {
   std::lock_guard<std::mutex> lock(mu_);
@@ -355,9 +502,7 @@ ChecksumCache::OpenResult ChecksumCache::OpenConnection(std::string* why, int* s
   }
 
   // A table of another shape under Kelvor's header is damage too.
-  if ((rc = sqlite3_prepare_v3(db_, kLookupSql, -1, SQLITE_PREPARE_PERSISTENT, &lookup_,
-                               nullptr)) != SQLITE_OK ||
-      (rc = sqlite3_prepare_v3(db_, kDropStaleSql, -1, SQLITE_PREPARE_PERSISTENT, &dropStale_,
+  if ((rc = sqlite3_prepare_v3(db_, kDropStaleSql, -1, SQLITE_PREPARE_PERSISTENT, &dropStale_,
                                nullptr)) != SQLITE_OK ||
       (rc = sqlite3_prepare_v3(db_, kInsertSql, -1, SQLITE_PREPARE_PERSISTENT, &insert_,
                                nullptr)) != SQLITE_OK) {
@@ -365,11 +510,109 @@ ChecksumCache::OpenResult ChecksumCache::OpenConnection(std::string* why, int* s
         (rc & 0xff) == SQLITE_ERROR ? OpenResult::kDamaged : OpenResult::kFailed;
     return fail(rc, kind);
   }
+  if ((rc = LoadRows(why)) != SQLITE_OK) {
+    if (rc == SQLITE_CORRUPT && !why->empty()) {
+      CloseConnection();
+      return OpenResult::kDamaged;
+    }
+    const OpenResult kind =
+        (rc & 0xff) == SQLITE_ERROR ? OpenResult::kDamaged : OpenResult::kFailed;
+    return fail(rc, kind);
+  }
   return OpenResult::kOk;
 }
 
+int ChecksumCache::LoadRows(std::string* why) {
+  why->clear();
+  rows_.Clear();
+  digests_.clear();
+  // Room for the rows the file can hold (about 85 bytes a row), so that the
+  // table is not rebuilt on the way.
+  std::int64_t pages = 0, pageSize = 0;
+  if (QueryInt(db_, "PRAGMA page_count", &pages) == SQLITE_OK &&
+      QueryInt(db_, "PRAGMA page_size", &pageSize) == SQLITE_OK && pages > 0 && pageSize > 0)
+    rows_.Reserve(static_cast<std::size_t>(pages * pageSize / 80));
+  sqlite3_stmt* st = nullptr;
+  int rc = sqlite3_prepare_v2(db_, kLoadSql, -1, &st, nullptr);
+  if (rc != SQLITE_OK) return rc;
+  std::int64_t count = 0;
+  while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
+    ChecksumKey k;
+    k.file.device = static_cast<std::uint64_t>(sqlite3_column_int64(st, 0));
+    k.file.inode = static_cast<std::uint64_t>(sqlite3_column_int64(st, 1));
+    k.mode = sqlite3_column_int(st, 2);
+    const int cuts = sqlite3_column_int(st, 3);
+    k.range.useMp3Cuts = (cuts & 1) != 0;
+    k.range.useExifCuts = (cuts & 2) != 0;
+    k.range.cutFromStart = sqlite3_column_int(st, 4);
+    k.range.cutFromEnd = sqlite3_column_int(st, 5);
+    k.span = static_cast<ChecksumSpan>(sqlite3_column_int(st, 6));
+    k.prefixBytes = static_cast<std::uint32_t>(sqlite3_column_int64(st, 7));
+    k.file.size = sqlite3_column_int64(st, 8);
+    k.file.mtimeNs = sqlite3_column_int64(st, 9);
+    k.file.ctimeNs = sqlite3_column_int64(st, 10);
+    const void* blob = sqlite3_column_blob(st, 11);
+    const int blobLen = sqlite3_column_bytes(st, 11);
+    const std::string_view digest(static_cast<const char*>(blob),
+                                  blob ? static_cast<std::size_t>(blobLen) : 0);
+    const std::int64_t storedAt = sqlite3_column_int64(st, 12);
+    const std::int64_t check = sqlite3_column_int64(st, 13);
+    // A row that fails its check, or one this build could not have written,
+    // means the file was changed behind SQLite's back: nothing in it is
+    // trusted.
+    if (digest.empty() || digest.size() > 255 || cuts < 0 || cuts > 3 || k.mode < 0 ||
+        k.mode > 255 || check != CheckOf(k, digest)) {
+      *why = "row check failed";
+      rc = SQLITE_CORRUPT;
+      break;
+    }
+    Remember(KeyOf(k), k.file, digest, storedAt, true);
+    ++count;
+  }
+  sqlite3_finalize(st);
+  if (rc != SQLITE_DONE) {
+    rows_.Clear();
+    digests_.clear();
+    return rc;
+  }
+  loaded_.store(count, std::memory_order_relaxed);
+  // The scan filled SQLite's page cache with the whole file; lookups no
+  // longer need it.
+  sqlite3_db_release_memory(db_);
+  return SQLITE_OK;
+}
+
+bool ChecksumCache::Remember(const RowKey& key, const ChecksumFileState& file,
+                             std::string_view digest, std::int64_t storedAt, bool written) {
+  // Rows of an earlier state of the same file are of no use any more (the
+  // file's batch deletes them from the file as well).
+  bool replaces = false;
+  for (const RowKey& other : rows_.RowsOf(key.device, key.inode)) {
+    const Row* o = rows_.Find(other);
+    if (!o) continue;
+    if (o->size != file.size || o->mtimeNs != file.mtimeNs || o->ctimeNs != file.ctimeNs) {
+      rows_.Erase(other);
+      replaces = true;
+    } else if (other == key) {
+      replaces = true;
+    }
+  }
+  // Offsets are 32 bits: past 4 GiB of digests a row is simply not kept.
+  if (digests_.size() + digest.size() > UINT32_MAX) return true;
+  Row& r = rows_.Insert(key);
+  r.size = file.size;
+  r.mtimeNs = file.mtimeNs;
+  r.ctimeNs = file.ctimeNs;
+  r.storedAt = storedAt;
+  r.digestAt = static_cast<std::uint32_t>(digests_.size());
+  r.digestLength = static_cast<std::uint8_t>(digest.size());
+  r.written = written;
+  digests_.append(digest);
+  return replaces;
+}
+
 void ChecksumCache::CloseConnection() {
-  for (sqlite3_stmt** st : {&lookup_, &dropStale_, &insert_}) {
+  for (sqlite3_stmt** st : {&dropStale_, &insert_}) {
     sqlite3_finalize(*st);
     *st = nullptr;
   }
@@ -425,11 +668,13 @@ void ChecksumCache::StopUsing(std::string message) {
   storing_.store(false, std::memory_order_relaxed);
   if (usable_.exchange(false, std::memory_order_relaxed)) Note(std::move(message));
   pending_.clear();
+  rows_.Clear();
+  digests_.clear();
   CloseConnection();
 }
 
 void ChecksumCache::StopStoring(const std::string& why) {
-  pending_.clear();
+  ForgetPending();
   if (storing_.exchange(false, std::memory_order_relaxed))
     Note(texts_.Get(txt::T9103, {file_.string(), why}));
 }
@@ -452,45 +697,32 @@ std::optional<std::string> ChecksumCache::Lookup(const ChecksumKey& key) {
     misses_.fetch_add(1, std::memory_order_relaxed);
     return std::nullopt;
   }
-  std::lock_guard<std::mutex> lock(mu_);
-  // A store not yet written answers as well as a row.
-  for (auto it = pending_.rbegin(); it != pending_.rend(); ++it) {
-    if (SameKey(it->key, key)) {
-      hits_.fetch_add(1, std::memory_order_relaxed);
-      return it->digest;
-    }
-  }
+  const RowKey rowKey = KeyOf(key);
   std::optional<std::string> found;
-  if (lookup_) {
-    BindKey(lookup_, key);
-    const int rc = sqlite3_step(lookup_);
-    if (rc == SQLITE_ROW) {
-      ChecksumKey stored = key;
-      stored.file.size = sqlite3_column_int64(lookup_, 0);
-      stored.file.mtimeNs = sqlite3_column_int64(lookup_, 1);
-      stored.file.ctimeNs = sqlite3_column_int64(lookup_, 2);
-      const void* blob = sqlite3_column_blob(lookup_, 3);
-      const int blobLen = sqlite3_column_bytes(lookup_, 3);
-      std::string digest(static_cast<const char*>(blob),
-                         blob ? static_cast<std::size_t>(blobLen) : 0);
-      const std::int64_t check = sqlite3_column_int64(lookup_, 4);
-      sqlite3_reset(lookup_);
-      if (check != CheckOf(stored, digest) || digest.empty()) {
-        Rebuild("row check failed");
-      } else if (stored.file.SameFile(key.file)) {
-        found = std::move(digest);
+  {
+    std::lock_guard<std::mutex> lock(mu_);
+    Row* row = rows_.Find(rowKey);
+    if (row && usable_.load(std::memory_order_relaxed)) {
+      Row& r = *row;
+      if (r.size == key.file.size && r.mtimeNs == key.file.mtimeNs &&
+          r.ctimeNs == key.file.ctimeNs) {
+        r.used = true;
+        found.emplace(digests_, r.digestAt, r.digestLength);
       }
-    } else {
-      sqlite3_reset(lookup_);
-      if (rc != SQLITE_DONE) Fail(rc, false);
     }
   }
   (found ? hits_ : misses_).fetch_add(1, std::memory_order_relaxed);
   return found;
 }
 
+bool ChecksumCache::HasRowsOf(std::uint64_t device, std::uint64_t inode) {
+  if (!usable_.load(std::memory_order_relaxed)) return false;
+  std::lock_guard<std::mutex> lock(mu_);
+  return rows_.HasRowsOf(device, inode);
+}
+
 void ChecksumCache::Store(const ChecksumKey& key, std::string_view digest) {
-  if (!storing_.load(std::memory_order_relaxed) || digest.empty()) return;
+  if (!storing_.load(std::memory_order_relaxed) || digest.empty() || digest.size() > 255) return;
   const std::int64_t minAgeNs =
       std::chrono::duration_cast<std::chrono::nanoseconds>(opt_.minStateAge).count();
   if (minAgeNs > 0 && key.file.takenAtNs - key.file.ctimeNs < minAgeNs) {
@@ -498,10 +730,14 @@ void ChecksumCache::Store(const ChecksumKey& key, std::string_view digest) {
     return;
   }
   std::lock_guard<std::mutex> lock(mu_);
-  if (!db_) return;
+  if (!db_ || !storing_.load(std::memory_order_relaxed)) return;
   const auto now = SteadyClock::now();
   if (pending_.empty()) pendingSince_ = now;
-  pending_.push_back({key, std::string(digest)});
+  // Answers lookups at once; written with its batch (and forgotten again
+  // when that fails).
+  const bool replaces =
+      Remember(KeyOf(key), key.file, digest, static_cast<std::int64_t>(std::time(nullptr)), false);
+  pending_.push_back({key, std::string(digest), replaces});
   if (pending_.size() >= opt_.batchSize || now - pendingSince_ >= opt_.maxBatchAge) WriteBatch();
 }
 
@@ -510,10 +746,82 @@ void ChecksumCache::Flush() {
   WriteBatch();
 }
 
+void ChecksumCache::Finish() {
+  std::lock_guard<std::mutex> lock(mu_);
+  WriteBatch();
+  if (finished_) return;
+  finished_ = true;
+  Housekeep();
+}
+
+void ChecksumCache::Housekeep() {
+  if (!db_ || !usable_.load(std::memory_order_relaxed) || !storing_.load(std::memory_order_relaxed))
+    return;
+  const std::int64_t now = static_cast<std::int64_t>(std::time(nullptr));
+  const std::int64_t keep = opt_.keepUnused.count(), refresh = opt_.refreshUsedAfter.count();
+  std::vector<RowKey> drop, renew;
+  rows_.ForEach([&](const RowKey& key, const Row& row) {
+    if (!row.written) return;
+    if (!row.used && keep > 0 && now - row.storedAt > keep) drop.push_back(key);
+    if (row.used && refresh > 0 && now - row.storedAt > refresh) renew.push_back(key);
+  });
+  if (drop.empty() && renew.empty()) return;
+
+  sqlite3_stmt* prune = nullptr;
+  sqlite3_stmt* refreshSt = nullptr;
+  int rc = sqlite3_prepare_v2(db_, kPruneSql, -1, &prune, nullptr);
+  if (rc == SQLITE_OK) rc = sqlite3_prepare_v2(db_, kRefreshSql, -1, &refreshSt, nullptr);
+  if (rc == SQLITE_OK) rc = sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+  auto run = [&](sqlite3_stmt* st, const RowKey& k) {
+    const Row& r = *rows_.Find(k);
+    sqlite3_bind_int64(st, 1, static_cast<sqlite3_int64>(k.device));
+    sqlite3_bind_int64(st, 2, static_cast<sqlite3_int64>(k.inode));
+    sqlite3_bind_int(st, 3, k.mode);
+    sqlite3_bind_int(st, 4, k.cuts);
+    sqlite3_bind_int(st, 5, k.cutStart);
+    sqlite3_bind_int(st, 6, k.cutEnd);
+    sqlite3_bind_int(st, 7, k.span);
+    sqlite3_bind_int64(st, 8, static_cast<sqlite3_int64>(k.spanBytes));
+    sqlite3_bind_int64(st, 9, r.size);
+    sqlite3_bind_int64(st, 10, r.mtimeNs);
+    sqlite3_bind_int64(st, 11, r.ctimeNs);
+    if (st == refreshSt) sqlite3_bind_int64(st, 12, now);
+    const int stepRc = sqlite3_step(st);
+    sqlite3_reset(st);
+    return stepRc == SQLITE_DONE ? SQLITE_OK : stepRc;
+  };
+  for (std::size_t i = 0; rc == SQLITE_OK && i < drop.size(); ++i) rc = run(prune, drop[i]);
+  for (std::size_t i = 0; rc == SQLITE_OK && i < renew.size(); ++i) rc = run(refreshSt, renew[i]);
+  if (rc == SQLITE_OK) rc = sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
+  sqlite3_finalize(prune);
+  sqlite3_finalize(refreshSt);
+  if (rc != SQLITE_OK) {
+    const std::string why = sqlite3_errmsg(db_);
+    if (!sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+    if (IsDamage(rc)) {
+      Rebuild(why);
+    } else {
+      StopStoring(why);
+    }
+    return;
+  }
+  for (const RowKey& k : drop) rows_.Erase(k);
+  for (const RowKey& k : renew) rows_.Find(k)->storedAt = now;
+  pruned_.fetch_add(static_cast<std::int64_t>(drop.size()), std::memory_order_relaxed);
+}
+
+void ChecksumCache::ForgetPending() {
+  for (const Pending& p : pending_) {
+    const RowKey key = KeyOf(p.key);
+    if (const Row* r = rows_.Find(key); r && !r->written) rows_.Erase(key);
+  }
+  pending_.clear();
+}
+
 void ChecksumCache::WriteBatch() {
   if (pending_.empty()) return;
   if (!db_ || !storing_.load(std::memory_order_relaxed)) {
-    pending_.clear();
+    ForgetPending();
     return;
   }
   int rc = sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
@@ -524,14 +832,18 @@ void ChecksumCache::WriteBatch() {
   const sqlite3_int64 storedAt = static_cast<sqlite3_int64>(std::time(nullptr));
   for (const Pending& p : pending_) {
     const ChecksumKey& k = p.key;
-    sqlite3_bind_int64(dropStale_, 1, static_cast<sqlite3_int64>(k.file.device));
-    sqlite3_bind_int64(dropStale_, 2, static_cast<sqlite3_int64>(k.file.inode));
-    sqlite3_bind_int64(dropStale_, 3, k.file.size);
-    sqlite3_bind_int64(dropStale_, 4, k.file.mtimeNs);
-    sqlite3_bind_int64(dropStale_, 5, k.file.ctimeNs);
-    rc = sqlite3_step(dropStale_);
-    sqlite3_reset(dropStale_);
-    if (rc != SQLITE_DONE) break;
+    // The table in memory holds what the file holds: where it had no row of
+    // this file, the file has none either and the search for one is spared.
+    if (p.replaces) {
+      sqlite3_bind_int64(dropStale_, 1, static_cast<sqlite3_int64>(k.file.device));
+      sqlite3_bind_int64(dropStale_, 2, static_cast<sqlite3_int64>(k.file.inode));
+      sqlite3_bind_int64(dropStale_, 3, k.file.size);
+      sqlite3_bind_int64(dropStale_, 4, k.file.mtimeNs);
+      sqlite3_bind_int64(dropStale_, 5, k.file.ctimeNs);
+      rc = sqlite3_step(dropStale_);
+      sqlite3_reset(dropStale_);
+      if (rc != SQLITE_DONE) break;
+    }
 
     BindKey(insert_, k);
     sqlite3_bind_int64(insert_, 9, k.file.size);
@@ -557,6 +869,12 @@ void ChecksumCache::WriteBatch() {
       StopStoring(why);
     }
     return;
+  }
+  for (const Pending& p : pending_) {
+    Row* r = rows_.Find(KeyOf(p.key));
+    if (r && r->size == p.key.file.size && r->mtimeNs == p.key.file.mtimeNs &&
+        r->ctimeNs == p.key.file.ctimeNs)
+      r->written = true;
   }
   stored_.fetch_add(static_cast<std::int64_t>(pending_.size()), std::memory_order_relaxed);
   pending_.clear();

@@ -190,6 +190,28 @@ class Hasher {
     if (!source) source = &localSource;
     *source = HashSource{};
     if (stop && stop()) return {};
+    // A digest the cache holds for the file as it is now is taken without
+    // opening it: the walk's identity and size are checked on the state, and
+    // rows were only stored for states older than their ctime tick.
+    ChecksumFileState peeked;
+    bool peekedMissed = false;
+    // The walk's identity tells whether the cache knows the file at all; a
+    // file it does not know (a first search) is not asked about.
+    const bool known = expected && (expected->device != 0 || expected->inode != 0)
+                           ? cache_ && cache_->HasRowsOf(expected->device, expected->inode)
+                           : cache_ && cache_->Usable();
+    if (known) {
+      if (auto state = PeekChecksumFileState(path, expected)) {
+        peeked = *state;
+        std::int64_t start = 0, length = 0;
+        if (peeked.size > digestLength_ && RangeOf(peeked.size, range, &start, &length) &&
+            length >= kCacheMinBytes) {
+          std::string digest;
+          if (LookUp(peeked, range, length, limit, prefixOut, source, &digest)) return digest;
+          peekedMissed = true;
+        }
+      }
+    }
     ReadFile file;
     std::string err;
     if (!file.Open(path, true, &err, expected)) {
@@ -224,53 +246,25 @@ class Hasher {
       return {};
     }
 
-    std::int64_t start = 0, length = size;
-    if (range.useMp3Cuts) {
-      start = range.cutFromStart;
-      length = size - range.cutFromEnd - range.cutFromStart;
-    } else if (range.useExifCuts) {
-      start = range.cutFromStart;
-      // Without a measured start the range reaches one byte past the part
-      // that the side-by-side route compares; checksums made so must stay
-      // comparable with each other, so the rule is kept as it is.
-      length =
-          start != 0 ? size - range.cutFromEnd - range.cutFromStart : size - range.cutFromEnd + 1;
-    }
-    if (length <= 0 || start < 0) {
+    std::int64_t start = 0, length = 0;
+    if (!RangeOf(size, range, &start, &length)) {
       *error = "File to small: " + std::to_string(length) + " (" + std::to_string(start) + ")";
       return {};
     }
-    // A small range is hashed faster than the cache can be asked about it;
-    // the cache serves the files whose reading costs.
-    const bool worthCaching = length >= kCacheMinBytes;
+    const std::int64_t rangeLength = length;
     if (limit > 0) length = std::min(length, limit);
 
     // The cache knows the file by the state its descriptor has now, taken
     // before any byte is read: a write after this point moves ctime and so
     // cannot be stored under this state for long (see minStateAge).
     ChecksumKey key, prefixKey;
-    const bool cached = cache_ && worthCaching && TakeState(file, &key.file);
+    const bool cached = cache_ && rangeLength >= kCacheMinBytes && TakeState(file, &key.file);
     if (cached) {
-      key.mode = mode_;
-      key.range = range;
-      prefixKey = key;
-      prefixKey.span = ChecksumSpan::kPrefix;
-      prefixKey.prefixBytes = static_cast<std::uint32_t>(kPrefixDigestBytes);
-      if (limit > 0) {
-        if (auto hit = cache_->Lookup(prefixKey)) {
-          source->digestFromCache = true;
-          return std::move(*hit);
-        }
-      } else if (auto hit = cache_->Lookup(key)) {
-        if (prefixOut) {
-          if (auto prefixHit = cache_->Lookup(prefixKey)) {
-            *prefixOut = std::move(*prefixHit);
-            source->prefixFromCache = true;
-          }
-        }
-        source->digestFromCache = true;
-        return std::move(*hit);
-      }
+      MakeKeys(key.file, range, rangeLength, &key, &prefixKey);
+      std::string digest;
+      if (!(peekedMissed && peeked.SameFile(key.file)) &&
+          LookUp(key.file, range, rangeLength, limit, prefixOut, source, &digest))
+        return digest;
     }
     if (EVP_DigestInit_ex(ctx_, md_, nullptr) != 1) {
       *error = "CryptCreateHash: " + OpenSslError();
@@ -321,12 +315,75 @@ class Hasher {
     std::string digest(reinterpret_cast<const char*>(md), mdLen);
     if (cached) {
       cache_->Store(limit > 0 ? prefixKey : key, digest);
-      if (prefixOut && !prefixOut->empty()) cache_->Store(prefixKey, *prefixOut);
+      if (prefixOut && !prefixOut->empty() && prefixKey.span == ChecksumSpan::kPrefix)
+        cache_->Store(prefixKey, *prefixOut);
     }
     return digest;
   }
 
  private:
+  // The compared range of a file of `size` bytes under the cut rules; false
+  // when nothing is left of it (*start and *length say what was worked out).
+  static bool RangeOf(std::int64_t size, const HashRange& range, std::int64_t* start,
+                      std::int64_t* length) {
+    *start = 0;
+    *length = size;
+    if (range.useMp3Cuts) {
+      *start = range.cutFromStart;
+      *length = size - range.cutFromEnd - range.cutFromStart;
+    } else if (range.useExifCuts) {
+      *start = range.cutFromStart;
+      // Without a measured start the range reaches one byte past the part
+      // that the side-by-side route compares; checksums made so must stay
+      // comparable with each other, so the rule is kept as it is.
+      *length =
+          *start != 0 ? size - range.cutFromEnd - range.cutFromStart : size - range.cutFromEnd + 1;
+    }
+    return *length > 0 && *start >= 0;
+  }
+
+  // The cache keys of the whole range and of its prefix. A range no longer
+  // than the prefix is its own prefix: both digests are one row.
+  void MakeKeys(const ChecksumFileState& state, const HashRange& range, std::int64_t rangeLength,
+                ChecksumKey* key, ChecksumKey* prefixKey) const {
+    key->file = state;
+    key->mode = mode_;
+    key->range = range;
+    key->span = ChecksumSpan::kWholeRange;
+    key->prefixBytes = 0;
+    *prefixKey = *key;
+    if (rangeLength > kPrefixDigestBytes) {
+      prefixKey->span = ChecksumSpan::kPrefix;
+      prefixKey->prefixBytes = static_cast<std::uint32_t>(kPrefixDigestBytes);
+    }
+  }
+
+  // The digest Hash would make (the prefix with `limit`, else the whole range
+  // and, with prefixOut, its prefix when the cache has it) from the cache.
+  bool LookUp(const ChecksumFileState& state, const HashRange& range, std::int64_t rangeLength,
+              std::int64_t limit, std::string* prefixOut, HashSource* source, std::string* digest) {
+    ChecksumKey key, prefixKey;
+    MakeKeys(state, range, rangeLength, &key, &prefixKey);
+    if (limit > 0) {
+      auto hit = cache_->Lookup(prefixKey);
+      if (!hit) return false;
+      source->digestFromCache = true;
+      *digest = std::move(*hit);
+      return true;
+    }
+    auto hit = cache_->Lookup(key);
+    if (!hit) return false;
+    if (prefixOut) {
+      if (auto prefixHit = cache_->Lookup(prefixKey)) {
+        *prefixOut = std::move(*prefixHit);
+        source->prefixFromCache = true;
+      }
+    }
+    source->digestFromCache = true;
+    *digest = std::move(*hit);
+    return true;
+  }
+
   static bool TakeState(const ReadFile& file, ChecksumFileState* state) {
     struct stat st;
     if (!file.Stat(&st, nullptr)) return false;

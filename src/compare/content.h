@@ -65,10 +65,10 @@ struct ContentCompareOptions {
 // of the range when it is shorter). Files whose prefix digests differ cannot
 // have equal checksums.
 constexpr std::int64_t kPrefixDigestBytes = 4096;
-// Ranges shorter than this are hashed without asking the checksum cache: a
-// lookup costs a few microseconds, about what hashing 16 KiB from the page
-// cache costs, so only longer ranges gain.
-constexpr std::int64_t kCacheMinBytes = 64 * 1024;
+// Ranges shorter than this are hashed without asking the checksum cache. A
+// lookup is a statx and a probe of the cache's table in memory, cheaper than
+// opening and reading even a small file, so every range asks.
+constexpr std::int64_t kCacheMinBytes = 0;
 
 // Digest length in bytes of a checksum mode (0 for side by side or unknown).
 int DigestLength(int mode);

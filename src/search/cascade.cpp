@@ -210,7 +210,7 @@ void Cascade::OpenChecksumCache() {
 
 std::int32_t Cascade::FinishChecksumCache() {
   if (!content_) return 0;
-  if (checksumCache_) checksumCache_->Flush();
+  if (checksumCache_) checksumCache_->Finish();
   content_->Comparer().TakeCacheMessages();
   return content_->Comparer().CacheCount;
 }

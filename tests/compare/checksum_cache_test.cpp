@@ -9,10 +9,14 @@
 
 #include <atomic>
 #include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <optional>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "frame/texts.h"
@@ -472,7 +476,9 @@ TEST_F(ChecksumCacheTest, RowWhoseBytesChangedIsNotTrusted) {
   auto c = OpenCache(&message);
   ASSERT_TRUE(c) << message;
   EXPECT_EQ(c->Lookup(Key(1)), std::nullopt);
-  const std::string messages = Joined(c->TakeMessages());
+  // Every row is checked when the file is read in, so the damage is found by
+  // the opening already.
+  const std::string messages = message + "\n" + Joined(c->TakeMessages());
   EXPECT_NE(messages.find("war beschädigt"), std::string::npos) << messages;
   EXPECT_NE(messages.find("row check failed"), std::string::npos) << messages;
   // Made afresh: the intact row went with the damaged file.
@@ -766,6 +772,217 @@ TEST_F(ChecksumCacheTest, ManyThreadsStoreAndLookUpAtOnce) {
   ASSERT_TRUE(c);
   for (std::uint64_t i = 1; i <= kThreads * kPerThread; ++i)
     ASSERT_EQ(c->Lookup(Key(i)), DigestFor(i)) << i;
+}
+
+// Rows nobody reads for a long time go; rows read in a run are marked as used
+// then and stay, however old their digest is; young rows stay anyway.
+TEST_F(ChecksumCacheTest, FinishPrunesOldUnreadRowsAndKeepsTheRest) {
+  Fill(6);
+  const std::int64_t now = static_cast<std::int64_t>(std::time(nullptr));
+  const std::int64_t longAgo = now - 200 * 24 * 3600;
+  {
+    RawDb raw(File());
+    ASSERT_EQ(
+        raw.Exec("UPDATE checksums SET stored_at=" + std::to_string(longAgo) + " WHERE inode<=4"),
+        SQLITE_OK);
+  }
+  {
+    auto c = OpenCache();
+    ASSERT_TRUE(c);
+    EXPECT_EQ(c->Loaded(), 6);
+    // 1 and 2 are old but read in this run; 3 and 4 are old and not read;
+    // 5 is young and not read; 6 is young and read.
+    EXPECT_EQ(c->Lookup(Key(1)), DigestFor(1));
+    EXPECT_EQ(c->Lookup(Key(2)), DigestFor(2));
+    EXPECT_EQ(c->Lookup(Key(6)), DigestFor(6));
+    // A lookup of another state of 3 is no read of its row.
+    ChecksumKey changed = Key(3);
+    changed.file.mtimeNs += 1;
+    EXPECT_EQ(c->Lookup(changed), std::nullopt);
+    c->Store(Key(7), DigestFor(7));
+    c->Finish();
+    EXPECT_EQ(c->Pruned(), 2);
+    // Pruned rows are gone from the table in memory too.
+    EXPECT_EQ(c->Lookup(Key(3)), std::nullopt);
+    EXPECT_EQ(c->Lookup(Key(1)), DigestFor(1));
+    c->Finish();  // once a run
+    EXPECT_EQ(c->Pruned(), 2);
+    EXPECT_TRUE(c->TakeMessages().empty());
+  }
+  {
+    RawDb raw(File());
+    EXPECT_EQ(raw.Int("SELECT count(*) FROM checksums"), 5);
+    EXPECT_EQ(raw.Int("SELECT count(*) FROM checksums WHERE inode IN (3,4)"), 0);
+    // The rows read were marked as used now.
+    EXPECT_EQ(raw.Int("SELECT count(*) FROM checksums WHERE stored_at<" + std::to_string(now)), 0);
+  }
+  auto c = OpenCache();
+  ASSERT_TRUE(c);
+  EXPECT_EQ(c->Loaded(), 5);
+  for (int i : {1, 2, 5, 6, 7}) EXPECT_EQ(c->Lookup(Key(i)), DigestFor(i)) << i;
+  for (int i : {3, 4}) EXPECT_EQ(c->Lookup(Key(i)), std::nullopt) << i;
+}
+
+TEST_F(ChecksumCacheTest, PruningCanBeTurnedOffAndNeverTouchesALockedFile) {
+  Fill(3);
+  const std::int64_t longAgo = static_cast<std::int64_t>(std::time(nullptr)) - 400 * 24 * 3600;
+  {
+    RawDb raw(File());
+    ASSERT_EQ(raw.Exec("UPDATE checksums SET stored_at=" + std::to_string(longAgo)), SQLITE_OK);
+  }
+  ChecksumCacheOptions off;
+  off.keepUnused = std::chrono::seconds(0);
+  off.refreshUsedAfter = std::chrono::seconds(0);
+  {
+    auto c = OpenCache(nullptr, off);
+    ASSERT_TRUE(c);
+    EXPECT_EQ(c->Lookup(Key(1)), DigestFor(1));
+    c->Finish();
+    EXPECT_EQ(c->Pruned(), 0);
+  }
+  {
+    // Another Kelvor holds the write lock: the rows stay as they are and the
+    // run says once that it could not write.
+    RawDb other(File());
+    ASSERT_EQ(other.Exec("BEGIN IMMEDIATE"), SQLITE_OK);
+    ChecksumCacheOptions o;
+    o.busyTimeout = milliseconds(50);
+    auto c = OpenCache(nullptr, o);
+    ASSERT_TRUE(c);
+    c->Finish();
+    EXPECT_EQ(c->Pruned(), 0);
+    EXPECT_EQ(c->TakeMessages().size(), 1u);
+    EXPECT_FALSE(c->Storing());
+    ASSERT_EQ(other.Exec("COMMIT"), SQLITE_OK);
+  }
+  RawDb raw(File());
+  EXPECT_EQ(raw.Int("SELECT count(*) FROM checksums"), 3);
+  EXPECT_EQ(raw.Int("SELECT count(*) FROM checksums WHERE stored_at=" + std::to_string(longAgo)),
+            3);
+}
+
+// The table in memory is what the file holds: many rows of many states,
+// replaced, pruned and stored, read back by a second run exactly.
+TEST_F(ChecksumCacheTest, TableInMemoryAgreesWithTheFileAfterARun) {
+  constexpr int kFiles = 3000;
+  auto prefixOf = [](ChecksumKey k) {
+    k.span = ChecksumSpan::kPrefix;
+    k.prefixBytes = 4096;
+    return k;
+  };
+  {
+    ChecksumCacheOptions o;
+    o.batchSize = 97;
+    auto c = OpenCache(nullptr, o);
+    ASSERT_TRUE(c);
+    for (int i = 1; i <= kFiles; ++i) {
+      c->Store(Key(i), DigestFor(i));
+      c->Store(prefixOf(Key(i)), DigestFor(i + 100000));
+    }
+    // Every third file changed later in the run: both its old rows go.
+    for (int i = 3; i <= kFiles; i += 3) {
+      ChecksumKey k = Key(i);
+      k.file.ctimeNs += kSecond;
+      c->Store(k, DigestFor(i + 200000));
+    }
+    c->Finish();
+    for (int i = 1; i <= kFiles; ++i) {
+      ChecksumKey k = Key(i);
+      if (i % 3 == 0) {
+        ASSERT_EQ(c->Lookup(k), std::nullopt) << i;
+        ASSERT_EQ(c->Lookup(prefixOf(k)), std::nullopt) << i;
+        k.file.ctimeNs += kSecond;
+        ASSERT_EQ(c->Lookup(k), DigestFor(i + 200000)) << i;
+      } else {
+        ASSERT_EQ(c->Lookup(prefixOf(k)), DigestFor(i + 100000)) << i;
+      }
+    }
+  }
+  const int rows = kFiles * 2 - kFiles / 3;
+  RawDb raw(File());
+  EXPECT_EQ(raw.Int("SELECT count(*) FROM checksums"), rows);
+  auto c = OpenCache();
+  ASSERT_TRUE(c);
+  EXPECT_EQ(c->Loaded(), rows);
+  for (int i = 1; i <= kFiles; ++i) {
+    ChecksumKey k = Key(i);
+    if (i % 3 == 0) {
+      ASSERT_EQ(c->Lookup(k), std::nullopt) << i;
+      k.file.ctimeNs += kSecond;
+      ASSERT_EQ(c->Lookup(k), DigestFor(i + 200000)) << i;
+    } else {
+      ASSERT_EQ(c->Lookup(k), DigestFor(i)) << i;
+      ASSERT_EQ(c->Lookup(prefixOf(k)), DigestFor(i + 100000)) << i;
+    }
+  }
+}
+
+// Stores of new states of a few hundred files in a random order, against a
+// plain model of what must be found: a new state of a file drops every digest
+// of its earlier states, other kinds and ranges of the same state stay.
+TEST_F(ChecksumCacheTest, RandomStoresAgreeWithAModel) {
+  ChecksumCacheOptions o;
+  o.batchSize = 50;
+  auto c = OpenCache(nullptr, o);
+  ASSERT_TRUE(c);
+  std::uint64_t seed = 12345;
+  auto next = [&seed](std::uint64_t n) {
+    seed = seed * 6364136223846793005ull + 1442695040888963407ull;
+    return (seed >> 33) % n;
+  };
+  struct Want {
+    std::int64_t ctimeNs;
+    std::string digest;
+  };
+  // (inode, mode, span) -> what a lookup with that state must give.
+  std::map<std::tuple<std::uint64_t, int, int>, Want> model;
+  auto keyOf = [](std::uint64_t inode, int mode, int span, std::int64_t ctimeNs) {
+    ChecksumKey k = Key(inode, mode);
+    k.file.ctimeNs = ctimeNs;
+    if (span) {
+      k.span = ChecksumSpan::kPrefix;
+      k.prefixBytes = 4096;
+    }
+    return k;
+  };
+  for (int step = 0; step < 20000; ++step) {
+    const std::uint64_t inode = 1 + next(400);
+    const int mode = 1 + static_cast<int>(next(2));
+    const int span = static_cast<int>(next(2));
+    const std::int64_t ctimeNs = kOld + static_cast<std::int64_t>(next(3)) * kSecond;
+    const std::string digest = DigestFor(static_cast<std::uint64_t>(step));
+    c->Store(keyOf(inode, mode, span, ctimeNs), digest);
+    for (auto it = model.begin(); it != model.end();) {
+      if (std::get<0>(it->first) == inode && it->second.ctimeNs != ctimeNs)
+        it = model.erase(it);
+      else
+        ++it;
+    }
+    model[{inode, mode, span}] = {ctimeNs, digest};
+    if (step % 97 == 0) {
+      const std::uint64_t probe = 1 + next(400);
+      for (int m = 1; m <= 2; ++m) {
+        for (int sp = 0; sp <= 1; ++sp) {
+          auto it = model.find({probe, m, sp});
+          for (int t = 0; t < 3; ++t) {
+            const std::int64_t ct = kOld + t * kSecond;
+            const auto want = it != model.end() && it->second.ctimeNs == ct
+                                  ? std::optional<std::string>(it->second.digest)
+                                  : std::nullopt;
+            ASSERT_EQ(c->Lookup(keyOf(probe, m, sp, ct)), want) << step;
+          }
+        }
+      }
+    }
+  }
+  c.reset();
+  c = OpenCache();
+  ASSERT_TRUE(c);
+  EXPECT_EQ(c->Loaded(), static_cast<std::int64_t>(model.size()));
+  for (const auto& [k, want] : model) {
+    const auto& [inode, mode, span] = k;
+    ASSERT_EQ(c->Lookup(keyOf(inode, mode, span, want.ctimeNs)), want.digest) << inode;
+  }
 }
 
 TEST_F(ChecksumCacheTest, ClearRemovesTheCache) {
