@@ -19,6 +19,7 @@
 #include "frame/long_operation.h"
 #include "frame/texts.h"
 #include "frame/unicode.h"
+#include "frame/work_pool.h"
 
 namespace kelvor {
 
@@ -182,6 +183,12 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
           content_ = content.get();
           comparator_ = std::move(content);
           OpenChecksumCache();
+          if (content_->ReadsAhead()) {
+            RunState& run = ctx_.run;
+            pool_ = std::make_unique<WorkPool>(opt_.Content.readAheadThreads,
+                                               [&run] { return run.StopRequested(); });
+            content_->Comparer().SetWorkPool(pool_.get());
+          }
         }
         break;
       case CascadeStep::FuzzyNames:
