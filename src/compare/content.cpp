@@ -331,9 +331,7 @@ class Hasher {
 
  private:
   static bool TakeState(const ReadFile& file, ChecksumFileState* state) {
-    struct stat st;
-    if (::fstat(file.Fd(), &st) != 0) return false;
-    *state = ChecksumFileStateFrom(st);
+    *state = ChecksumFileStateFrom(file.Stat());
     return true;
   }
 

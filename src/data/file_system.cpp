@@ -133,9 +133,9 @@ int xOpenFileForReading(std::string_view path, const ExpectedFile* expected, std
           " bytes instead of " + std::to_string(expected->size);
   } else {
     // Reads of a regular file never wait for a writer; the flag only had to
-    // keep the open itself from waiting.
-    const int fl = ::fcntl(fd, F_GETFL);
-    if (fl != -1) ::fcntl(fd, F_SETFL, fl & ~O_NONBLOCK);
+    // keep the open itself from waiting. Of the flags F_SETFL can change only
+    // O_NONBLOCK was given, so setting none clears it in one call.
+    ::fcntl(fd, F_SETFL, 0);
     if (stOut) *stOut = st;
     return fd;
   }

@@ -22,6 +22,7 @@
 // running; the destructor of the pool joins its threads, dropping jobs not
 // started.
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -98,6 +99,7 @@ class AheadTable {
   ~AheadTable() {
     std::unique_lock<std::mutex> lock(s_->m);
     s_->closing = true;
+    s_->closingFlag.store(true, std::memory_order_relaxed);
     s_->waiting.clear();
     // Jobs not started find the table closed and do nothing; running ones
     // are waited for, as they use what the compute function refers to.
@@ -107,10 +109,7 @@ class AheadTable {
   AheadTable& operator=(const AheadTable&) = delete;
 
   // True from the destructor on; a long compute may test it to end early.
-  bool Closing() const {
-    std::lock_guard<std::mutex> lock(s_->m);
-    return s_->closing;
-  }
+  bool Closing() const { return s_->closingFlag.load(std::memory_order_relaxed); }
 
   // Compute the result for `key` ahead. False (and nothing happens) when the
   // key is known already, too many keys wait, or the pool refuses the job.
@@ -123,16 +122,21 @@ class AheadTable {
       it->second.request = std::move(request);
       s->waiting.push_back(key);
       it->second.pos = std::prev(s->waiting.end());
+      // A pool job works keys until none waits; more jobs than workers
+      // would only wait for each other. So a key gets a job of its own only
+      // while fewer jobs than workers are under way, and the hand-off to a
+      // worker is paid once per run of keys rather than once per key.
+      if (s->jobs >= pool_.Threads()) return true;
+      ++s->jobs;
     }
-    // One pool job per waiting key; each takes the newest key still waiting,
-    // so that workers start at the far end of what the loop will ask for
-    // while the loop takes back the near end: the two rarely meet on a key.
     std::weak_ptr<Shared> weak = s;
     if (pool_.Submit([weak](unsigned worker) {
-          if (auto shared = weak.lock()) RunOne(*shared, static_cast<int>(worker));
+          if (auto shared = weak.lock()) Work(*shared, static_cast<int>(worker));
         }))
       return true;
     std::lock_guard<std::mutex> lock(s->m);
+    --s->jobs;
+    if (s->jobs > 0) return true;  // a job under way takes the key
     auto it = s->entries.find(key);
     if (it != s->entries.end() && it->second.state == State::Waiting) {
       s->waiting.erase(it->second.pos);
@@ -212,35 +216,43 @@ class AheadTable {
     std::size_t maxWaiting = 0, maxDone = 0;
     std::unordered_map<Key, Entry, Hash> entries;
     std::list<Key> waiting, done;
-    int running = 0;
+    int running = 0;    // keys being computed
+    unsigned jobs = 0;  // pool jobs queued or working keys
     bool closing = false;
+    std::atomic<bool> closingFlag{false};  // `closing`, for tests without the lock
   };
 
-  static void RunOne(Shared& s, int worker) {
+  // One pool job: computes waiting keys, the newest first, until none is
+  // left. Newest first, so that workers start at the far end of what the
+  // loop will ask for while the loop takes back the near end: the two rarely
+  // meet on a key.
+  static void Work(Shared& s, int worker) {
     std::unique_lock<std::mutex> lock(s.m);
-    if (s.closing || s.waiting.empty()) return;
-    Key key = std::move(s.waiting.back());
-    s.waiting.pop_back();
-    auto it = s.entries.find(key);
-    it->second.state = State::Running;
-    const Request request = it->second.request;
-    ++s.running;
-    lock.unlock();
+    while (!s.closing && !s.waiting.empty()) {
+      Key key = std::move(s.waiting.back());
+      s.waiting.pop_back();
+      auto it = s.entries.find(key);
+      it->second.state = State::Running;
+      const Request request = it->second.request;
+      ++s.running;
+      lock.unlock();
 
-    std::optional<Result> result = s.compute(key, request, worker);
+      std::optional<Result> result = s.compute(key, request, worker);
 
-    lock.lock();
-    --s.running;
-    it = s.entries.find(key);
-    it->second.state = State::Done;
-    it->second.result = std::move(result);
-    s.done.push_back(std::move(key));
-    it->second.pos = std::prev(s.done.end());
-    while (s.done.size() > s.maxDone) {
-      s.entries.erase(s.done.front());
-      s.done.pop_front();
+      lock.lock();
+      --s.running;
+      it = s.entries.find(key);
+      it->second.state = State::Done;
+      it->second.result = std::move(result);
+      s.done.push_back(std::move(key));
+      it->second.pos = std::prev(s.done.end());
+      while (s.done.size() > s.maxDone) {
+        s.entries.erase(s.done.front());
+        s.done.pop_front();
+      }
+      s.cv.notify_all();
     }
-    s.cv.notify_all();
+    --s.jobs;
   }
 
   WorkPool& pool_;
