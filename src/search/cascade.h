@@ -119,8 +119,10 @@ class Cascade {
   // alone decides), and the content comparator when that is it.
   std::unique_ptr<Comparator> comparator_;
   ContentComparator* content_ = nullptr;
-  FileRecord recBuf_;   // reused for every file's record
-  std::string keyBuf_;  // reused for every compare key
+  FileRecord recBuf_;    // reused for every file's record
+  FileRecord foundBuf_;  // reused for the representative a file meets
+  FileRecord repBuf_;    // reused for representatives read ahead
+  std::string keyBuf_;   // reused for every compare key
   std::string pathBuf_;
   std::string predictKey_;
 };
