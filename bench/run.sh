@@ -15,6 +15,9 @@ usage: bench/run.sh [options]
   --files N           files of the walk tree (default 1,000,000)
   --content-files N   files of the content tree (default 100,000)
   --total-bytes B     bytes of the content tree (default 2.45G; suffixes K M G, Ki Mi Gi)
+  --content-mix M     size mix of the content tree: small, mixed (default) or large
+                      (large with --content-files 60000 --total-bytes 1.5G: the tree
+                      with many files between 4 KB and 1 MB)
   --repeats R         timed rounds after the warm-up round, best counts (default 3)
   --seed S            generator seed (default 1)
   --only walk|content run one of the two benchmarks
@@ -31,6 +34,7 @@ EOF
 walk_files=1000000
 content_files=100000
 content_bytes=2.45G
+content_mix=mixed
 repeats=3
 repeats_set=0
 quick=0
@@ -47,6 +51,7 @@ while (($#)); do
     --files) walk_files=${2:?}; shift ;;
     --content-files) content_files=${2:?}; shift ;;
     --total-bytes) content_bytes=${2:?}; shift ;;
+    --content-mix) content_mix=${2:?}; shift ;;
     --repeats) repeats=${2:?} repeats_set=1; shift ;;
     --skip) skip=",${2:?},"; shift ;;
     --seed) seed=${2:?}; shift ;;
@@ -62,6 +67,7 @@ while (($#)); do
 done
 ((quick && !repeats_set)) && repeats=1
 case $only in all | walk | content) ;; *) echo "run.sh: --only takes walk or content" >&2; exit 1 ;; esac
+case $content_mix in small | mixed | large) ;; *) echo "run.sh: --content-mix takes small, mixed or large" >&2; exit 1 ;; esac
 [[ $repeats =~ ^[1-9][0-9]*$ ]] || { echo "run.sh: --repeats takes a positive number" >&2; exit 1; }
 
 die() { echo "run.sh: $*" >&2; exit 1; }
@@ -295,7 +301,7 @@ bench_walk() {
 
 bench_content() {
   local tree files bytes
-  tree=$(ensure_tree "$content_files" mixed "$content_bytes") || exit 1
+  tree=$(ensure_tree "$content_files" "$content_mix" "$content_bytes") || exit 1
   files=$(summary_field "$tree" files)
   bytes=$(summary_field "$tree" bytes)
   echo

@@ -5,16 +5,11 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <climits>
-#include <condition_variable>
 #include <cstring>
-#include <list>
-#include <mutex>
-#include <thread>
-#include <unordered_map>
+#include <optional>
 
 #include "compare/checksum_cache.h"
 #include "data/file_identity.h"
@@ -25,6 +20,7 @@
 #include "frame/run_state.h"
 #include "frame/sinks.h"
 #include "frame/texts.h"
+#include "frame/work_pool.h"
 
 namespace kelvor {
 
@@ -34,7 +30,7 @@ namespace {
 
 // Reads of the checksum route; large enough that the kernel streams the file.
 constexpr std::size_t kHashReadSize = 1 << 20;
-// Read-ahead limits: jobs waiting for the helper, and finished digests kept
+// Read-ahead limits: files waiting for a worker, and finished digests kept
 // for the cascade. Both bound memory to a few hundred KiB of paths.
 constexpr std::size_t kMaxQueuedJobs = 512;
 constexpr std::size_t kMaxDoneJobs = 4096;
@@ -292,7 +288,7 @@ class Hasher {
         return {};
       }
       std::memset(buf_.data() + avail, 0, n - static_cast<std::size_t>(avail));
-      if (prefixOut && done == 0 &&
+      if (prefixOut && done == 0 && !source->prefixFromCache &&
           !DigestOf(md_, buf_.data(),
                     std::min<std::size_t>(n, static_cast<std::size_t>(kPrefixDigestBytes)),
                     prefixOut))
@@ -315,7 +311,8 @@ class Hasher {
     std::string digest(reinterpret_cast<const char*>(md), mdLen);
     if (cached) {
       cache_->Store(limit > 0 ? prefixKey : key, digest);
-      if (prefixOut && !prefixOut->empty() && prefixKey.span == ChecksumSpan::kPrefix)
+      if (prefixOut && !prefixOut->empty() && prefixKey.span == ChecksumSpan::kPrefix &&
+          !source->prefixFromCache)
         cache_->Store(prefixKey, *prefixOut);
     }
     return digest;
@@ -372,7 +369,18 @@ class Hasher {
       return true;
     }
     auto hit = cache_->Lookup(key);
-    if (!hit) return false;
+    if (!hit) {
+      // A prefix digest stored alone (the cascade made only the prefix last
+      // time) is taken as a prefix made on its own would be; the whole range
+      // is hashed all the same.
+      if (prefixOut && prefixKey.span == ChecksumSpan::kPrefix && !source->prefixFromCache) {
+        if (auto prefixHit = cache_->Lookup(prefixKey)) {
+          *prefixOut = std::move(*prefixHit);
+          source->prefixFromCache = true;
+        }
+      }
+      return false;
+    }
     if (prefixOut) {
       if (auto prefixHit = cache_->Lookup(prefixKey)) {
         *prefixOut = std::move(*prefixHit);
@@ -385,9 +393,7 @@ class Hasher {
   }
 
   static bool TakeState(const ReadFile& file, ChecksumFileState* state) {
-    struct stat st;
-    if (!file.Stat(&st, nullptr)) return false;
-    *state = ChecksumFileStateFrom(st);
+    *state = ChecksumFileStateFrom(file.Stat());
     return true;
   }
 
@@ -443,158 +449,89 @@ std::string CreateHashFromFile(const std::string& path, int mode, const HashRang
 
 namespace compare_detail {
 
-// The read-ahead helper: one thread that makes the digests of files the
-// cascade is expected to compare. Jobs are keyed by full path; the cascade
-// takes a finished digest, waits for one in progress, or takes a job back
-// that has not started and hashes it itself. Every field below is guarded
-// by `m` except the hasher, which only the helper thread touches.
-class Prefetcher {
+// What a file is read ahead for: its range under the cut rules and what the
+// walk saw of it. A digest made for another request is not used.
+struct AheadRequest {
+  HashRange range;
+  ExpectedFile expected;
+  bool operator==(const AheadRequest&) const = default;
+};
+
+// A digest made ahead: the checksum (or the failure), the prefix digest
+// made from its first block, and where both came from.
+struct AheadDigest {
+  std::string digest, error, prefix;
+  HashSource source;
+};
+
+// The read-ahead of the checksum route: files the cascade is expected to
+// compare are hashed on the worker pool, keyed by full path. The cascade
+// takes a finished digest, waits for one in progress, or takes a file back
+// that has not started and hashes it itself (AheadTable). Each worker has a
+// hasher of its own (digest context and read buffer), made on first use by
+// that worker only.
+class ReadAhead {
  public:
-  Prefetcher(int mode, const RunState& run, ChecksumCache* cache)
-      : hasher_(mode, cache), run_(run) {
-    // The helper reads for this thread: it sees the file-system faults a
-    // test has put in place here.
-    worker_ = std::thread([this, faults = FileSystemFaults::Current()] {
-      FileSystemFaults::Scope scope(faults);
-      Run();
-    });
-  }
-  ~Prefetcher() {
-    {
-      std::lock_guard<std::mutex> lock(m_);
-      quit_ = true;
-    }
-    quitFlag_.store(true, std::memory_order_relaxed);
-    cvWork_.notify_all();
-    worker_.join();
-  }
+  ReadAhead(int mode, const RunState& run, ChecksumCache* cache, WorkPool& pool)
+      : hashers_(pool.Threads()),
+        table_(
+            pool,
+            [this, mode, &run, cache, faults = FileSystemFaults::Current()](
+                const std::string& path, const AheadRequest& request,
+                int worker) -> std::optional<AheadDigest> {
+              // Only workers compute here; the cascade hashes with its own hasher.
+              if (worker < 0) return std::nullopt;
+              // Workers read for the thread that made the table: they see the
+              // file-system faults a test has put in place there.
+              FileSystemFaults::Scope scope(faults);
+              std::unique_ptr<Hasher>& hasher = hashers_[static_cast<std::size_t>(worker)];
+              if (!hasher) hasher = std::make_unique<Hasher>(mode, cache);
+              AheadDigest out;
+              out.digest = hasher->Hash(
+                  path, request.range, &request.expected,
+                  [this, &run] { return run.StopRequested() || table_.Closing(); }, nullptr,
+                  &out.error, 0, &out.prefix, &out.source);
+              if (out.digest.empty() && out.error.empty()) return std::nullopt;  // stopped
+              return out;
+            },
+            kMaxQueuedJobs, kMaxDoneJobs) {}
 
   void Add(const std::string& path, const HashRange& range, const ExpectedFile& expected) {
-    {
-      std::lock_guard<std::mutex> lock(m_);
-      if (quit_ || queue_.size() >= kMaxQueuedJobs || jobs_.count(path)) return;
-      auto [it, inserted] = jobs_.try_emplace(path);
-      Job& job = it->second;
-      job.range = range;
-      job.expected = expected;
-      queue_.push_back(path);
-      job.pos = std::prev(queue_.end());
-    }
-    cvWork_.notify_one();
+    table_.Ahead(path, AheadRequest{range, expected});
   }
 
   // True when a usable result was taken (*digest, or *error for a failure).
-  // False: nothing usable, the caller hashes the file itself.
-  // A stop request ends the wait for a job in progress.
+  // False: nothing usable, the caller hashes the file itself. A stop request
+  // ends the wait for a file in progress.
   bool Take(const std::string& path, const HashRange& range, const ExpectedFile& expected,
             std::string* digest, std::string* error, bool* fromCache) {
-    std::unique_lock<std::mutex> lock(m_);
-    auto it = jobs_.find(path);
-    if (it == jobs_.end()) return false;
-    if (it->second.state == State::Queued) {
-      queue_.erase(it->second.pos);
-      jobs_.erase(it);
-      return false;
-    }
-    while (it->second.state == State::Running) {
-      // The helper tests the stop between blocks too; waiting in short steps
-      // keeps a job that does not end from holding the cascade.
-      if (run_.StopRequested()) return false;
-      cvDone_.wait_for(lock, std::chrono::milliseconds(100));
-      it = jobs_.find(path);
-      if (it == jobs_.end()) return false;
-    }
-    Job job = std::move(it->second);
-    done_.erase(job.pos);
-    jobs_.erase(it);
-    lock.unlock();
-    if (job.stopped || !(job.range == range) || !(job.expected == expected)) return false;
-    *digest = std::move(job.digest);
-    *error = std::move(job.error);
-    *fromCache = job.source.digestFromCache;
+    std::optional<AheadDigest> r = table_.TakeAhead(path, AheadRequest{range, expected});
+    if (!r) return false;
+    *digest = std::move(r->digest);
+    *error = std::move(r->error);
+    *fromCache = r->source.digestFromCache;
     return true;
   }
 
-  // The prefix digest of a finished job, which stays for a later Take. False
-  // when the job is not finished, failed, or was made for another range.
+  // The prefix digest of a finished file, which stays for a later Take.
+  // False when it is not finished, failed, or was made for another range.
   bool PeekPrefix(const std::string& path, const HashRange& range, const ExpectedFile& expected,
                   std::string* prefix, bool* fromCache) {
-    std::lock_guard<std::mutex> lock(m_);
-    auto it = jobs_.find(path);
-    if (it == jobs_.end()) return false;
-    const Job& job = it->second;
-    if (job.state != State::Done || job.stopped || !job.error.empty() || job.prefix.empty() ||
-        !(job.range == range) || !(job.expected == expected))
-      return false;
-    *prefix = job.prefix;
-    *fromCache = job.source.prefixFromCache;
-    return true;
+    bool usable = false;
+    table_.Peek(path, AheadRequest{range, expected}, [&](const AheadDigest& d) {
+      if (!d.error.empty() || d.prefix.empty()) return;
+      *prefix = d.prefix;
+      *fromCache = d.source.prefixFromCache;
+      usable = true;
+    });
+    return usable;
   }
 
  private:
-  enum class State { Queued, Running, Done };
-  struct Job {
-    HashRange range;
-    ExpectedFile expected;
-    State state = State::Queued;
-    bool stopped = false;
-    std::string digest, error;
-    std::string prefix;  // the prefix digest, made from the first block
-    HashSource source;
-    std::list<std::string>::iterator pos;  // in queue_ or done_, by state
-  };
-
-  void Run() {
-    std::unique_lock<std::mutex> lock(m_);
-    for (;;) {
-      cvWork_.wait(lock, [&] { return quit_ || !queue_.empty(); });
-      if (quit_) return;
-      // The cascade takes jobs back from the front as it reaches them; the
-      // helper works from the back, so that the two rarely meet on one file.
-      std::string path = std::move(queue_.back());
-      queue_.pop_back();
-      auto it = jobs_.find(path);
-      it->second.state = State::Running;
-      const HashRange range = it->second.range;
-      const ExpectedFile expected = it->second.expected;
-      lock.unlock();
-
-      std::string error, prefix;
-      HashSource source;
-      std::string digest = hasher_.Hash(
-          path, range, &expected,
-          [this] { return quitFlag_.load(std::memory_order_relaxed) || run_.StopRequested(); },
-          nullptr, &error, 0, &prefix, &source);
-
-      lock.lock();
-      it = jobs_.find(path);
-      Job& job = it->second;
-      job.state = State::Done;
-      job.stopped = digest.empty() && error.empty();
-      job.digest = std::move(digest);
-      job.error = std::move(error);
-      job.prefix = std::move(prefix);
-      job.source = source;
-      done_.push_back(path);
-      job.pos = std::prev(done_.end());
-      // Digests nobody asked for go first-in first-out.
-      while (done_.size() > kMaxDoneJobs) {
-        jobs_.erase(done_.front());
-        done_.pop_front();
-      }
-      cvDone_.notify_all();
-    }
-  }
-
-  Hasher hasher_;
-  const RunState& run_;
-  std::mutex m_;
-  std::condition_variable cvWork_, cvDone_;
-  std::list<std::string> queue_, done_;
-  std::unordered_map<std::string, Job> jobs_;
-  bool quit_ = false;
-  std::atomic<bool> quitFlag_{false};
-  std::thread worker_;
+  // Declared before the table: the table's destructor waits for running
+  // workers, which use these.
+  std::vector<std::unique_ptr<Hasher>> hashers_;
+  AheadTable<std::string, AheadRequest, AheadDigest> table_;
 };
 
 }  // namespace compare_detail
@@ -642,7 +579,9 @@ void ContentComparer::Prefetch(const std::string& fullPath, const FileRecord& re
       (EqualsAsciiNoCase(rec.Extension, "jpg") || EqualsAsciiNoCase(rec.Extension, "jpeg") ||
        EqualsAsciiNoCase(rec.Extension, "cr2"));
   const bool flac = opt_.ignoreFlacMetadata && EqualsAsciiNoCase(rec.Extension, "flac");
-  if (!prefetch_) prefetch_ = std::make_unique<compare_detail::Prefetcher>(opt_.mode, run_, cache_);
+  if (!pool_) return;
+  if (!prefetch_)
+    prefetch_ = std::make_unique<compare_detail::ReadAhead>(opt_.mode, run_, cache_, *pool_);
   prefetch_->Add(fullPath, HashRangeFor(rec, rec.Extension, mp3, jpg, flac), WalkExpectation(rec));
 }
 

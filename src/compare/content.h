@@ -4,9 +4,9 @@
 // record. Tag and Exif regions measured while the record was built can be left
 // out (audio_tags.h, exif.h).
 //
-// Checksums can be made ahead of time on a helper thread (Prefetch): the
-// cascade stays single-threaded and decides exactly as without it; the helper
-// only makes a digest earlier that the cascade would make anyway.
+// Checksums can be made ahead of time on a worker pool (Prefetch): the
+// cascade stays single-threaded and decides exactly as without it; the
+// workers only make a digest earlier that the cascade would make anyway.
 
 #include <array>
 #include <cstdint>
@@ -25,10 +25,11 @@ class Logger;
 class ChecksumCache;
 struct RunState;
 class ProgressSink;
+class WorkPool;
 class ReadFile;
 namespace compare_detail {
 class Hasher;
-class Prefetcher;
+class ReadAhead;
 }  // namespace compare_detail
 
 // cboContentCompare list index.
@@ -59,6 +60,8 @@ struct ContentCompareOptions {
   bool ignoreExif = false;                          // IgnoreExif
   bool deleteTempFilesAfterCreateChecksum = false;  // chkZipDeleteTempFilesAfterCreateChecksum
   bool checksumCache = true;  // ChecksumCache: keep checksums across runs (needs the data folder)
+  // Threads that read and hash ahead of the cascade; 0: one per core.
+  unsigned readAheadThreads = 0;
 };
 
 // Bytes at the start of the compared range that a prefix digest covers (all
@@ -154,14 +157,14 @@ class ContentComparer {
   int Search_CompareContent(FileRecord& newRec, const std::string& newFullPath, FileRecord& found,
                             const std::string& foundFullPath, bool isMP3, bool isJPG, bool isFLAC);
 
-  // Read-ahead hint: hash this file on the helper thread with the cut rules its
-  // own extension would get. Ignored for side by side, for archive members, for
-  // records that already have a checksum or an error, and when the queue is
-  // full. Safe to call for files never compared.
+  // Read-ahead hint: hash this file on the worker pool with the cut rules its
+  // own extension would get. Ignored without a pool, for side by side, for
+  // archive members, for records that already have a checksum or an error,
+  // and when the queue is full. Safe to call for files never compared.
   void Prefetch(const std::string& fullPath, const FileRecord& rec);
 
   // The digest of the first kPrefixDigestBytes of the file's range (made
-  // here, or taken from the read-ahead helper, which makes it beside the full
+  // here, or taken from the read-ahead, which makes it beside the full
   // checksum). Counted in PrefixCount. False for side by side, archive
   // members, records in error and any failure (the full comparison then
   // meets the problem and reports it).
@@ -170,8 +173,12 @@ class ContentComparer {
 
   void SetArchiveTempFiles(ArchiveTempFiles* archive) { archive_ = archive; }
 
+  // The workers that read ahead (none: no read-ahead). Set before the first
+  // Prefetch; the pool must outlive this object.
+  void SetWorkPool(WorkPool* pool) { pool_ = pool; }
+
   // Digests kept across runs: looked up before a file is read, stored after
-  // it was hashed (also by the read-ahead helper). Set before the first
+  // it was hashed (also by the read-ahead workers). Set before the first
   // comparison; the cache must outlive this object. Its problems are logged
   // as they come (TakeCacheMessages).
   void SetChecksumCache(ChecksumCache* cache);
@@ -211,9 +218,10 @@ class ContentComparer {
   ProgressSink& progress_;
   ArchiveTempFiles* archive_ = nullptr;
   ChecksumCache* cache_ = nullptr;
-  std::unique_ptr<compare_detail::Hasher> hasher_;        // checksums made on this thread
-  std::unique_ptr<compare_detail::Prefetcher> prefetch_;  // read-ahead thread, started on first use
-  std::vector<unsigned char> buf1_, buf2_;                // side-by-side buffers, reused
+  WorkPool* pool_ = nullptr;
+  std::unique_ptr<compare_detail::Hasher> hasher_;       // checksums made on this thread
+  std::unique_ptr<compare_detail::ReadAhead> prefetch_;  // made on the first Prefetch
+  std::vector<unsigned char> buf1_, buf2_;               // side-by-side buffers, reused
   bool progressShown_ = false;
 };
 

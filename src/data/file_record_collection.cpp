@@ -455,6 +455,10 @@ FileRecord CStringCollection2::Record(std::int32_t index) const {
   return r;
 }
 
+void CStringCollection2::ReadRecord(std::int32_t index, FileRecord& into) const {
+  ReadInto(Slot(index), into);
+}
+
 void CStringCollection2::SetRecord(std::int32_t index, const FileRecord& rec) {
   Packed& p = Slot(index);
   FillPacked(p, ViewOf(rec));

@@ -108,6 +108,9 @@ class CStringCollection2 {
 
   // Whole-record copy out of and into the slot of a position.
   FileRecord Record(std::int32_t index) const;
+  // The same copy into a record kept by the caller, whose strings keep their
+  // buffers: no allocation per call once they are large enough.
+  void ReadRecord(std::int32_t index, FileRecord& into) const;
   void SetRecord(std::int32_t index, const FileRecord& rec);
 
   // --- properties by position ---

@@ -127,9 +127,9 @@ int CheckOpened(int fd, const ExpectedFile* expected, std::string* errorText, st
           " bytes instead of " + std::to_string(expected->size);
   } else {
     // Reads of a regular file never wait for a writer; the flag only had to
-    // keep the open itself from waiting.
-    const int fl = ::fcntl(fd, F_GETFL);
-    if (fl != -1) ::fcntl(fd, F_SETFL, fl & ~O_NONBLOCK);
+    // keep the open itself from waiting. Of the flags F_SETFL can change only
+    // O_NONBLOCK was given, so setting none clears it in one call.
+    ::fcntl(fd, F_SETFL, 0);
     if (stOut) *stOut = st;
     return fd;
   }
@@ -170,6 +170,13 @@ int xOpenFileForReadingAt(int dirFd, const char* name, std::string_view path,
 // ---------------------------------------------------------------------------
 // ReadFile
 
+namespace {
+// What the kernel reads ahead of a file without being told (128 KiB on
+// common setups): a hint for a range no longer than this changes nothing
+// but costs a call per file.
+constexpr std::int64_t kKernelReadAhead = 128 * 1024;
+}  // namespace
+
 ReadFile::~ReadFile() {
   Close();
 }
@@ -182,22 +189,27 @@ void ReadFile::Close() {
 bool ReadFile::Open(const std::string& path, bool sequential, std::string* err,
                     const ExpectedFile* expected) {
   Close();
+  advised_ = false;
   std::string why;
-  fd_ = xOpenFileForReading(path, expected, &why);
+  fd_ = xOpenFileForReading(path, expected, &why, &st_);
   if (fd_ < 0) {
     if (err) *err = why;
     return false;
   }
   readFault_ = InjectedFault(FsCall::ReadFile, path);
-  if (sequential) ::posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
+  if (sequential && st_.st_size > kKernelReadAhead) {
+    ::posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
+    advised_ = true;
+  }
   return true;
 }
 
 bool ReadFile::Stat(struct stat* st, std::string* err) const {
-  if (::fstat(fd_, st) != 0) {
-    if (err) *err = ErrorText(errno);
+  if (fd_ < 0) {
+    if (err) *err = ErrorText(EBADF);
     return false;
   }
+  *st = st_;
   return true;
 }
 
@@ -228,8 +240,10 @@ std::int64_t ReadFile::ReadAt(void* buf, std::size_t n, std::int64_t offset,
   return static_cast<std::int64_t>(done);
 }
 
-void ReadFile::Sequential(std::int64_t offset, std::int64_t len) const {
-  if (fd_ >= 0 && len > 0) ::posix_fadvise(fd_, offset, len, POSIX_FADV_SEQUENTIAL);
+void ReadFile::Sequential(std::int64_t offset, std::int64_t len) {
+  if (fd_ < 0 || advised_ || len <= kKernelReadAhead) return;
+  ::posix_fadvise(fd_, offset, len, POSIX_FADV_SEQUENTIAL);
+  advised_ = true;
 }
 
 // ---------------------------------------------------------------------------

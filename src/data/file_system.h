@@ -195,20 +195,25 @@ class ReadFile {
   // Opens through xOpenFileForReading: never waits (a FIFO in the file's
   // place is refused), reaches paths of any length, and where `expected` is
   // given insists on the file the walk saw, at its size. `sequential` hints
-  // the kernel to read ahead. On failure returns false and *err holds the
-  // system's text or the reason.
+  // the kernel to read ahead (files longer than its own read-ahead only). On
+  // failure returns false and *err holds the system's text or the reason.
   bool Open(const std::string& path, bool sequential, std::string* err,
             const ExpectedFile* expected = nullptr);
-  // Current size of the open file; -1 with *err on failure.
+  // Size of the file when it was opened (from the open's own status call;
+  // reads find out when it shrank since); -1 with *err when none is open.
   std::int64_t Size(std::string* err) const;
-  // fstat of the open file; false with *err on failure.
+  // The status of the file as the open took it; false with *err when none
+  // is open.
   bool Stat(struct stat* st, std::string* err) const;
+  const struct stat& Stat() const { return st_; }
   // Reads up to `n` bytes at `offset`, repeating short reads until the end
   // of the file. Returns the bytes read (less than n only at the end), or -1
   // with *err set. A negative offset fails with EINVAL.
   std::int64_t ReadAt(void* buf, std::size_t n, std::int64_t offset, std::string* err) const;
-  // Hints the kernel that [offset, offset+len) will be read in order.
-  void Sequential(std::int64_t offset, std::int64_t len) const;
+  // Hints the kernel that [offset, offset+len) will be read in order. Does
+  // nothing for ranges its default read-ahead covers anyway, or when the
+  // open gave the hint already (it applies to the whole file).
+  void Sequential(std::int64_t offset, std::int64_t len);
   void Close();
   bool IsOpen() const { return fd_ >= 0; }
   int Fd() const { return fd_; }
@@ -216,6 +221,8 @@ class ReadFile {
  private:
   int fd_ = -1;
   int readFault_ = 0;  // a test's error for every read; 0 in production
+  bool advised_ = false;
+  struct stat st_ {};
 };
 
 // --- folders, for the walk: each call one system call on a descriptor ---

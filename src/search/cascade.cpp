@@ -19,6 +19,7 @@
 #include "frame/long_operation.h"
 #include "frame/texts.h"
 #include "frame/unicode.h"
+#include "frame/work_pool.h"
 
 namespace kelvor {
 
@@ -182,6 +183,12 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
           content_ = content.get();
           comparator_ = std::move(content);
           OpenChecksumCache();
+          if (content_->ReadsAhead()) {
+            RunState& run = ctx_.run;
+            pool_ = std::make_unique<WorkPool>(opt_.Content.readAheadThreads,
+                                               [&run] { return run.StopRequested(); });
+            content_->Comparer().SetWorkPool(pool_.get());
+          }
         }
         break;
       case CascadeStep::FuzzyNames:
@@ -301,7 +308,7 @@ void Cascade::CheckFile(int sourceNr, std::string_view folder, std::string_view 
   // suffixes while a comparator decides; step 4: the group.
   if (comparator_) comparator_->BeginFile();
   int suffix = (comparator_ || method == kSourceAcross) ? 1 : 0;
-  FileRecord found;
+  FileRecord& found = foundBuf_;
   bool newGroupMade = false;
   for (;;) {
     key.resize(keyLength);
@@ -354,10 +361,10 @@ Cascade::Meeting Cascade::MeetWithComparator(CascadeFile& file, std::string& key
       return Meeting::Placed;
     }
     foundNode = files_.Find(key);
-    found = files_.Record(foundNode);
+    files_.ReadRecord(foundNode, found);
     return Meeting::Duplicate;
   }
-  found = files_.Record(foundNode);
+  files_.ReadRecord(foundNode, found);
   // The rule of the source compare method comes first: a representative it
   // passes by is not compared.
   if (method == kSourceAcross && found.SourceNr == sourceNr_) return Meeting::Different;
@@ -382,7 +389,7 @@ Cascade::Meeting Cascade::MeetAcrossSources(std::string& key, FileRecord& found)
     pos = files_.Find(key);
     ++ctx_.stats.CompareCount;
     if (pos == 0) return Meeting::Placed;
-    found = files_.Record(pos);
+    files_.ReadRecord(pos, found);
   }
   if (found.SourceNr == sourceNr_) return Meeting::Different;
   return found.GroupID == -1 || rec.GroupID == -1 ? Meeting::Duplicate : Meeting::Different;
@@ -492,8 +499,8 @@ void Cascade::PredictComparisons(const Frame& top, int sourceNr, const FilterOpt
   auto prefetchEntry = [&](std::size_t index) {
     const DirEntry& e = top.entries[index];
     std::string_view name = std::string_view(top.names).substr(e.nameOffset, e.nameLength);
-    probe.Name = std::string(BaseNameOf(name));
-    probe.Extension = std::string(ExtensionOf(name));
+    probe.Name.assign(BaseNameOf(name));
+    probe.Extension.assign(ExtensionOf(name));
     probe.SIZE = probe.SizeKey = e.size;
     probe.WalkDevice = e.identity.device;
     probe.WalkInode = e.identity.inode;
@@ -507,8 +514,8 @@ void Cascade::PredictComparisons(const Frame& top, int sourceNr, const FilterOpt
     pathBuf_.assign(top.path).append("/").append(name);
     if (filters.Search_CheckFileFilter(static_cast<std::uint64_t>(e.size), name, pathBuf_))
       continue;
-    probe.Name = std::string(BaseNameOf(name));
-    probe.Extension = std::string(ExtensionOf(name));
+    probe.Name.assign(BaseNameOf(name));
+    probe.Extension.assign(ExtensionOf(name));
     probe.SIZE = probe.SizeKey = e.size;
     probe.DateLastModified = e.mtime;
     probe.DateCreated = e.btime;
@@ -519,8 +526,8 @@ void Cascade::PredictComparisons(const Frame& top, int sourceNr, const FilterOpt
     const std::int32_t rep = files_.Find(predictKey_);
     const ContentComparator::ReadAhead plan = content_->PlanFile(predictKey_, i, files_, rep);
     if (plan.representative) {
-      FileRecord r = files_.Record(rep);
-      content_->Prefetch(FullPath(r), r);
+      files_.ReadRecord(rep, repBuf_);
+      content_->Prefetch(FullPath(repBuf_), repBuf_);
     }
     if (plan.earlier != SIZE_MAX) prefetchEntry(plan.earlier);
     if (plan.file) prefetchEntry(i);

@@ -30,6 +30,7 @@ namespace kelvor {
 class ChecksumCache;
 class ContentComparator;
 class LongOperation;
+class WorkPool;
 
 // The name key of a base name (ignored characters, ignored text, method).
 std::string NameKey(const SearchOptions& opt, std::string_view baseName);
@@ -109,14 +110,19 @@ class Cascade {
   const SearchOptions& opt_;
   int sourceNr_ = 0;  // of the file being placed
   CStringCollection2 files_;
-  // Checksums kept across runs; outlives the comparator and its helper thread.
+  // The workers that read ahead of the cascade (none when nothing is read
+  // ahead); outlives the comparators that give it work.
+  std::unique_ptr<WorkPool> pool_;
+  // Checksums kept across runs; outlives the comparator and its workers.
   std::unique_ptr<ChecksumCache> checksumCache_;
   // The comparator of the first step the criteria ask for (none: the key
   // alone decides), and the content comparator when that is it.
   std::unique_ptr<Comparator> comparator_;
   ContentComparator* content_ = nullptr;
-  FileRecord recBuf_;   // reused for every file's record
-  std::string keyBuf_;  // reused for every compare key
+  FileRecord recBuf_;    // reused for every file's record
+  FileRecord foundBuf_;  // reused for the representative a file meets
+  FileRecord repBuf_;    // reused for representatives read ahead
+  std::string keyBuf_;   // reused for every compare key
   std::string pathBuf_;
   std::string predictKey_;
 };

@@ -16,6 +16,7 @@
 #include "compare/content.h"
 #include "compare/exif.h"
 #include "compare_fixture.h"
+#include "frame/work_pool.h"
 #include "support/hang_guard.h"
 
 namespace kelvor::test {
@@ -102,7 +103,7 @@ TEST_P(ChangedFileTest, FileReplacedAfterTheWalkIsNotRead) {
 }
 
 // A FIFO in the place of a file: no open waits for a writer, the FIFO is
-// logged and out of the run; the read-ahead thread does not wait either.
+// logged and out of the run; the read-ahead workers do not wait either.
 TEST_P(ChangedFileTest, FifoInPlaceOfAFileDoesNotHoldTheComparison) {
   const std::string body = Filler(30000, 4);
   FileRecord a = Walked("a", body), f1 = Walked("f1", body), f2 = Walked("f2", body);
@@ -112,7 +113,9 @@ TEST_P(ChangedFileTest, FifoInPlaceOfAFileDoesNotHoldTheComparison) {
   const std::vector<std::string> fifos{P("f1"), P("f2")};
   int r1 = 0, r2 = 0, r3 = 0;
   auto compare = [&] {
+    WorkPool pool(2);
     ContentComparer c(Options(), texts_, log_, run_, progress_);
+    c.SetWorkPool(&pool);
     c.Prefetch(P("f2"), f2);
     c.Prefetch(P("other"), other);
     r1 = Compare(c, f1, "f1", a, "a");
@@ -139,7 +142,9 @@ TEST_P(ChangedFileTest, FilesBelowAVeryLongPathAreRead) {
   WriteDeep(deep + "/b.bin", body);
   WriteDeep(deep + "/c.bin", other);
   FileRecord a = Stated(deep + "/a.bin"), b = Stated(deep + "/b.bin"), d = Stated(deep + "/c.bin");
+  WorkPool pool(2);
   ContentComparer c(Options(), texts_, log_, run_, progress_);
+  c.SetWorkPool(&pool);
   c.Prefetch(deep + "/b.bin", b);
   EXPECT_EQ(c.Search_CompareContent(b, deep + "/b.bin", a, deep + "/a.bin", false, false, false),
             kContentEqual);

@@ -9,6 +9,7 @@
 #include "compare_fixture.h"
 #include "data/file_system.h"
 #include "frame/error_text.h"
+#include "frame/work_pool.h"
 
 namespace kelvor::test {
 namespace {
@@ -281,7 +282,7 @@ TEST(ChecksumAvailability, KnownMethodsAreAvailable) {
   EXPECT_EQ(ChecksumName(kCompareSHA256), "SHA2-256");
 }
 
-// The read-ahead thread gives the digest the cascade would make itself, and
+// The read-ahead workers give the digest the cascade would make itself, and
 // no file is hashed twice.
 TEST_F(ContentBase, PrefetchGivesTheSameDigestOnce) {
   std::vector<std::string> bodies;
@@ -289,7 +290,9 @@ TEST_F(ContentBase, PrefetchGivesTheSameDigestOnce) {
   std::vector<FileRecord> recs;
   for (int i = 0; i < 6; ++i) recs.push_back(Rec("f" + std::to_string(i), bodies[i]));
 
+  WorkPool pool(3);
   ContentComparer c(Options(kCompareSHA1), texts_, log_, run_, progress_);
+  c.SetWorkPool(&pool);
   for (int i = 0; i < 6; ++i) c.Prefetch(P("f" + std::to_string(i)), recs[i]);
   c.Prefetch(P("f0"), recs[0]);  // a second hint for one file is ignored
   c.Prefetch(P("never-compared"), recs[0]);
@@ -310,6 +313,7 @@ TEST_F(ContentBase, PrefetchGivesTheSameDigestOnce) {
   ContentCompareOptions o = Options(kCompareSHA1);
   o.ignoreExif = true;
   ContentComparer e(o, texts_, log_, run_, progress_);
+  e.SetWorkPool(&pool);
   e.Prefetch(P("j.jpg"), j);
   e.Prefetch(P("k.jpg"), k);
   EXPECT_EQ(e.Search_CompareContent(j, P("j.jpg"), k, P("k.jpg"), false, false, false),
@@ -319,7 +323,9 @@ TEST_F(ContentBase, PrefetchGivesTheSameDigestOnce) {
 }
 
 TEST_F(ContentBase, PrefetchReportsFailuresLikeTheDirectRoute) {
+  WorkPool pool(2);
   ContentComparer c(Options(kCompareSHA512), texts_, log_, run_, progress_);
+  c.SetWorkPool(&pool);
   FileRecord a = Rec("a", Filler(100)), b = Rec("b", Filler(100));
   c.Prefetch(P("a"), a);
   c.Prefetch(P("missing"), b);

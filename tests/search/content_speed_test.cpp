@@ -56,8 +56,10 @@ class ContentSpeedTest : public ::testing::Test {
     logger_ = std::make_unique<Logger>(data_ / "Kelvor4.txt", data_ / "run.txt",
                                        data_ / "lastsearch.txt");
     logger_->SetPanel(&progress_);
-    engine_ = std::make_unique<SearchEngine>(SearchContext{
-        Init_Variablen(settings_, texts_), texts_, *logger_, progress_, prompt_, run_, paths_});
+    SearchOptions options = Init_Variablen(settings_, texts_);
+    options.Content.readAheadThreads = readAheadThreads_;
+    engine_ = std::make_unique<SearchEngine>(
+        SearchContext{std::move(options), texts_, *logger_, progress_, prompt_, run_, paths_});
     SourceFolderRow r;
     r.path = tree_.string();
     EXPECT_TRUE(engine_->Search_Start({r}));
@@ -93,8 +95,107 @@ class ContentSpeedTest : public ::testing::Test {
   RunState run_;
   AppPaths appPaths_;
   const AppPaths* paths_ = nullptr;
+  unsigned readAheadThreads_ = 0;  // workers reading ahead; 0: one per core
   std::unique_ptr<SearchEngine> engine_;
 };
+
+// The groups of the last search in their order, each with its files in
+// their order, by path below the tree.
+std::vector<std::vector<std::string>> OrderedGroups(const ResultModel& result,
+                                                    const fs::path& tree) {
+  const std::string prefix = tree.string() + "/";
+  std::vector<std::vector<std::string>> out;
+  result.ForEachGroup([&](RowRef g) {
+    std::vector<std::string> files;
+    result.ForEachFile(g, [&](RowRef f) {
+      std::string p = result.File_GetPathFromNode(f);
+      files.push_back(p.rfind(prefix, 0) == 0 ? p.substr(prefix.size()) : p);
+      return true;
+    });
+    out.push_back(std::move(files));
+    return true;
+  });
+  return out;
+}
+
+// The lines of the run log that carry counts (statistics), without their
+// time stamps.
+std::vector<std::string> CountLines(const std::string& log) {
+  std::vector<std::string> out;
+  std::size_t at = 0;
+  while (at < log.size()) {
+    std::size_t end = log.find('\n', at);
+    if (end == std::string::npos) end = log.size();
+    std::string line = log.substr(at, end - at);
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (const std::size_t stamp = line.find(" - "); stamp != std::string::npos)
+      line.erase(0, stamp + 3);
+    for (const char* head :
+         {"Gruppen:", "Dateivergleiche:", "Prüfsummen", "Duplikate:", "Überprüfte Dateien:"}) {
+      if (line.rfind(head, 0) == 0) {
+        out.push_back(line);
+        break;
+      }
+    }
+    at = end + 1;
+  }
+  return out;
+}
+
+// Many files of few sizes, read ahead on one worker or on many: the same
+// groups in the same order, the same comparisons, checksums and prefix
+// digests, and the same statistics in the run log. Among them are equal
+// files, files that differ in their first 4 KiB, in their last byte, and
+// small ones that are their own prefix.
+TEST_F(ContentSpeedTest, ReadingAheadOnManyWorkersChangesNoAnswerAndNoCount) {
+  const std::size_t sizes[] = {3000, 9000, 70001, 250000};
+  int n = 0;
+  for (std::size_t s : sizes) {
+    for (int cls = 0; cls < 5; ++cls) {
+      std::string body(s, static_cast<char>('a' + cls));
+      for (std::size_t i = 0; i < s; i += 97) body[i] = static_cast<char>(i * 31 + s);
+      if (cls == 3) body[0] = 'X';      // differs in its first bytes
+      if (cls == 4) body[s - 1] = 'Y';  // differs in its last byte only
+      for (int copy = 0; copy < 1 + (cls + n) % 4; ++copy) {
+        W("d" + std::to_string((cls + copy) % 6) + "/s" + std::to_string(s) + "_" +
+              std::to_string(cls) + "_" + std::to_string(copy) + ".bin",
+          body);
+        ++n;
+      }
+      // Files of this size that equal no other.
+      for (int single = 0; single < 3; ++single) {
+        std::string other = body;
+        other[s / 2] = static_cast<char>(other[s / 2] ^ (1 + single));
+        W("d" + std::to_string(single) + "/u" + std::to_string(s) + "_" + std::to_string(cls) +
+              "_" + std::to_string(single),
+          other);
+      }
+    }
+  }
+  Set("ContentCompare", "2");
+  readAheadThreads_ = 1;
+  Run();
+  const auto groups = OrderedGroups(engine_->Result(), tree_);
+  const SearchStatistics one = engine_->Stats();
+  const std::vector<std::string> lines = CountLines(RunLog());
+  ASSERT_FALSE(groups.empty());
+  EXPECT_GT(one.ChecksumCount, 0);
+  EXPECT_GT(one.PrefixCount, 0);
+  ASSERT_GE(lines.size(), 5u) << RunLog();
+
+  for (unsigned threads : {4u, 8u, 0u, 1u}) {
+    SCOPED_TRACE(threads);
+    readAheadThreads_ = threads;
+    Run();
+    EXPECT_EQ(OrderedGroups(engine_->Result(), tree_), groups);
+    const SearchStatistics many = engine_->Stats();
+    EXPECT_EQ(many.CompareCount, one.CompareCount);
+    EXPECT_EQ(many.ChecksumCount, one.ChecksumCount);
+    EXPECT_EQ(many.PrefixCount, one.PrefixCount);
+    EXPECT_EQ(many.CacheCount, one.CacheCount);
+    EXPECT_EQ(CountLines(RunLog()), lines);
+  }
+}
 
 // Five files of one size: two equal, one differing only in its last byte, two
 // differing in their first bytes. Only the files whose beginnings match a
