@@ -94,7 +94,8 @@ SearchOptions Init_Variablen(const SettingsStore& s, const TextCatalog& texts) {
       static_cast<int>(std::clamp<long long>(s.GetInt(kSec, "SourceFolderCompareMode"), 0, 3));
   o.PartialCompareMethod = static_cast<int>(s.GetInt(kSec, "PartialFilenameCompareMethod"));
   o.PartialDelimiters = s.Get(kSec, "PartialFilenameCompareMethodDelimiterChars");
-  o.PartialFilenameCompare = s.GetBool(kSec, "PartialFilenameCompare") && o.CriterionName;
+  o.PartialFilenameCompare =
+      s.GetBool(kSec, "PartialFilenameCompare") && o.CriterionName && !o.CriterionContent;
   o.PartialPercent = s.GetDouble(kSec, "PartialFilenameComparePercent") / 100.0;
   o.LogStatistic = s.GetBool(kSec, "LogStatistic");
   o.LogStatisticDays = s.GetDouble(kSec, "LogStatisticMinutes") * 60 * 0.000011574;
