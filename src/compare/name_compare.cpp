@@ -41,11 +41,25 @@
 //    (1 / the larger count). Words are compared by a 64-bit hash here: a
 //    collision can only make M larger, never smaller.
 //  - MatchDiff and FuzzyPercent have no bound: every pair is measured.
+//
+// The counts I and N are first bounded from above by a histogram of each
+// name: its characters counted in 64 buckets. Characters of one bucket are
+// not told apart, so the sum over buckets of the smaller count is at least I,
+// and the count of A's characters in buckets where B has any is at least N.
+// Only when that looser bound passes are the exact counts made (from the
+// sorted characters), and only when those pass is the measure run. A name
+// with more than 255 characters in one bucket has no histogram and goes
+// straight to the exact counts.
 
 #include "compare/name_compare.h"
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "data/file_record_collection.h"
 #include "frame/log.h"
@@ -126,13 +140,47 @@ std::uint8_t PercentByte(double similarity) {
   return static_cast<std::uint8_t>(std::clamp(v, 0.0, 255.0));
 }
 
+constexpr std::size_t kBuckets = 64;
+
+std::size_t BucketOf(char32_t c) {
+  if (c >= U'a' && c <= U'z') return c - U'a' + 1;  // as A-Z after upper case
+  return c & 63;
+}
+
+// Sum over buckets of the smaller count.
+std::uint32_t HistCommon(const std::uint8_t* a, const std::uint8_t* b) {
+#if defined(__SSE2__)
+  __m128i sum = _mm_setzero_si128();
+  for (std::size_t k = 0; k < kBuckets; k += 16) {
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + k));
+    const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + k));
+    sum = _mm_add_epi64(sum, _mm_sad_epu8(_mm_min_epu8(x, y), _mm_setzero_si128()));
+  }
+  return static_cast<std::uint32_t>(_mm_cvtsi128_si32(sum) +
+                                    _mm_cvtsi128_si32(_mm_srli_si128(sum, 8)));
+#else
+  std::uint32_t n = 0;
+  for (std::size_t k = 0; k < kBuckets; ++k) n += std::min(a[k], b[k]);
+  return n;
+#endif
+}
+
+// Sum of a's counts over the buckets where b has any.
+std::uint32_t HistFoundIn(const std::uint8_t* a, const std::uint8_t* b) {
+  std::uint32_t n = 0;
+  for (std::size_t k = 0; k < kBuckets; ++k) n += b[k] != 0 ? a[k] : 0;
+  return n;
+}
+
 }  // namespace
 
 struct NameComparator::Shape {
-  std::uint32_t length = 0;  // code points (the measures' Len)
-  std::uint32_t at = 0;      // first element in the pool
-  std::uint32_t count = 0;   // sorted folded code points, or sorted word hashes
-  bool empty = true;         // the name key is empty: never measured
+  std::uint8_t hist[kBuckets] = {};  // characters per bucket
+  bool hasHist = false;              // false: a bucket overflowed
+  std::uint32_t length = 0;          // code points (the measures' Len)
+  std::uint32_t at = 0;              // first element in the pool
+  std::uint32_t count = 0;           // sorted folded code points, or sorted word hashes
+  bool empty = true;                 // the name key is empty: never measured
 };
 
 NameComparator::NameComparator(NameCompareOptions opt, const TextCatalog& texts, Logger& log,
@@ -163,6 +211,12 @@ void NameComparator::MakeShape(std::string_view nameKey, Shape& out, std::vector
   out.length = static_cast<std::uint32_t>(folded_.size());
   out.at = static_cast<std::uint32_t>(cps.size());
   out.count = out.length;
+  out.hasHist = true;
+  for (char32_t c : folded_) {
+    std::uint8_t& h = out.hist[BucketOf(c)];
+    if (h == 255) out.hasHist = false;
+    ++h;
+  }
   cps.insert(cps.end(), folded_.begin(), folded_.end());
   std::sort(cps.begin() + out.at, cps.end());
 }
@@ -187,20 +241,28 @@ bool NameComparator::CannotReach(const Shape& a, const Shape& b) const {
   }
   const std::uint32_t la = a.length, lb = b.length;
   if (la == 0 || lb == 0) return false;
+  const bool hist = a.hasHist && b.hasHist;
   const char32_t* ca = cpPool_.data() + a.at;
   const char32_t* cb = keyCps_.data() + b.at;
   switch (opt_.method) {
     case NameMeasure::kSmartMatch:
     case NameMeasure::kSimil: {
+      if (hist && 2.0 * HistCommon(a.hist, b.hist) / static_cast<double>(la + lb) < t) return true;
       const std::uint32_t common = CommonCount(ca, la, cb, lb);
       return 2.0 * common / static_cast<double>(la + lb) < t;
     }
     case NameMeasure::kRatcliff: {
+      if (hist && Single(static_cast<std::int32_t>(2 * HistCommon(a.hist, b.hist)) /
+                         static_cast<double>(la + lb)) < t)
+        return true;
       const auto score = static_cast<std::int32_t>(2 * CommonCount(ca, la, cb, lb));
       return Single(score / static_cast<double>(la + lb)) < t;
     }
     case NameMeasure::kLevenshtein: {
       const std::uint32_t longer = std::max(la, lb);
+      if (hist && Single(1.0 - static_cast<std::int32_t>(longer - HistCommon(a.hist, b.hist)) /
+                                   static_cast<double>(longer)) < t)
+        return true;
       const auto least = static_cast<std::int32_t>(longer - CommonCount(ca, la, cb, lb));
       return Single(1.0 - least / static_cast<double>(longer)) < t;
     }
@@ -209,6 +271,10 @@ bool NameComparator::CannotReach(const Shape& a, const Shape& b) const {
       // A is the longer string, b when both are as long.
       const bool aIsA = la > lb;
       const std::uint32_t n = aIsA ? la : lb;
+      if (hist && (aIsA ? HistFoundIn(a.hist, b.hist) : HistFoundIn(b.hist, a.hist)) /
+                          static_cast<double>(static_cast<std::int32_t>(n) - 1) <
+                      t)
+        return true;
       const std::uint32_t found = aIsA ? FoundIn(ca, la, cb, lb) : FoundIn(cb, lb, ca, la);
       return found / static_cast<double>(static_cast<std::int32_t>(n) - 1) < t;
     }
