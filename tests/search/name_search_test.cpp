@@ -182,12 +182,19 @@ TEST_F(NameSearchTest, NameMethodsShapeTheKey) {
   EXPECT_EQ(Run({"k"}), (Groups{{"k/IMG_2019-holiday.jpg", "k/img2019 beach.jpg"}}));
 }
 
-TEST_F(NameSearchTest, ContentSwitchesTheSimilarityOff) {
-  Set("PartialFilenameCompare", "1");
+TEST_F(NameSearchTest, OptionsOfTheSimilarity) {
+  // Content switches the similarity off; a measure outside the list is the
+  // last one, as the search's description names it.
   test::OnlyCriteria(settings_, {kCritName, kCritContent});
   EXPECT_FALSE(Init_Variablen(settings_, texts_).PartialFilenameCompare);
   test::OnlyCriteria(settings_, {kCritName});
-  EXPECT_TRUE(Init_Variablen(settings_, texts_).PartialFilenameCompare);
+  Set("PartialFilenameCompareMethod", "12");
+  Set("PartialFilenameComparePercent", "85");
+  const SearchOptions o = Init_Variablen(settings_, texts_);
+  EXPECT_TRUE(o.PartialFilenameCompare);
+  EXPECT_EQ(o.PartialCompareMethod, 7);
+  EXPECT_DOUBLE_EQ(o.PartialPercent, 0.85);
+  EXPECT_NE(o.Description.find("(Simil: 85%)"), std::string::npos) << o.Description;
 }
 
 }  // namespace
