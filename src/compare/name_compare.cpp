@@ -39,7 +39,8 @@
 //    count. The value is 1 only when both counts are equal and every word
 //    hits (then M covers all, and B is taken as 1); otherwise hits x
 //    (1 / the larger count). Words are compared by a 64-bit hash here: a
-//    collision can only make M larger, never smaller.
+//    collision can only make M larger, never smaller. Before the words are
+//    looked at, the smaller count alone (M's upper end) is tried the same way.
 //  - MatchDiff and FuzzyPercent have no bound: every pair is measured.
 //
 // The counts I and N are first bounded from above by a histogram of each
@@ -167,9 +168,21 @@ std::uint32_t HistCommon(const std::uint8_t* a, const std::uint8_t* b) {
 
 // Sum of a's counts over the buckets where b has any.
 std::uint32_t HistFoundIn(const std::uint8_t* a, const std::uint8_t* b) {
+#if defined(__SSE2__)
+  __m128i sum = _mm_setzero_si128();
+  for (std::size_t k = 0; k < kBuckets; k += 16) {
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + k));
+    const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + k));
+    const __m128i bEmpty = _mm_cmpeq_epi8(y, _mm_setzero_si128());
+    sum = _mm_add_epi64(sum, _mm_sad_epu8(_mm_andnot_si128(bEmpty, x), _mm_setzero_si128()));
+  }
+  return static_cast<std::uint32_t>(_mm_cvtsi128_si32(sum) +
+                                    _mm_cvtsi128_si32(_mm_srli_si128(sum, 8)));
+#else
   std::uint32_t n = 0;
   for (std::size_t k = 0; k < kBuckets; ++k) n += b[k] != 0 ? a[k] : 0;
   return n;
+#endif
 }
 
 }  // namespace
@@ -228,6 +241,9 @@ bool NameComparator::CannotReach(const Shape& a, const Shape& b) const {
   if (opt_.method == NameMeasure::kWordMatch) {
     const std::uint32_t c1 = a.count, c2 = b.count;
     if (c1 == 0 || c2 == 0) return 0.0 < t;
+    const std::uint32_t larger = std::max(c1, c2), smaller = std::min(c1, c2);
+    // First by the counts alone (every word of the smaller side found).
+    if (smaller != larger && smaller * (1.0 / larger) < t) return true;
     const bool aLeads = c1 >= c2;
     const Shape& lead = aLeads ? a : b;
     const Shape& other = aLeads ? b : a;
@@ -235,7 +251,6 @@ bool NameComparator::CannotReach(const Shape& a, const Shape& b) const {
     const std::uint64_t* otherWords = (aLeads ? keyWords_.data() : wordPool_.data()) + other.at;
     const std::uint32_t m =
         std::min(FoundIn(otherWords, other.count, leadWords, lead.count), other.count);
-    const std::uint32_t larger = std::max(c1, c2);
     const double bound = m == larger ? 1.0 : m * (1.0 / larger);
     return bound < t;
   }
