@@ -76,6 +76,17 @@ class Comparator {
     return std::nullopt;
   }
 
+  // Criteria without a key that groups candidates (similar names) walk the
+  // whole collection instead: the node of the first record from `startIndex`
+  // on that the file matches, copied into `found`; -1 for none; -2 when the
+  // file cannot be read and leaves the search. What the walk learns is
+  // written into the collection.
+  virtual bool WalksCollection() const { return false; }
+  virtual std::int32_t FindInCollection(CascadeFile& /*file*/, CStringCollection2& /*files*/,
+                                        std::int32_t /*startIndex*/, FileRecord& /*found*/) {
+    return -1;
+  }
+
   // Is the file a duplicate of the representative `rep` standing at `place`?
   // What is learnt on the way (checksums, errors) is written into both
   // records; the caller stores `rep` back into its collection.

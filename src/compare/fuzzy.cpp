@@ -487,6 +487,22 @@ double MeasureSimilarity(NameMeasure method, std::string_view a, std::string_vie
   return 0.0;
 }
 
+void FoldedCodePoints(std::string_view s, bool upper, std::u32string& out) {
+  Decode(s, upper ? Fold::kUpper : Fold::kLower, out);
+}
+
+void WordMatchWords(std::string_view s, std::string_view delimiters, FuzzyScratch& scratch,
+                    std::vector<std::u32string>& out) {
+  out.clear();
+  Decode(s, Fold::kLower, scratch.a);
+  Decode(delimiters, Fold::kNone, scratch.delimiters);
+  const Text x = Trim(scratch.a);
+  std::vector<Pos>& words = scratch.ints;
+  words.clear();
+  const Pos count = SplitWords(x, scratch.delimiters, words);
+  for (Pos k = 0; k < count; ++k) out.emplace_back(x.substr(words[2 * k], words[2 * k + 1]));
+}
+
 // Overloads with a scratch of their own.
 double SmartMatch(std::string_view a, std::string_view b) {
   FuzzyScratch s;

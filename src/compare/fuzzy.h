@@ -101,6 +101,14 @@ double FuzzyPercent(std::string_view a, std::string_view b);
 double Simil(std::string_view a, std::string_view b, FuzzyScratch& scratch);
 double Simil(std::string_view a, std::string_view b);
 
+// What the search needs to bound a measure without computing it: the code
+// points of s under a measure's case rule (upper for SmartMatch and
+// FuzzyMatch, lower for Levenshtein, Ratcliff and Simil), and the words
+// WordMatch makes of s (lower case, trimmed, split at `delimiters`).
+void FoldedCodePoints(std::string_view s, bool upper, std::u32string& out);
+void WordMatchWords(std::string_view s, std::string_view delimiters, FuzzyScratch& scratch,
+                    std::vector<std::u32string>& out);
+
 // The measures in the order the user chooses among them.
 enum class NameMeasure : int {
   kSmartMatch = 0,

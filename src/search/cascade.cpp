@@ -12,6 +12,7 @@
 #include "compare/checksum_cache.h"
 #include "compare/content_comparator.h"
 #include "compare/exif.h"
+#include "compare/name_compare.h"
 #include "data/file_identity.h"
 #include "data/file_system.h"
 #include "frame/formats.h"
@@ -192,6 +193,16 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
         }
         break;
       case CascadeStep::FuzzyNames:
+        if (opt_.PartialFilenameCompare) {
+          NameCompareOptions names;
+          names.method = static_cast<NameMeasure>(opt_.PartialCompareMethod);
+          names.threshold = opt_.PartialPercent;
+          names.delimiters = opt_.PartialDelimiters;
+          names.sourceRule = opt_.SourceCompareMethod;
+          comparator_ = std::make_unique<NameComparator>(std::move(names), ctx_.texts, ctx_.log,
+                                                         ctx_.pacing, ctx_.refresh);
+        }
+        break;
       case CascadeStep::SimilarAudio:
       case CascadeStep::SimilarPictures:
       case CascadeStep::KeyAlone:
@@ -284,8 +295,9 @@ void Cascade::CheckFile(int sourceNr, std::string_view folder, std::string_view 
   FileRecord& rec = recBuf_;
   std::string fullPath;
   CascadeFile file{rec, fullPath};
+  const bool walks = comparator_ && comparator_->WalksCollection();
+  if (opt_.CriterionContent || walks) fullPath.assign(folder).append("/").append(name);
   if (opt_.CriterionContent) {
-    fullPath.assign(folder).append("/").append(name);
     CompareSize(rec, fullPath, &file.isMP3, &file.isJPG, &file.isFLAC);
   } else {
     rec.SizeKey = size;
@@ -303,6 +315,10 @@ void Cascade::CheckFile(int sourceNr, std::string_view folder, std::string_view 
     key += rec.Path;
   }
   const std::size_t keyLength = key.size();
+  if (walks) {
+    MeetByWalk(file, key, keyLength);
+    return;
+  }
 
   // Step 3: the representatives of the key, one after the other under their
   // suffixes while a comparator decides; step 4: the group.
@@ -376,6 +392,33 @@ Cascade::Meeting Cascade::MeetWithComparator(CascadeFile& file, std::string& key
   return dup ? Meeting::Duplicate : Meeting::Different;
 }
 
+// Steps 3 and 4 for a criterion with no key that groups candidates: the
+// comparator walks the whole collection for the first record the file
+// matches. With none the file enters under its key (behind the records that
+// hold that key already) and stands for itself.
+void Cascade::MeetByWalk(CascadeFile& file, std::string& key, std::size_t keyLength) {
+  FileRecord& rec = file.rec;
+  comparator_->BeginFile();
+  FileRecord found;
+  const std::int32_t node = comparator_->FindInCollection(file, files_, 1, found);
+  SyncCounts();
+  if (node == -2) return;  // unreadable: the file leaves the search
+  if (node < 0) {
+    for (int suffix = opt_.SourceCompareMethod == kSourceAcross ? 1 : 0;; ++suffix) {
+      key.resize(keyLength);
+      if (suffix != 0) fmt::format_to(std::back_inserter(key), "{}", suffix);
+      if (const std::int32_t added = files_.Add(key, rec); added != 0) {
+        rec.RecordNumber = added;
+        comparator_->BecameRepresentative(std::string_view(key).substr(0, keyLength), rec);
+        return;
+      }
+    }
+  }
+  if (ctx_.run.StopRequested()) return;
+  bool newGroupMade = false;
+  JoinGroup(file, key, keyLength, 0, found, newGroupMade);
+}
+
 // Step 3 across source folders by the key alone: a file of another source
 // with the same key is a duplicate.
 Cascade::Meeting Cascade::MeetAcrossSources(std::string& key, FileRecord& found) {
@@ -447,7 +490,7 @@ bool Cascade::JoinGroup(CascadeFile& file, std::string& key, std::size_t keyLeng
   } else if (rec.GroupID == -1) {
     rec.GroupID = found.GroupID;
     AddFileRow(rec, rec.GroupID);
-    if (newGroupMade && comparator_) {
+    if (newGroupMade && content_) {
       if (!CollectFurtherRepresentatives(file, key, keyLength, suffix, found)) return false;
     }
   }

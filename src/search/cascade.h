@@ -96,6 +96,7 @@ class Cascade {
   enum class Meeting { Placed, Different, Duplicate };
   Meeting MeetWithComparator(CascadeFile& file, std::string& key, std::size_t keyLength,
                              int& suffix, FileRecord& found);
+  void MeetByWalk(CascadeFile& file, std::string& key, std::size_t keyLength);
   Meeting MeetAcrossSources(std::string& key, FileRecord& found);
   Meeting MeetByKey(std::string& key, FileRecord& found);
   bool JoinGroup(CascadeFile& file, std::string& key, std::size_t keyLength, int suffix,

@@ -92,9 +92,12 @@ SearchOptions Init_Variablen(const SettingsStore& s, const TextCatalog& texts) {
   o.UnicodeSupport = s.GetBool(kSec, "UnicodeSupport");
   o.SourceCompareMethod =
       static_cast<int>(std::clamp<long long>(s.GetInt(kSec, "SourceFolderCompareMode"), 0, 3));
-  o.PartialCompareMethod = static_cast<int>(s.GetInt(kSec, "PartialFilenameCompareMethod"));
+  // As the description shows it: a value outside the list is its nearest end.
+  o.PartialCompareMethod =
+      static_cast<int>(std::clamp<long long>(s.GetInt(kSec, "PartialFilenameCompareMethod"), 0, 7));
   o.PartialDelimiters = s.Get(kSec, "PartialFilenameCompareMethodDelimiterChars");
-  o.PartialFilenameCompare = s.GetBool(kSec, "PartialFilenameCompare") && o.CriterionName;
+  o.PartialFilenameCompare =
+      s.GetBool(kSec, "PartialFilenameCompare") && o.CriterionName && !o.CriterionContent;
   o.PartialPercent = s.GetDouble(kSec, "PartialFilenameComparePercent") / 100.0;
   o.LogStatistic = s.GetBool(kSec, "LogStatistic");
   o.LogStatisticDays = s.GetDouble(kSec, "LogStatisticMinutes") * 60 * 0.000011574;
