@@ -11,6 +11,7 @@
 // tell without meeting them one by one.
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -86,6 +87,23 @@ class Comparator {
   // of the file being placed, under which the two are compared.
   virtual bool AreDuplicates(FileRecord& a, const std::string& aPath, FileRecord& b,
                              const std::string& bPath, const CascadeFile& rules) = 0;
+
+  // Criteria without a key that groups candidates (similar pictures, ...)
+  // measure a file against every earlier representative of the collection
+  // instead of meeting those of one key.
+  virtual bool WalksCollection() const { return false; }
+  // For a comparator that walks the collection: the position of the first
+  // representative from `startPosition` on that the file matches, kNoMatch,
+  // or kFileFails when the file cannot be read and leaves the search. What is
+  // learnt on the way is written into the collection and into `file.rec`.
+  // `pathOf` gives the full path on disk of a position.
+  static constexpr std::int32_t kNoMatch = -1;
+  static constexpr std::int32_t kFileFails = -2;
+  virtual std::int32_t SearchCollection(
+      CascadeFile& /*file*/, CStringCollection2& /*files*/, std::int32_t /*startPosition*/,
+      const std::function<std::string(std::int32_t)>& /*pathOf*/) {
+    return kNoMatch;
+  }
 
   // The file became a representative of `key` (the key without its suffix);
   // `rec.RecordNumber` is its node in the collection.

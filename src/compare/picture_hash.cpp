@@ -301,7 +301,7 @@ double GetMedian(std::vector<double>& values) {
   return (values[n / 2 - 1] + values[n / 2]) / 2.0;
 }
 
-int GetHammingDistanceFromArray(const PicHash& a, const PicHash& b) {
+int GetHammingDistanceFromArray(std::span<const std::uint8_t> a, std::span<const std::uint8_t> b) {
   const std::size_t common = std::min(a.size(), b.size());
   int d = 0;
   for (std::size_t i = 0; i < common; ++i) d += a[i] != b[i];

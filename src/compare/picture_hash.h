@@ -107,7 +107,7 @@ PicHash PicHashOfThumb(PicHashAlgo algo, const RgbImage& formed, int side);
 double GetMedian(std::vector<double>& values);
 // Positions at which two hashes differ; where one is longer, its extra
 // positions count as differing.
-int GetHammingDistanceFromArray(const PicHash& a, const PicHash& b);
+int GetHammingDistanceFromArray(std::span<const std::uint8_t> a, std::span<const std::uint8_t> b);
 // 100 - d x 100 / length, rounded half to even; a negative d counts as 0.
 int PicMatchPercent(int distance, int hashLength);
 

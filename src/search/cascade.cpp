@@ -12,6 +12,7 @@
 #include "compare/checksum_cache.h"
 #include "compare/content_comparator.h"
 #include "compare/exif.h"
+#include "compare/similar_pictures.h"
 #include "data/file_identity.h"
 #include "data/file_system.h"
 #include "frame/formats.h"
@@ -184,9 +185,11 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
           OpenChecksumCache();
         }
         break;
+      case CascadeStep::SimilarPictures:
+        if (opt_.CriterionSimilarPics) comparator_ = MakeSimilarPictures();
+        break;
       case CascadeStep::FuzzyNames:
       case CascadeStep::SimilarAudio:
-      case CascadeStep::SimilarPictures:
       case CascadeStep::KeyAlone:
         // No comparator yet: the start check refuses these criteria.
         break;
@@ -197,6 +200,26 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
 }
 
 Cascade::~Cascade() = default;
+
+std::unique_ptr<Comparator> Cascade::MakeSimilarPictures() {
+  SimilarPictureOptions o;
+  o.algo = static_cast<PicHashAlgo>(opt_.PictureAlgorithm);
+  o.side = opt_.ThumbnailSize;
+  o.matchPercent = opt_.PictureMatch;
+  o.sameType = opt_.PicSameType;
+  o.sameDimension = opt_.PicSameDimension;
+  o.sameFormat = opt_.PicSameFormat;
+  o.sameRatio = opt_.PicSameRatio;
+  o.forms = opt_.PicRotateFlip ? opt_.PicForms : 0u;
+  o.dontCompareHardlinks = opt_.DontCompareHardlinks;
+  o.sourceRule = static_cast<PicSourceRule>(opt_.SourceCompareMethod);
+  // The walk over the collection refreshes with the comparator's counts.
+  return std::make_unique<SimilarPicturesComparator>(o, ctx_.texts, ctx_.log, ctx_.progress,
+                                                     ctx_.pacing, [this] {
+                                                       SyncCounts();
+                                                       ctx_.refresh();
+                                                     });
+}
 
 void Cascade::OpenChecksumCache() {
   if (!ctx_.paths || !opt_.Content.checksumCache || opt_.Content.mode == kCompareSideBySide) return;
@@ -288,6 +311,7 @@ void Cascade::CheckFile(int sourceNr, std::string_view folder, std::string_view 
     CompareSize(rec, fullPath, &file.isMP3, &file.isJPG, &file.isFLAC);
   } else {
     rec.SizeKey = size;
+    if (comparator_) fullPath.assign(folder).append("/").append(name);
   }
 
   // Step 2: the compare key.
@@ -302,6 +326,11 @@ void Cascade::CheckFile(int sourceNr, std::string_view folder, std::string_view 
     key += rec.Path;
   }
   const std::size_t keyLength = key.size();
+  if (comparator_ && comparator_->WalksCollection()) {
+    comparator_->BeginFile();
+    MeetByWalk(file, key);
+    return;
+  }
 
   // Step 3: the representatives of the key, one after the other under their
   // suffixes while a comparator decides; step 4: the group.
@@ -375,6 +404,37 @@ Cascade::Meeting Cascade::MeetWithComparator(CascadeFile& file, std::string& key
   return dup ? Meeting::Duplicate : Meeting::Different;
 }
 
+// Step 3 for a comparator that walks the whole collection: the file is
+// measured against every earlier representative and joins the group of the
+// first it matches, or becomes one itself under a key of its own.
+void Cascade::MeetByWalk(CascadeFile& file, std::string& key) {
+  FileRecord& rec = file.rec;
+  std::int32_t hit = Comparator::kNoMatch;
+  if (files_.Count() > 0) {
+    hit = comparator_->SearchCollection(file, files_, 1, [this](std::int32_t pos) {
+      const SourceFolder& src = ctx_.sources[static_cast<std::size_t>(files_.SourceNr(pos) - 1)];
+      std::string p = src.prefix;
+      files_.AppendPathWithFileName(pos, p);
+      return p;
+    });
+    SyncCounts();
+  }
+  if (hit == Comparator::kFileFails) return;  // unreadable: it leaves the search
+  if (ctx_.run.StopRequested()) return;
+  if (hit == Comparator::kNoMatch) {
+    // A key no other file has: the walk, not the key, finds partners.
+    fmt::format_to(std::back_inserter(key), "{}{}", kSep, ++walkSerial_);
+    if (const std::int32_t node = files_.Add(key, rec); node != 0) {
+      rec.RecordNumber = node;
+      comparator_->BecameRepresentative(key, rec);
+    }
+    return;
+  }
+  FileRecord found = files_.Record(hit);
+  bool newGroupMade = false;
+  JoinGroup(file, key, key.size(), 0, found, newGroupMade);
+}
+
 // Step 3 across source folders by the key alone: a file of another source
 // with the same key is a duplicate.
 Cascade::Meeting Cascade::MeetAcrossSources(std::string& key, FileRecord& found) {
@@ -446,7 +506,7 @@ bool Cascade::JoinGroup(CascadeFile& file, std::string& key, std::size_t keyLeng
   } else if (rec.GroupID == -1) {
     rec.GroupID = found.GroupID;
     AddFileRow(rec, rec.GroupID);
-    if (newGroupMade && comparator_) {
+    if (newGroupMade && comparator_ && !comparator_->WalksCollection()) {
       if (!CollectFurtherRepresentatives(file, key, keyLength, suffix, found)) return false;
     }
   }

@@ -234,13 +234,6 @@ TEST_F(HeadlessTest, MissingFoldersAndProfiles) {
   EXPECT_EQ(o.out.find(theirs), std::string::npos) << o.out;
 
   // Criteria that are not built yet are refused wherever they come from.
-  WriteSetup(data_ / "profile/Bilder.pro4", {8}, {});
-  o = Kelvor({"--headless", "-p:Bilder", mine});
-  EXPECT_EQ(o.code, kExitRejected);
-  EXPECT_NE(o.err.find("'Finde ähnliche Bilder' ist in dieser Version noch nicht verfügbar."),
-            std::string::npos)
-      << o.err;
-  EXPECT_EQ(o.out, "");
   fs::remove_all(data_);
   WriteSetup(data_ / "config4.ini", {9}, {mine});
   o = Kelvor({"--headless", mine});
