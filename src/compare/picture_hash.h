@@ -114,8 +114,11 @@ int PicMatchPercent(int distance, int hashLength);
 // Decodes `path` once per thumbnail shape and fills (*hashes)[k] for every
 // form k whose bit is set in `formMask` (bit 0 is form 0). Returns false with
 // *errorText set (and no hash filled) when the picture cannot be read.
+// *origWidth / *origHeight (may be null) receive the picture's own size as
+// the decoder reported it (-1 when it did not).
 bool CreatePictureHashes(PictureDecoder& decoder, const std::string& path, PicHashAlgo algo,
                          int side, unsigned formMask, std::array<PicHash, kPicFormCount>* hashes,
-                         std::string* errorText);
+                         std::string* errorText, int* origWidth = nullptr,
+                         int* origHeight = nullptr);
 
 }  // namespace kelvor

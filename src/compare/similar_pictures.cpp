@@ -49,20 +49,28 @@ int Distance(std::span<const std::uint8_t> a, std::span<const std::uint8_t> b) {
 PictureProbe ProbePicture(const std::string& path, const PictureHashRequest& request) {
   PictureProbe p;
   std::unique_ptr<PictureDecoder> decoder = MakePictureDecoder();
-  int w = 0, h = 0;
-  if (!decoder->GetPictureDimension(path, &w, &h, &p.dimensionError)) {
-    if (p.dimensionError.empty()) p.dimensionError = "GetPictureDimension: unreadable picture";
-    p.hashError = p.dimensionError;
-    return p;
+  // The decode reports the size from the header on the way; only a picture
+  // that fails to decode, or a reader that gives no size, is asked for its
+  // header alone, to tell a bad header from bad pixels.
+  int w = -1, h = -1;
+  p.hashed = CreatePictureHashes(*decoder, path, request.algo, request.side, request.formMask | 1u,
+                                 &p.hashes, &p.hashError, &w, &h);
+  if (!p.hashed && p.hashError.empty()) p.hashError = "LoadThumbnail: unreadable picture";
+  if (!p.hashed || w <= 0 || h <= 0) {
+    std::string error;
+    if (!decoder->GetPictureDimension(path, &w, &h, &error)) {
+      p.dimensionError = error.empty() ? "GetPictureDimension: unreadable picture" : error;
+      p.hashed = false;
+      p.hashes = {};
+      if (p.hashError.empty()) p.hashError = p.dimensionError;
+      return p;
+    }
   }
   p.dimensionsRead = true;
   p.width = w;
   p.height = h;
   p.format = PicFormatOf(w, h);
   p.ratio = PicRatioOf(w, h);
-  p.hashed = CreatePictureHashes(*decoder, path, request.algo, request.side, request.formMask | 1u,
-                                 &p.hashes, &p.hashError);
-  if (!p.hashed && p.hashError.empty()) p.hashError = "LoadThumbnail: unreadable picture";
   return p;
 }
 
