@@ -4,8 +4,9 @@
 // Makes N JPEGs (default 50) of 2048 x 1600 pixels (3.3 megapixels) with
 // ImageMagick in a temporary folder (or uses the *.jpg of a given folder),
 // then alternates three rounds of: every file read as the similar-pictures
-// search reads it (header, reduced decode, 16 x 16 pHash), and every file through "djpeg -scale 1/8 -grayscale" (one
-// process a file, output thrown away). Prints the rate of each and the ratio.
+// search reads it (ProbePicture: reduced decode, size, 16 x 16 pHash), and
+// every file through "djpeg -scale 1/8 -grayscale" (one process a file,
+// output thrown away). Prints the rate of each and the ratio.
 // Not part of the tests.
 //
 //   kelvor_picture_hash_bench [N] [folder]
