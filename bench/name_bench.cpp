@@ -167,13 +167,12 @@ int Search(std::size_t n, double percent, int method) {
     rec.SourceNr = 1;
     const std::string path = "/bench/" + names[i];
     kelvor::CascadeFile file{rec, path};
-    kelvor::FileRecord found;
-    const std::int32_t node = cmp.FindInCollection(file, files, 1, found);
+    const std::int32_t node = cmp.SearchCollection(file, files, 1, {});
     if (node < 0) {
       files.Add("K/" + std::to_string(i), rec);
     } else {
       ++hits;
-      if (found.GroupID == -1) files.SetGroupID(node, static_cast<std::int32_t>(++groups));
+      if (files.GroupID(node) == -1) files.SetGroupID(node, static_cast<std::int32_t>(++groups));
     }
   }
   const double s = Seconds(t0);

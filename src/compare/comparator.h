@@ -11,6 +11,7 @@
 // tell without meeting them one by one.
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -76,17 +77,6 @@ class Comparator {
     return std::nullopt;
   }
 
-  // Criteria without a key that groups candidates (similar names) walk the
-  // whole collection instead: the node of the first record from `startIndex`
-  // on that the file matches, copied into `found`; -1 for none; -2 when the
-  // file cannot be read and leaves the search. What the walk learns is
-  // written into the collection.
-  virtual bool WalksCollection() const { return false; }
-  virtual std::int32_t FindInCollection(CascadeFile& /*file*/, CStringCollection2& /*files*/,
-                                        std::int32_t /*startIndex*/, FileRecord& /*found*/) {
-    return -1;
-  }
-
   // Is the file a duplicate of the representative `rep` standing at `place`?
   // What is learnt on the way (checksums, errors) is written into both
   // records; the caller stores `rep` back into its collection.
@@ -97,6 +87,24 @@ class Comparator {
   // of the file being placed, under which the two are compared.
   virtual bool AreDuplicates(FileRecord& a, const std::string& aPath, FileRecord& b,
                              const std::string& bPath, const CascadeFile& rules) = 0;
+
+  // Criteria without a key that groups candidates (similar names, pictures,
+  // music)
+  // measure a file against every earlier representative of the collection
+  // instead of meeting those of one key.
+  virtual bool WalksCollection() const { return false; }
+  // For a comparator that walks the collection: the position of the first
+  // representative from `startPosition` on that the file matches, kNoMatch,
+  // or kFileFails when the file cannot be read and leaves the search. What is
+  // learnt on the way is written into the collection and into `file.rec`.
+  // `pathOf` gives the full path on disk of a position.
+  static constexpr std::int32_t kNoMatch = -1;
+  static constexpr std::int32_t kFileFails = -2;
+  virtual std::int32_t SearchCollection(
+      CascadeFile& /*file*/, CStringCollection2& /*files*/, std::int32_t /*startPosition*/,
+      const std::function<std::string(std::int32_t)>& /*pathOf*/) {
+    return kNoMatch;
+  }
 
   // The file became a representative of `key` (the key without its suffix);
   // `rec.RecordNumber` is its node in the collection.

@@ -298,14 +298,15 @@ bool NameComparator::CannotReach(const Shape& a, const Shape& b) const {
   }
 }
 
-std::int32_t NameComparator::FindInCollection(CascadeFile& file, CStringCollection2& files,
-                                              std::int32_t startIndex, FileRecord& found) {
+std::int32_t NameComparator::SearchCollection(
+    CascadeFile& file, CStringCollection2& files, std::int32_t startPosition,
+    const std::function<std::string(std::int32_t)>& /*pathOf*/) {
   FileRecord& rec = file.rec;
   // Only a file in no group, or a reference, looks for a partner.
-  if (rec.GroupID != -1 && !rec.IsReferenceFile) return -1;
+  if (rec.GroupID != -1 && !rec.IsReferenceFile) return kNoMatch;
   if (rec.NameKey.empty()) {
     log_.LogProtokoll(texts_.Get(txt::T9500, {DisplayUtf8(file.path)}), true);
-    return -1;
+    return kNoMatch;
   }
   // The shapes of records added since the last file, in node order.
   const std::int32_t count = files.Count();
@@ -320,10 +321,10 @@ std::int32_t NameComparator::FindInCollection(CascadeFile& file, CStringCollecti
   const bool prune = opt_.prune && HasBound(opt_.method);
   const bool newIsReference = rec.IsReferenceFile;
 
-  for (std::int32_t i = std::max(1, startIndex); i <= count; ++i) {
+  for (std::int32_t i = std::max(1, startPosition); i <= count; ++i) {
     if (++sincePacing_ == kPacingEvery) {
       sincePacing_ = 0;
-      if (!pacing_.Step(refresh_)) return -1;
+      if (!pacing_.Step(refresh_)) return kNoMatch;
     }
     // A record in a group takes part only as a reference, and only for a
     // file that is none.
@@ -355,11 +356,10 @@ std::int32_t NameComparator::FindInCollection(CascadeFile& file, CStringCollecti
       files.SetPercentMatch(i, 100);
       files.SetIsReferenceFile(i, true);
     }
-    found = files.Record(i);
     rec.PercentMatch = PercentByte(similarity);
     return i;
   }
-  return -1;
+  return kNoMatch;
 }
 
 }  // namespace kelvor

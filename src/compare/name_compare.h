@@ -43,12 +43,13 @@ class NameComparator final : public Comparator {
   bool WalksCollection() const override { return true; }
 
   // Search_ComparePartialName: the node of the first record from
-  // `startIndex` on whose name key is similar enough to the file's, copied
-  // into `found`; -1 for none (also when a stop ended the walk). A hit marks
+  // `startPosition` on whose name key is similar enough to the file's;
+  // kNoMatch for none (also when a stop ended the walk). A hit marks
   // a record that was in no group as a reference at 100 %, and sets the
   // file's PercentMatch to the similarity.
-  std::int32_t FindInCollection(CascadeFile& file, CStringCollection2& files,
-                                std::int32_t startIndex, FileRecord& found) override;
+  std::int32_t SearchCollection(CascadeFile& file, CStringCollection2& files,
+                                std::int32_t startPosition,
+                                const std::function<std::string(std::int32_t)>& pathOf) override;
 
   // Two files of one key never meet one by one under this criterion.
   bool IsDuplicate(CascadeFile&, FileRecord&, const std::string&, KeyPlace) override {

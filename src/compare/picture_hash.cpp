@@ -301,7 +301,7 @@ double GetMedian(std::vector<double>& values) {
   return (values[n / 2 - 1] + values[n / 2]) / 2.0;
 }
 
-int GetHammingDistanceFromArray(const PicHash& a, const PicHash& b) {
+int GetHammingDistanceFromArray(std::span<const std::uint8_t> a, std::span<const std::uint8_t> b) {
   const std::size_t common = std::min(a.size(), b.size());
   int d = 0;
   for (std::size_t i = 0; i < common; ++i) d += a[i] != b[i];
@@ -320,7 +320,10 @@ int PicMatchPercent(int distance, int hashLength) {
 
 bool CreatePictureHashes(PictureDecoder& decoder, const std::string& path, PicHashAlgo algo,
                          int side, unsigned formMask, std::array<PicHash, kPicFormCount>* hashes,
-                         std::string* errorText) {
+                         std::string* errorText, int* origWidth, int* origHeight) {
+  int ow = -1, oh = -1;
+  if (origWidth) *origWidth = -1;
+  if (origHeight) *origHeight = -1;
   // Each thumbnail shape is decoded once; all forms of that shape share it.
   std::array<PicHash, kPicFormCount> made;
   RgbImage shapes[2];
@@ -331,8 +334,7 @@ bool CreatePictureHashes(PictureDecoder& decoder, const std::string& path, PicHa
     PicThumbSize(algo, side, form, &w, &h);
     int shape = (algo == PicHashAlgo::kDifference && form % 2 == 1) ? 1 : 0;
     if (!loaded[shape]) {
-      if (!decoder.LoadThumbnail(path, w, h, &shapes[shape], nullptr, nullptr, errorText))
-        return false;
+      if (!decoder.LoadThumbnail(path, w, h, &shapes[shape], &ow, &oh, errorText)) return false;
       loaded[shape] = true;
     }
     made[form] = PicHashOfThumb(algo, PicTurnForm(shapes[shape], form), side);
@@ -340,6 +342,8 @@ bool CreatePictureHashes(PictureDecoder& decoder, const std::string& path, PicHa
   for (int form = 0; form < kPicFormCount; ++form) {
     if (formMask & (1u << form)) (*hashes)[form] = std::move(made[form]);
   }
+  if (origWidth) *origWidth = ow;
+  if (origHeight) *origHeight = oh;
   return true;
 }
 

@@ -107,15 +107,18 @@ PicHash PicHashOfThumb(PicHashAlgo algo, const RgbImage& formed, int side);
 double GetMedian(std::vector<double>& values);
 // Positions at which two hashes differ; where one is longer, its extra
 // positions count as differing.
-int GetHammingDistanceFromArray(const PicHash& a, const PicHash& b);
+int GetHammingDistanceFromArray(std::span<const std::uint8_t> a, std::span<const std::uint8_t> b);
 // 100 - d x 100 / length, rounded half to even; a negative d counts as 0.
 int PicMatchPercent(int distance, int hashLength);
 
 // Decodes `path` once per thumbnail shape and fills (*hashes)[k] for every
 // form k whose bit is set in `formMask` (bit 0 is form 0). Returns false with
 // *errorText set (and no hash filled) when the picture cannot be read.
+// *origWidth / *origHeight (may be null) receive the picture's own size as
+// the decoder reported it (-1 when it did not).
 bool CreatePictureHashes(PictureDecoder& decoder, const std::string& path, PicHashAlgo algo,
                          int side, unsigned formMask, std::array<PicHash, kPicFormCount>* hashes,
-                         std::string* errorText);
+                         std::string* errorText, int* origWidth = nullptr,
+                         int* origHeight = nullptr);
 
 }  // namespace kelvor

@@ -606,6 +606,14 @@ std::vector<std::uint8_t> CStringCollection2::HashArray(std::int32_t index,
   return e ? e->HashArray[kind] : std::vector<std::uint8_t>{};
 }
 
+std::span<const std::uint8_t> CStringCollection2::HashArrayView(std::int32_t index,
+                                                                std::int32_t kind) const {
+  CheckKind(kind);
+  const Extra* e = ExtraOf(Slot(index));
+  if (!e) return {};
+  return {e->HashArray[kind].data(), e->HashArray[kind].size()};
+}
+
 void CStringCollection2::SetHashArray(std::int32_t index, std::int32_t kind,
                                       std::vector<std::uint8_t> v) {
   CheckKind(kind);

@@ -24,6 +24,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -202,6 +203,9 @@ class CStringCollection2 {
   // a kind outside 0..7 does nothing.
   void SetHashArraySize(std::int32_t index, std::int32_t kind, std::int32_t size);
   std::vector<std::uint8_t> HashArray(std::int32_t index, std::int32_t kind) const;
+  // The array in place, for comparing without a copy; valid until the
+  // record's hash arrays change.
+  std::span<const std::uint8_t> HashArrayView(std::int32_t index, std::int32_t kind) const;
   void SetHashArray(std::int32_t index, std::int32_t kind, std::vector<std::uint8_t> v);
   std::uint8_t HashArrayItem(std::int32_t index, std::int32_t kind, std::int32_t pos) const;
   void SetHashArrayItem(std::int32_t index, std::int32_t kind, std::int32_t pos, std::uint8_t v);

@@ -13,6 +13,7 @@
 #include "compare/content_comparator.h"
 #include "compare/exif.h"
 #include "compare/name_compare.h"
+#include "compare/similar_pictures.h"
 #include "data/file_identity.h"
 #include "data/file_system.h"
 #include "frame/formats.h"
@@ -192,6 +193,9 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
           }
         }
         break;
+      case CascadeStep::SimilarPictures:
+        if (opt_.CriterionSimilarPics) comparator_ = MakeSimilarPictures();
+        break;
       case CascadeStep::FuzzyNames:
         if (opt_.PartialFilenameCompare) {
           NameCompareOptions names;
@@ -204,7 +208,6 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
         }
         break;
       case CascadeStep::SimilarAudio:
-      case CascadeStep::SimilarPictures:
       case CascadeStep::KeyAlone:
         // No comparator yet: the start check refuses these criteria.
         break;
@@ -215,6 +218,26 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
 }
 
 Cascade::~Cascade() = default;
+
+std::unique_ptr<Comparator> Cascade::MakeSimilarPictures() {
+  SimilarPictureOptions o;
+  o.algo = static_cast<PicHashAlgo>(opt_.PictureAlgorithm);
+  o.side = opt_.ThumbnailSize;
+  o.matchPercent = opt_.PictureMatch;
+  o.sameType = opt_.PicSameType;
+  o.sameDimension = opt_.PicSameDimension;
+  o.sameFormat = opt_.PicSameFormat;
+  o.sameRatio = opt_.PicSameRatio;
+  o.forms = opt_.PicRotateFlip ? opt_.PicForms : 0u;
+  o.dontCompareHardlinks = opt_.DontCompareHardlinks;
+  o.sourceRule = static_cast<PicSourceRule>(opt_.SourceCompareMethod);
+  // The walk over the collection refreshes with the comparator's counts.
+  return std::make_unique<SimilarPicturesComparator>(o, ctx_.texts, ctx_.log, ctx_.progress,
+                                                     ctx_.pacing, [this] {
+                                                       SyncCounts();
+                                                       ctx_.refresh();
+                                                     });
+}
 
 void Cascade::OpenChecksumCache() {
   if (!ctx_.paths || !opt_.Content.checksumCache || opt_.Content.mode == kCompareSideBySide) return;
@@ -301,6 +324,7 @@ void Cascade::CheckFile(int sourceNr, std::string_view folder, std::string_view 
     CompareSize(rec, fullPath, &file.isMP3, &file.isJPG, &file.isFLAC);
   } else {
     rec.SizeKey = size;
+    if (comparator_) fullPath.assign(folder).append("/").append(name);
   }
 
   // Step 2: the compare key.
@@ -316,7 +340,8 @@ void Cascade::CheckFile(int sourceNr, std::string_view folder, std::string_view 
   }
   const std::size_t keyLength = key.size();
   if (walks) {
-    MeetByWalk(file, key, keyLength);
+    comparator_->BeginFile();
+    MeetByWalk(file, key);
     return;
   }
 
@@ -392,31 +417,33 @@ Cascade::Meeting Cascade::MeetWithComparator(CascadeFile& file, std::string& key
   return dup ? Meeting::Duplicate : Meeting::Different;
 }
 
-// Steps 3 and 4 for a criterion with no key that groups candidates: the
-// comparator walks the whole collection for the first record the file
-// matches. With none the file enters under its key (behind the records that
-// hold that key already) and stands for itself.
-void Cascade::MeetByWalk(CascadeFile& file, std::string& key, std::size_t keyLength) {
+// Step 3 for a comparator that walks the whole collection: the file is
+// measured against every earlier representative and joins the group of the
+// first it matches, or becomes one itself under a key of its own.
+void Cascade::MeetByWalk(CascadeFile& file, std::string& key) {
   FileRecord& rec = file.rec;
-  comparator_->BeginFile();
-  FileRecord found;
-  const std::int32_t node = comparator_->FindInCollection(file, files_, 1, found);
+  const std::int32_t hit = comparator_->SearchCollection(file, files_, 1, [this](std::int32_t pos) {
+    const SourceFolder& src = ctx_.sources[static_cast<std::size_t>(files_.SourceNr(pos) - 1)];
+    std::string p = src.prefix;
+    files_.AppendPathWithFileName(pos, p);
+    return p;
+  });
   SyncCounts();
-  if (node == -2) return;  // unreadable: the file leaves the search
-  if (node < 0) {
-    for (int suffix = opt_.SourceCompareMethod == kSourceAcross ? 1 : 0;; ++suffix) {
-      key.resize(keyLength);
-      if (suffix != 0) fmt::format_to(std::back_inserter(key), "{}", suffix);
-      if (const std::int32_t added = files_.Add(key, rec); added != 0) {
-        rec.RecordNumber = added;
-        comparator_->BecameRepresentative(std::string_view(key).substr(0, keyLength), rec);
-        return;
-      }
-    }
-  }
+  if (hit == Comparator::kFileFails) return;  // unreadable: it leaves the search
   if (ctx_.run.StopRequested()) return;
+  if (hit == Comparator::kNoMatch) {
+    // A key no other file has: the walk, not the key, finds partners.
+    fmt::format_to(std::back_inserter(key), "{}{}", kSep, ++walkSerial_);
+    if (const std::int32_t node = files_.Add(key, rec); node != 0) {
+      rec.RecordNumber = node;
+      comparator_->BecameRepresentative(key, rec);
+    }
+    return;
+  }
+  FileRecord& found = foundBuf_;
+  files_.ReadRecord(hit, found);
   bool newGroupMade = false;
-  JoinGroup(file, key, keyLength, 0, found, newGroupMade);
+  JoinGroup(file, key, key.size(), 0, found, newGroupMade);
 }
 
 // Step 3 across source folders by the key alone: a file of another source

@@ -96,7 +96,7 @@ class Cascade {
   enum class Meeting { Placed, Different, Duplicate };
   Meeting MeetWithComparator(CascadeFile& file, std::string& key, std::size_t keyLength,
                              int& suffix, FileRecord& found);
-  void MeetByWalk(CascadeFile& file, std::string& key, std::size_t keyLength);
+  void MeetByWalk(CascadeFile& file, std::string& key);
   Meeting MeetAcrossSources(std::string& key, FileRecord& found);
   Meeting MeetByKey(std::string& key, FileRecord& found);
   bool JoinGroup(CascadeFile& file, std::string& key, std::size_t keyLength, int suffix,
@@ -106,6 +106,7 @@ class Cascade {
   void AddFileRow(const FileRecord& r, int groupNumber);
   void SyncCounts();
   void OpenChecksumCache();
+  std::unique_ptr<Comparator> MakeSimilarPictures();
 
   CascadeContext ctx_;
   const SearchOptions& opt_;
@@ -126,6 +127,8 @@ class Cascade {
   std::string keyBuf_;   // reused for every compare key
   std::string pathBuf_;
   std::string predictKey_;
+  // Numbers the keys of files placed by a walking comparator, unique to the run.
+  std::int64_t walkSerial_ = 0;
 };
 
 }  // namespace kelvor

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 
 #include "frame/settings_store.h"
 #include "frame/texts.h"
@@ -126,16 +127,36 @@ SearchOptions Init_Variablen(const SettingsStore& s, const TextCatalog& texts) {
   o.AudioSeconds = static_cast<std::int32_t>(s.GetInt(kSec, "SimilarAudioSeconds"));
   o.AudioMatch = static_cast<std::int32_t>(s.GetInt(kSec, "SimilarAudioMatchPercent"));
   o.AudioSameExtension = s.GetBool(kSec, "SimilarAudioOnlySameFileType");
-  o.PictureAlgorithm = static_cast<std::int32_t>(s.GetInt(kSec, "SimiliarImagesAlgo"));
-  o.PictureMatch = static_cast<std::int32_t>(s.GetInt(kSec, "SimilarPicsMatchPercent"));
+  o.PictureAlgorithm =
+      static_cast<std::int32_t>(std::clamp<long long>(s.GetInt(kSec, "SimiliarImagesAlgo"), 0, 2));
+  {
+    // The percentage as its field mends it: 95 when not a number, 100 when
+    // above 100 or not above 0.
+    long long percent = 0;
+    std::string text = s.Get(kSec, "SimilarPicsMatchPercent", "91");
+    while (!text.empty() && text.back() == ' ') text.pop_back();
+    const std::size_t lead = text.find_first_not_of(' ');
+    text.erase(0, lead == std::string::npos ? text.size() : lead);
+    const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), percent);
+    if (text.empty() || ec != std::errc() || end != text.data() + text.size()) percent = 95;
+    if (percent > 100 || percent <= 0) percent = 100;
+    o.PictureMatch = static_cast<std::int32_t>(percent);
+  }
   static constexpr int kThumb[] = {8, 16, 24};
-  o.ThumbnailSize =
-      kThumb[std::clamp<long long>(s.GetInt(kSec, "SimilarPicsThumbSizeIndex"), 0, 2)];
+  long long sizeIndex = std::clamp<long long>(s.GetInt(kSec, "SimilarPicsThumbSizeIndex"), 0, 2);
+  // 24 x 24 is offered with pHash only; the others fall back to 16 x 16.
+  if (sizeIndex == 2 && o.PictureAlgorithm != 2) sizeIndex = 1;
+  o.ThumbnailSize = kThumb[sizeIndex];
   o.PicSameType = s.GetBool(kSec, "SimiliarImagesOnlySameFileType");
   o.PicSameDimension = s.GetBool(kSec, "SimiliarImagesOnlySameDimension");
   o.PicSameFormat = s.GetBool(kSec, "SimiliarImagesOnlySameFormat");
   o.PicSameRatio = s.GetBool(kSec, "SimiliarImagesOnlySameRatio");
-  o.PicRotateFlip = s.GetBool(kSec, "SimiliarImagesRotateFlip");
+  for (int form = 1; form <= 7; ++form) {
+    if (s.GetBool(kSec, "SimiliarImagesRotateFlip" + std::to_string(form)))
+      o.PicForms |= 1u << form;
+  }
+  o.PicRotateFlip = s.GetBool(kSec, "SimiliarImagesRotateFlip") && o.PicForms != 0;
+  if (!o.PicRotateFlip) o.PicForms = 0;
 
   // Archive types: "ScanArchive" holds the checked entries of the archive list
   // as a text of sixteen 0/1 digits; "ScanArchives" is the switch.

@@ -77,6 +77,9 @@ struct SearchOptions {
   std::int32_t ThumbnailSize = 16;
   bool PicSameType = true, PicSameDimension = false, PicSameFormat = true, PicSameRatio = true;
   bool PicRotateFlip = false;
+  // The turned and mirrored forms chosen (bit k for form k, 1..7); with none
+  // chosen PicRotateFlip is off.
+  unsigned PicForms = 0;
   std::array<bool, 17> ArchiveTypes{};  // index 1..16 as the archive list's item data
   bool ScanArchives = false;
   bool DeleteTempFilesAfterChecksum = false;

@@ -155,6 +155,24 @@ TEST_F(HeadlessTest, SearchMakesDataFolderLogsAndGroups) {
   EXPECT_NE(o.err.find("Duplikate: 2"), std::string::npos) << o.err;
 }
 
+TEST_F(HeadlessTest, SimilarPicturesFromTheCommandLine) {
+  const std::string cmd = "cd '" + tree_.string() +
+                          "' && convert -size 200x150 -seed 5 plasma:fractal a.jpg && convert "
+                          "a.jpg -resize 50% -quality 60 a_half.jpg && convert -size 200x150 "
+                          "-seed 6 plasma:fractal b.jpg && echo text > c.txt";
+  ASSERT_EQ(std::system(cmd.c_str()), 0) << "convert (package imagemagick)";
+  // pHash at 91 %; the text file is not a picture and is not looked at.
+  Outcome o = Kelvor({"--headless", "-s8", "-h2", "-m91", tree_.string()});
+  ASSERT_EQ(o.code, 0) << o.err;
+  const std::string a = (tree_ / "a.jpg").string(), half = (tree_ / "a_half.jpg").string();
+  EXPECT_NE(o.out.find(a + "\n"), std::string::npos) << o.out;
+  EXPECT_NE(o.out.find(half + "\n"), std::string::npos) << o.out;
+  EXPECT_EQ(o.out.find("b.jpg"), std::string::npos) << o.out;
+  const std::string log = ReadUtf16File(data_ / "log/lastsearch.txt");
+  EXPECT_NE(log.find("Finde ähnliche Bilder - Algorithmus 3 (91%) (16x16)"), std::string::npos)
+      << log;
+}
+
 TEST_F(HeadlessTest, RejectedSetupsExitWithTheirMessage) {
   tmp_.Mkdir("tree/sub");
   const std::string tree = tree_.string(), sub = (tree_ / "sub").string();
@@ -167,9 +185,6 @@ TEST_F(HeadlessTest, RejectedSetupsExitWithTheirMessage) {
            {{"--headless", tree}, "Es ist kein Suchkriterium ausgewählt."},
            {{"--headless", "-s2"}, "Es ist kein Quellordner ausgewählt!"},
            {{"--headless", "-s2", gone}, "Es ist kein Quellordner ausgewählt!"},
-           {{"--headless", "-s8", tree},
-            "Das Suchkriterium 'Finde ähnliche Bilder' ist in dieser Version noch nicht "
-            "verfügbar."},
            {{"--headless", "-s9", tree}, "Das Suchkriterium 'Finde ähnliche Musik"},
            {{"--headless", "-sa", tree}, "Das Suchkriterium 'Finde ähnliche Musik"},
            {{"--headless", "-s2", tree, sub},
@@ -234,13 +249,6 @@ TEST_F(HeadlessTest, MissingFoldersAndProfiles) {
   EXPECT_EQ(o.out.find(theirs), std::string::npos) << o.out;
 
   // Criteria that are not built yet are refused wherever they come from.
-  WriteSetup(data_ / "profile/Bilder.pro4", {8}, {});
-  o = Kelvor({"--headless", "-p:Bilder", mine});
-  EXPECT_EQ(o.code, kExitRejected);
-  EXPECT_NE(o.err.find("'Finde ähnliche Bilder' ist in dieser Version noch nicht verfügbar."),
-            std::string::npos)
-      << o.err;
-  EXPECT_EQ(o.out, "");
   fs::remove_all(data_);
   WriteSetup(data_ / "config4.ini", {9}, {mine});
   o = Kelvor({"--headless", mine});

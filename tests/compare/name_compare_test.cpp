@@ -41,14 +41,13 @@ class NameWalk {
     rec.Path = path;
     const std::string full = "/x" + path + "/" + nameKey;
     CascadeFile file{rec, full};
-    FileRecord found;
     Placed p;
-    p.node = cmp_.FindInCollection(file, files_, 1, found);
+    p.node = cmp_.SearchCollection(file, files_, 1, {});
     p.percent = rec.PercentMatch;
     p.compares = cmp_.CompareCount();
     if (p.node < 0) {
       files_.Add("K/" + std::to_string(++serial_), rec);
-    } else if (found.GroupID == -1) {
+    } else if (files_.GroupID(p.node) == -1) {
       files_.SetGroupID(p.node, ++groups_);
     }
     return p;

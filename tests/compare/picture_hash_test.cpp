@@ -112,9 +112,9 @@ TEST(PictureHashTest, MatchPercentHammingAndMedian) {
   EXPECT_EQ(PicMatchPercent(64, 64), 0);
   EXPECT_EQ(PicMatchPercent(-5, 64), 100);  // a negative distance counts as 0
 
-  EXPECT_EQ(GetHammingDistanceFromArray({0, 1, 1, 0}, {1, 1, 0, 0}), 2);
-  EXPECT_EQ(GetHammingDistanceFromArray({0, 1}, {0, 1, 1, 1}), 2);
-  EXPECT_EQ(GetHammingDistanceFromArray({}, {}), 0);
+  EXPECT_EQ(GetHammingDistanceFromArray(PicHash{0, 1, 1, 0}, PicHash{1, 1, 0, 0}), 2);
+  EXPECT_EQ(GetHammingDistanceFromArray(PicHash{0, 1}, PicHash{0, 1, 1, 1}), 2);
+  EXPECT_EQ(GetHammingDistanceFromArray(PicHash{}, PicHash{}), 0);
 
   std::vector<double> odd{5, 1, 4};
   EXPECT_DOUBLE_EQ(GetMedian(odd), 4);

@@ -152,6 +152,37 @@ TEST(InitVariablen, HoldsTheFiltersAndWhatTheRunShows) {
   EXPECT_TRUE(Init_Variablen(s, t).Filters.Search_CheckFileFilter(0, "a.txt", "/x/a.txt"));
 }
 
+TEST(InitVariablen, PictureOptionsAsTheSetupMendsThem) {
+  TextCatalog t;
+  SettingsStore s;
+  SearchOptions o = Init_Variablen(s, t);
+  EXPECT_EQ(o.PictureMatch, 91);
+  EXPECT_EQ(o.ThumbnailSize, 16);
+  EXPECT_FALSE(o.PicRotateFlip);
+  // The switch without a chosen form is off; the forms are items 1 to 7.
+  s.Set("DupVerz", "SimiliarImagesRotateFlip", "1");
+  EXPECT_FALSE(Init_Variablen(s, t).PicRotateFlip);
+  s.Set("DupVerz", "SimiliarImagesRotateFlip3", "1");
+  s.Set("DupVerz", "SimiliarImagesRotateFlip7", "1");
+  o = Init_Variablen(s, t);
+  EXPECT_TRUE(o.PicRotateFlip);
+  EXPECT_EQ(o.PicForms, (1u << 3) | (1u << 7));
+  s.Set("DupVerz", "SimiliarImagesRotateFlip", "0");
+  EXPECT_EQ(Init_Variablen(s, t).PicForms, 0u);
+  // The percentage: not a number 95, above 100 or not above 0 gives 100.
+  for (auto [text, value] : {std::pair{"abc", 95}, std::pair{"101", 100}, std::pair{"0", 100},
+                             std::pair{"-5", 100}, std::pair{" 80 ", 80}}) {
+    s.Set("DupVerz", "SimilarPicsMatchPercent", text);
+    EXPECT_EQ(Init_Variablen(s, t).PictureMatch, value) << text;
+  }
+  // 24 x 24 only with pHash.
+  s.Set("DupVerz", "SimilarPicsThumbSizeIndex", "2");
+  s.Set("DupVerz", "SimiliarImagesAlgo", "0");
+  EXPECT_EQ(Init_Variablen(s, t).ThumbnailSize, 16);
+  s.Set("DupVerz", "SimiliarImagesAlgo", "2");
+  EXPECT_EQ(Init_Variablen(s, t).ThumbnailSize, 24);
+}
+
 TEST(ChkSuchKriterien, RulesBetweenCriteria) {
   SettingsStore s;
   Only(s, {0, 2, 3});
@@ -424,18 +455,25 @@ TEST(StartSearchForDups, CriteriaNotBuiltYetAreRefused) {
   row.path = a;
   TextCatalog t;
   SettingsStore s;
-  for (int crit : {kCritSimilarPics, kCritSimilarAudio}) {
+  for (int crit : {kCritSimilarAudio}) {
     SCOPED_TRACE(crit);
     Only(s, {crit});
     EXPECT_EQ(StartSearchForDups(s, {row}, t), "Das Suchkriterium '" + CriterionCaption(t, crit) +
                                                    "' ist in dieser Version noch nicht verfügbar.");
   }
   // Also behind the command line's items.
-  for (const char* item : {"-s8", "-s9", "-sa", "-h", "-l30"}) {
+  for (const char* item : {"-s9", "-sa", "-l30"}) {
     SCOPED_TRACE(item);
     Only(s, {2});
     Init_Kommandozeile({item}, s, tmp.path());
     EXPECT_NE(StartSearchForDups(s, {row}, t).find("noch nicht verfügbar"), std::string::npos);
+  }
+  // Similar pictures is built: its switches start a search.
+  for (const char* item : {"-s8", "-h", "-h2", "-d0"}) {
+    SCOPED_TRACE(item);
+    Only(s, {2});
+    Init_Kommandozeile({item}, s, tmp.path());
+    EXPECT_EQ(StartSearchForDups(s, {row}, t), "");
   }
   Only(s, {2});
   EXPECT_EQ(StartSearchForDups(s, {row}, t), "");
