@@ -54,6 +54,9 @@ struct KeyPlace {
 struct PartnerAnswer {
   int suffix = 0;        // the matched representative, or the suffix a new one takes
   bool matched = false;  // false: the file equals none of them
+  // The file takes no further part: it is neither grouped now nor kept as
+  // a representative (it cannot be read, or it has found its partner).
+  bool done = false;
 };
 
 class Comparator {

@@ -12,6 +12,9 @@
 #include "compare/checksum_cache.h"
 #include "compare/content_comparator.h"
 #include "compare/exif.h"
+#include "compare/media_info.h"
+#include "compare/picture_decoder.h"
+#include "compare/similar_audio.h"
 #include "data/file_identity.h"
 #include "data/file_system.h"
 #include "frame/formats.h"
@@ -184,8 +187,22 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
           OpenChecksumCache();
         }
         break;
-      case CascadeStep::FuzzyNames:
       case CascadeStep::SimilarAudio:
+        if (opt_.CriterionSimilarAudio) {
+          SimilarAudioOptions a;
+          a.fingerprint.tool = opt_.FingerprintTool;
+          a.fingerprint.algorithm = AudioAlgorithmOfIndex(opt_.AudioAlgorithm);
+          a.fingerprint.seconds = opt_.AudioSeconds;
+          a.matchPercent = opt_.AudioMatch;
+          a.sameExtension = opt_.AudioSameExtension;
+          a.dontCompareHardlinks = opt_.DontCompareHardlinks;
+          a.sourceCompareMethod = opt_.SourceCompareMethod;
+          comparator_ = std::make_unique<SimilarAudioComparator>(
+              a, files_, [this](const FileRecord& r) { return FullPath(r); }, ctx_.texts, ctx_.log,
+              ctx_.run);
+        }
+        break;
+      case CascadeStep::FuzzyNames:
       case CascadeStep::SimilarPictures:
       case CascadeStep::KeyAlone:
         // No comparator yet: the start check refuses these criteria.
@@ -283,6 +300,7 @@ void Cascade::CheckFile(int sourceNr, std::string_view folder, std::string_view 
   FileRecord& rec = recBuf_;
   std::string fullPath;
   CascadeFile file{rec, fullPath};
+  if (opt_.CriterionSimilarAudio) fullPath.assign(folder).append("/").append(name);
   if (opt_.CriterionContent) {
     fullPath.assign(folder).append("/").append(name);
     CompareSize(rec, fullPath, &file.isMP3, &file.isJPG, &file.isFLAC);
@@ -349,6 +367,8 @@ Cascade::Meeting Cascade::MeetWithComparator(CascadeFile& file, std::string& key
   }
   if (auto answer = comparator_->FindPartner(file, {base, suffix}, files_, foundNode)) {
     ctx_.stats.CompareCount = comparator_->CompareCount();
+    ctx_.stats.ChecksumCount = comparator_->ChecksumCount();
+    if (answer->done) return Meeting::Placed;
     suffix = answer->suffix;
     key.resize(keyLength);
     fmt::format_to(std::back_inserter(key), "{}", suffix);
@@ -533,6 +553,43 @@ void Cascade::PredictComparisons(const Frame& top, int sourceNr, const FilterOpt
   }
 }
 
+// Audio and picture properties of a file row. A file whose properties
+// cannot be read keeps the bit in GetFileInfo, to be read when the row is
+// first shown.
+void Cascade::ReadMediaProperties(const FileRecord& r, FileRowExtras& x) {
+  const std::string ext = "/" + LowerCase(r.Extension) + "/";
+  const bool audio = opt_.ShowAudioProperties && !r.Extension.empty() &&
+                     opt_.AudioPropertiesExt.find(ext) != std::string::npos;
+  const bool picture = opt_.ShowPicWidthHeight && !r.Extension.empty() &&
+                       (IsDirectPictureExtension(LowerCase(r.Extension)) ||
+                        IsPluginPictureExtension(LowerCase(r.Extension)));
+  if (!audio && !picture) return;
+  if (!media_) media_ = MakeMediaProperties();
+  const std::string path = FullPath(r);
+  std::string error;
+  if (audio) {
+    AudioProperties a;
+    if (media_->GetMP3MediaInfo(path, &a, &error)) {
+      x.HasAudio = true;
+      x.AudioDurationVal = a.durationSeconds;
+      x.AudioBitrate = a.bitRate;
+      x.AudioSamplingrate = a.samplingRate;
+    } else {
+      x.GetFileInfo |= kInfoAudio;
+    }
+  }
+  if (picture) {
+    int w = 0, h = 0;
+    if (media_->GetPictureDimension(path, &w, &h, &error)) {
+      x.HasPicSize = true;
+      x.PicW = w;
+      x.PicH = h;
+    } else {
+      x.GetFileInfo |= kInfoPicture;
+    }
+  }
+}
+
 void Cascade::AddFileRow(const FileRecord& r, int groupNumber) {
   FileRowExtras x;
   if (opt_.ShowOwner || (opt_.ShowHardlinks && !opt_.CriterionHardlink)) {
@@ -553,6 +610,7 @@ void Cascade::AddFileRow(const FileRecord& r, int groupNumber) {
       }
     }
   }
+  if (opt_.ShowAudioProperties || opt_.ShowPicWidthHeight) ReadMediaProperties(r, x);
   ctx_.result.AddFileRow(groupNumber, r, x);
   ctx_.stats.DupCount = ctx_.result.DupCount();
   ctx_.stats.DupSize = ctx_.result.FilesizeAll();

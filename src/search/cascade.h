@@ -30,6 +30,7 @@ namespace kelvor {
 class ChecksumCache;
 class ContentComparator;
 class LongOperation;
+class MediaProperties;
 
 // The name key of a base name (ignored characters, ignored text, method).
 std::string NameKey(const SearchOptions& opt, std::string_view baseName);
@@ -102,6 +103,7 @@ class Cascade {
   bool CollectFurtherRepresentatives(CascadeFile& file, std::string& key, std::size_t keyLength,
                                      int suffix, FileRecord& found);
   void AddFileRow(const FileRecord& r, int groupNumber);
+  void ReadMediaProperties(const FileRecord& r, FileRowExtras& x);
   void SyncCounts();
   void OpenChecksumCache();
 
@@ -115,8 +117,9 @@ class Cascade {
   // alone decides), and the content comparator when that is it.
   std::unique_ptr<Comparator> comparator_;
   ContentComparator* content_ = nullptr;
-  FileRecord recBuf_;   // reused for every file's record
-  std::string keyBuf_;  // reused for every compare key
+  std::unique_ptr<MediaProperties> media_;  // made when a row first needs it
+  FileRecord recBuf_;                       // reused for every file's record
+  std::string keyBuf_;                      // reused for every compare key
   std::string pathBuf_;
   std::string predictKey_;
 };

@@ -107,9 +107,9 @@ std::string StartSearchForDups(const SettingsStore& s, const std::vector<SourceF
   for (int i = 0; i < kCriterionCount; ++i)
     any = any || s.GetBool("DupVerz", "Suchkriterien" + std::to_string(i));
   if (!any) return texts.Get(txt::T3626);
-  // Similar pictures and similar music have no comparator yet: refuse them
-  // rather than group files that merely share an extension.
-  for (int i : {kCritSimilarPics, kCritSimilarAudio})
+  // Similar pictures have no comparator yet: refuse them rather than group
+  // files that merely share an extension.
+  for (int i : {kCritSimilarPics})
     if (s.GetBool("DupVerz", "Suchkriterien" + std::to_string(i)))
       return texts.Get(txt::T9300, {CriterionCaption(texts, i)});
 
