@@ -217,5 +217,20 @@ TEST_F(SimilarMusicTest, AudioPropertiesInTheRows) {
   EXPECT_TRUE(std::holds_alternative<std::monostate>(CellOf("tune.ogg", CellKey::AudioBitrate)));
 }
 
+TEST(SimilarMusicOptions, StoredValuesAreMended) {
+  SettingsStore s;
+  TextCatalog texts;
+  const auto read = [&](const char* match, const char* seconds) {
+    s.Set("DupVerz", "SimilarAudioMatchPercent", match);
+    s.Set("DupVerz", "SimilarAudioSeconds", seconds);
+    const SearchOptions o = Init_Variablen(s, texts);
+    return std::pair{o.AudioMatch, o.AudioSeconds};
+  };
+  EXPECT_EQ(read("70", "30"), (std::pair{70, 30}));
+  EXPECT_EQ(read("viel", "lang"), (std::pair{85, 30}));
+  EXPECT_EQ(read("150", "0"), (std::pair{100, 30}));
+  EXPECT_EQ(read("0", "45"), (std::pair{100, 45}));
+}
+
 }  // namespace
 }  // namespace kelvor
