@@ -172,8 +172,6 @@ TEST_F(HeadlessTest, RejectedSetupsExitWithTheirMessage) {
            {{"--headless", "-s8", tree},
             "Das Suchkriterium 'Finde ähnliche Bilder' ist in dieser Version noch nicht "
             "verfügbar."},
-           {{"--headless", "-s9", tree}, "Das Suchkriterium 'Finde ähnliche Musik"},
-           {{"--headless", "-sa", tree}, "Das Suchkriterium 'Finde ähnliche Musik"},
            {{"--headless", "-s2", tree, sub},
             "Der Suchvorgang kann nicht durchgeführt werden:\r\n\r\n'" + tree + "' und '" + sub +
                 "' überschneiden sich."},
