@@ -466,12 +466,14 @@ bool Cascade::JoinGroup(CascadeFile& file, std::string& key, std::size_t keyLeng
   } else if (rec.GroupID == -1) {
     rec.GroupID = found.GroupID;
     AddFileRow(rec, rec.GroupID);
-    if (newGroupMade && comparator_) {
+    if (newGroupMade && content_) {
       if (!CollectFurtherRepresentatives(file, key, keyLength, suffix, found)) return false;
     }
   }
   newGroupMade = false;
-  return comparator_ && suffix != 0;
+  // Only a content search goes on to the further representatives: a
+  // similarity search ends with the file's first partner.
+  return content_ && suffix != 0;
 }
 
 // The representatives behind `suffix` that are not in a group yet and equal

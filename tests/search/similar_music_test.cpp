@@ -194,6 +194,34 @@ TEST_F(SimilarMusicTest, AToolThatFailsIsReportedWithItsExitCode) {
   EXPECT_EQ(log.find(head, at + 1), std::string::npos) << "reported once\n" << log;
 }
 
+TEST_F(SimilarMusicTest, AcrossSourceFoldersOnlyFilesOfDifferentFoldersMeet) {
+  fs::create_directories(tree_ / "mine");
+  fs::create_directories(tree_ / "theirs");
+  const auto run = [&] {
+    settings_.Set("DupVerz", "SourceFolderCompareMode", std::to_string(kSourceAcross));
+    SearchOptions o = Init_Variablen(settings_, texts_);
+    o.FingerprintTool = tool_;
+    std::vector<SourceFolderRow> rows(2);
+    rows[0].path = (tree_ / "mine").string();
+    rows[1].path = (tree_ / "theirs").string();
+    engine_ = std::make_unique<SearchEngine>(
+        SearchContext{std::move(o), texts_, *logger_, progress_, prompt_, run_});
+    EXPECT_TRUE(engine_->Search_Start(rows));
+    return test::GroupsBelow(engine_->Result(), tree_);
+  };
+  // Both forms in "theirs" find the tune in "mine".
+  Put("tune.wav", "mine/tune.wav");
+  Put("other.wav", "mine/other.wav");
+  Put("tune.flac", "theirs/tune.flac");
+  Put("tune-320.mp3", "theirs/tune-320.mp3");
+  EXPECT_EQ(run(), (Groups{{"mine/tune.wav", "theirs/tune.flac", "theirs/tune-320.mp3"}}));
+
+  // Two forms in one folder never meet.
+  fs::remove(tree_ / "theirs/tune.flac");
+  fs::rename(tree_ / "theirs/tune-320.mp3", tree_ / "mine/tune-320.mp3");
+  EXPECT_EQ(run(), Groups{});
+}
+
 TEST_F(SimilarMusicTest, OnlyAudioExtensionsTakePart) {
   Put("tune.wav");
   Put("tune.wav", "tune-copy.wav");
