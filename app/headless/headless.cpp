@@ -106,7 +106,11 @@ Options:
                     KELVOR_DATA_DIR variable, else ~/.local/share/Kelvor)
   --json            print the result as one JSON document; "path" is the
                     name as UTF-8 text, and where the name is no valid UTF-8
-                    "path_b64" holds its exact bytes in base64
+                    "path_b64" holds its exact bytes in base64; a file of a
+                    similarity search has "similar" (percent), and where they
+                    were read "picW", "picH", "AudioDurationVal" (seconds),
+                    "AudioDuration" (m:ss), "AudioBitrate" and
+                    "AudioSamplingrate"
   --null            print only the paths, with their raw bytes, each ended by
                     a NUL byte (as find -print0); one more NUL between two
                     groups, no titles
@@ -121,8 +125,9 @@ Items (as on Kelvor's own command line):
   -sDIGITS          search criteria, one digit each, all others off:
                       0 name, 1 extension, 2 size, 3 content, 4 change date,
                       5 creation date, 6 attributes, 7 hard links,
-                      8 similar pictures, 9 similar music (8 and 9 are
-                      not available yet: such a search is refused)
+                      8 similar pictures, 9 similar music (8 is not
+                      available yet: such a search is refused; 9 needs
+                      the program fpcalc, package libchromaprint-tools)
   -sa               similar music only
   -c[N]             content; N = 0 byte by byte, 1 MD5, 2 SHA-1 (default),
                     3 SHA-256, 4 SHA-384, 5 SHA-512

@@ -175,6 +175,22 @@ void PrintJson(const ResultModel& result, const SearchStatistics& stats, double 
       file["created"] =
           FormatDate(CellAsDouble(result.Cell(f, CellKey::dateEval)), "yyyy-MM-dd hh:nn:ss");
       file["source"] = result.FileSourceNr(f);
+      // The match of a similarity search and the media properties, where
+      // the row has them.
+      for (CellKey k :
+           {CellKey::similar, CellKey::picW, CellKey::picH, CellKey::AudioDurationVal,
+            CellKey::AudioDuration, CellKey::AudioBitrate, CellKey::AudioSamplingrate}) {
+        if (!result.HasCell(f, k)) continue;
+        const CellValue v = result.Cell(f, k);
+        const std::string name(CellKeyName(k));
+        if (const auto* i = std::get_if<std::int64_t>(&v)) {
+          file[name] = *i;
+        } else if (const auto* d = std::get_if<double>(&v)) {
+          file[name] = *d;
+        } else if (const auto* t = std::get_if<std::string>(&v)) {
+          file[name] = *t;
+        }
+      }
       files.push_back(std::move(file));
       return true;
     });

@@ -42,6 +42,8 @@ struct CascadeFile {
   bool isMP3 = false;
   bool isJPG = false;
   bool isFLAC = false;
+  // The compare key without its suffix, once the cascade has made it.
+  std::string_view key{};
   bool UnderTagRule() const { return isMP3 || isJPG || isFLAC; }
 };
 

@@ -65,7 +65,7 @@ T FromCell(const CellValue& v) {
   } else if constexpr (std::is_same_v<T, bool>) {
     return CellAsInt(v) != 0;
   } else if constexpr (std::is_floating_point_v<T>) {
-    return CellAsDouble(v);
+    return static_cast<T>(CellAsDouble(v));
   } else {
     static_assert(sizeof(T) >= 4, "narrow fields convert in a writer of their own");
     return static_cast<T>(CellAsInt(v));

@@ -35,12 +35,10 @@ const CellValue* FindOverflow(const Overflow* o, std::string_view key);
 void PutOverflow(Overflow& o, std::string_view key, const CellValue& v);
 
 // The bit of a cell key in a row's `present` mask.
-inline std::uint32_t CellBit(CellKey k) {
-  return 1u << static_cast<unsigned>(k);
+inline std::uint64_t CellBit(CellKey k) {
+  return std::uint64_t{1} << static_cast<unsigned>(k);
 }
-// 31 of the 32 bits are taken: a key beyond them needs a 64-bit mask, and
-// FileRow then needs a byte found elsewhere to stay at 120 bytes.
-static_assert(kCellKeyCount <= 32,
+static_assert(kCellKeyCount <= 64,
               "the present mask holds one bit per cell key: widen FileRow/GroupRow::present");
 
 // Interned texts: equal texts share one id; id 0 is "".
@@ -82,10 +80,12 @@ struct FileRow {
   std::uint32_t hardlinkID = 0;
   std::int64_t size = 0;
   double dateVal = 0, dateEval = 0;
-  double similar = 0;
+  std::uint64_t present = 0;  // CellBit of every cell the row holds
+  // A whole percentage (0 to 100): a float holds it exactly, and keeps the
+  // row within its size beside the 64-bit mask.
+  float similar = 0;
   std::int32_t qnr = 0, attr = 0, hardlinks = 0;
   std::int32_t back = kColorWhite, text = 0;
-  std::uint32_t present = 0;  // CellBit of every cell the row holds
   std::uint8_t archiv = 0, getFileInfo = 0;
   std::int8_t check = 0;
   bool isRef = false;
@@ -112,7 +112,7 @@ struct GroupRow {
   std::int32_t anz = 0, sel = 0;
   double dateVal = 0, dateEval = 0;
   std::int32_t back = kColorWhite, text = 0;
-  std::uint32_t present = 0;
+  std::uint64_t present = 0;
   std::int8_t check = 0;
   bool expanded = false;
   bool alive = true;

@@ -12,7 +12,10 @@
 #include "compare/checksum_cache.h"
 #include "compare/content_comparator.h"
 #include "compare/exif.h"
+#include "compare/media_info.h"
 #include "compare/name_compare.h"
+#include "compare/picture_decoder.h"
+#include "compare/similar_audio.h"
 #include "compare/similar_pictures.h"
 #include "data/file_identity.h"
 #include "data/file_system.h"
@@ -193,6 +196,21 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
           }
         }
         break;
+      case CascadeStep::SimilarAudio:
+        if (opt_.CriterionSimilarAudio) {
+          SimilarAudioOptions a;
+          a.fingerprint.tool = opt_.FingerprintTool;
+          a.fingerprint.algorithm = AudioAlgorithmOfIndex(opt_.AudioAlgorithm);
+          a.fingerprint.seconds = opt_.AudioSeconds;
+          a.matchPercent = opt_.AudioMatch;
+          a.sameExtension = opt_.AudioSameExtension;
+          a.dontCompareHardlinks = opt_.DontCompareHardlinks;
+          a.sourceCompareMethod = opt_.SourceCompareMethod;
+          comparator_ = std::make_unique<SimilarAudioComparator>(
+              a, files_, [this](const FileRecord& r) { return FullPath(r); }, ctx_.texts, ctx_.log,
+              ctx_.run);
+        }
+        break;
       case CascadeStep::SimilarPictures:
         if (opt_.CriterionSimilarPics) comparator_ = MakeSimilarPictures();
         break;
@@ -207,9 +225,7 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
                                                          ctx_.pacing, ctx_.refresh);
         }
         break;
-      case CascadeStep::SimilarAudio:
       case CascadeStep::KeyAlone:
-        // No comparator yet: the start check refuses these criteria.
         break;
     }
     if (comparator_) break;
@@ -391,6 +407,7 @@ Cascade::Meeting Cascade::MeetWithComparator(CascadeFile& file, std::string& key
   }
   if (auto answer = comparator_->FindPartner(file, {base, suffix}, files_, foundNode)) {
     ctx_.stats.CompareCount = comparator_->CompareCount();
+    ctx_.stats.ChecksumCount = comparator_->ChecksumCount();
     suffix = answer->suffix;
     key.resize(keyLength);
     fmt::format_to(std::back_inserter(key), "{}", suffix);
@@ -422,21 +439,24 @@ Cascade::Meeting Cascade::MeetWithComparator(CascadeFile& file, std::string& key
 // first it matches, or becomes one itself under a key of its own.
 void Cascade::MeetByWalk(CascadeFile& file, std::string& key) {
   FileRecord& rec = file.rec;
+  file.key = key;  // until the key grows below
   const std::int32_t hit = comparator_->SearchCollection(file, files_, 1, [this](std::int32_t pos) {
     const SourceFolder& src = ctx_.sources[static_cast<std::size_t>(files_.SourceNr(pos) - 1)];
     std::string p = src.prefix;
     files_.AppendPathWithFileName(pos, p);
     return p;
   });
+  file.key = {};
   SyncCounts();
   if (hit == Comparator::kFileFails) return;  // unreadable: it leaves the search
   if (ctx_.run.StopRequested()) return;
   if (hit == Comparator::kNoMatch) {
     // A key no other file has: the walk, not the key, finds partners.
+    const std::size_t keyLength = key.size();
     fmt::format_to(std::back_inserter(key), "{}{}", kSep, ++walkSerial_);
     if (const std::int32_t node = files_.Add(key, rec); node != 0) {
       rec.RecordNumber = node;
-      comparator_->BecameRepresentative(key, rec);
+      comparator_->BecameRepresentative(std::string_view(key).substr(0, keyLength), rec);
     }
     return;
   }
@@ -522,7 +542,9 @@ bool Cascade::JoinGroup(CascadeFile& file, std::string& key, std::size_t keyLeng
     }
   }
   newGroupMade = false;
-  return comparator_ && suffix != 0;
+  // Only a content search goes on to the further representatives: a
+  // similarity search ends with the file's first partner.
+  return content_ && suffix != 0;
 }
 
 // The representatives behind `suffix` that are not in a group yet and equal
@@ -604,6 +626,43 @@ void Cascade::PredictComparisons(const Frame& top, int sourceNr, const FilterOpt
   }
 }
 
+// Audio and picture properties of a file row. A file whose properties
+// cannot be read keeps the bit in GetFileInfo, to be read when the row is
+// first shown.
+void Cascade::ReadMediaProperties(const FileRecord& r, FileRowExtras& x) {
+  const std::string ext = "/" + LowerCase(r.Extension) + "/";
+  const bool audio = opt_.ShowAudioProperties && !r.Extension.empty() &&
+                     opt_.AudioPropertiesExt.find(ext) != std::string::npos;
+  const bool picture = opt_.ShowPicWidthHeight && !r.Extension.empty() &&
+                       (IsDirectPictureExtension(LowerCase(r.Extension)) ||
+                        IsPluginPictureExtension(LowerCase(r.Extension)));
+  if (!audio && !picture) return;
+  if (!media_) media_ = MakeMediaProperties();
+  const std::string path = FullPath(r);
+  std::string error;
+  if (audio) {
+    AudioProperties a;
+    if (media_->GetMP3MediaInfo(path, &a, &error)) {
+      x.HasAudio = true;
+      x.AudioDurationVal = a.durationSeconds;
+      x.AudioBitrate = a.bitRate;
+      x.AudioSamplingrate = a.samplingRate;
+    } else {
+      x.GetFileInfo |= kInfoAudio;
+    }
+  }
+  if (picture) {
+    int w = 0, h = 0;
+    if (media_->GetPictureDimension(path, &w, &h, &error)) {
+      x.HasPicSize = true;
+      x.PicW = w;
+      x.PicH = h;
+    } else {
+      x.GetFileInfo |= kInfoPicture;
+    }
+  }
+}
+
 void Cascade::AddFileRow(const FileRecord& r, int groupNumber) {
   FileRowExtras x;
   if (opt_.ShowOwner || (opt_.ShowHardlinks && !opt_.CriterionHardlink)) {
@@ -624,6 +683,7 @@ void Cascade::AddFileRow(const FileRecord& r, int groupNumber) {
       }
     }
   }
+  if (opt_.ShowAudioProperties || opt_.ShowPicWidthHeight) ReadMediaProperties(r, x);
   ctx_.result.AddFileRow(groupNumber, r, x);
   ctx_.stats.DupCount = ctx_.result.DupCount();
   ctx_.stats.DupSize = ctx_.result.FilesizeAll();

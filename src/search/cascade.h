@@ -30,6 +30,7 @@ namespace kelvor {
 class ChecksumCache;
 class ContentComparator;
 class LongOperation;
+class MediaProperties;
 class WorkPool;
 
 // The name key of a base name (ignored characters, ignored text, method).
@@ -104,6 +105,7 @@ class Cascade {
   bool CollectFurtherRepresentatives(CascadeFile& file, std::string& key, std::size_t keyLength,
                                      int suffix, FileRecord& found);
   void AddFileRow(const FileRecord& r, int groupNumber);
+  void ReadMediaProperties(const FileRecord& r, FileRowExtras& x);
   void SyncCounts();
   void OpenChecksumCache();
   std::unique_ptr<Comparator> MakeSimilarPictures();
@@ -121,6 +123,7 @@ class Cascade {
   // alone decides), and the content comparator when that is it.
   std::unique_ptr<Comparator> comparator_;
   ContentComparator* content_ = nullptr;
+  std::unique_ptr<MediaProperties> media_;  // made when a row first needs it
   FileRecord recBuf_;    // reused for every file's record
   FileRecord foundBuf_;  // reused for the representative a file meets
   FileRecord repBuf_;    // reused for representatives read ahead

@@ -124,8 +124,21 @@ SearchOptions Init_Variablen(const SettingsStore& s, const TextCatalog& texts) {
       s.GetBool(kSec, "CompareFileEndFirst") && o.CriterionContent ? c.compareBuffer[3] : 0;
 
   o.AudioAlgorithm = static_cast<std::int32_t>(s.GetInt(kSec, "SimilarAudioAlgo"));
-  o.AudioSeconds = static_cast<std::int32_t>(s.GetInt(kSec, "SimilarAudioSeconds"));
-  o.AudioMatch = static_cast<std::int32_t>(s.GetInt(kSec, "SimilarAudioMatchPercent"));
+  {
+    // A stored value that is no whole number takes its fallback; a match
+    // outside 1..100 becomes 100, as the field mends it; no sound at all
+    // cannot be measured.
+    const auto whole = [&](const char* key, long long fallback) {
+      const std::string v = s.Get(kSec, key);
+      long long n = 0;
+      const auto [p, ec] = std::from_chars(v.data(), v.data() + v.size(), n);
+      return ec == std::errc() && p == v.data() + v.size() ? n : fallback;
+    };
+    long long match = whole("SimilarAudioMatchPercent", 85);
+    o.AudioMatch = static_cast<std::int32_t>(match > 100 || match <= 0 ? 100 : match);
+    long long seconds = whole("SimilarAudioSeconds", 30);
+    o.AudioSeconds = static_cast<std::int32_t>(seconds <= 0 ? 30 : std::min(seconds, 86400LL));
+  }
   o.AudioSameExtension = s.GetBool(kSec, "SimilarAudioOnlySameFileType");
   o.PictureAlgorithm =
       static_cast<std::int32_t>(std::clamp<long long>(s.GetInt(kSec, "SimiliarImagesAlgo"), 0, 2));

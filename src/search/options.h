@@ -72,6 +72,8 @@ struct SearchOptions {
   std::int32_t AudioSeconds = 30;
   std::int32_t AudioMatch = 70;
   bool AudioSameExtension = false;
+  // The fingerprint program found at start-up (empty: none).
+  std::string FingerprintTool;
   std::int32_t PictureAlgorithm = 0;
   std::int32_t PictureMatch = 91;
   std::int32_t ThumbnailSize = 16;

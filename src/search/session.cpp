@@ -62,6 +62,11 @@ const Preparation& SearchSession::Prepare(std::vector<SourceFolderRow> rows) {
 
 const Preparation& SearchSession::StartCheck(Preparation& p) {
   std::string rejected = StartSearchForDups(start_.settings, rows_, start_.texts);
+  // Similar music measures files through fpcalc: without it there is nothing
+  // to measure by.
+  if (rejected.empty() && !start_.fpcalc &&
+      start_.settings.GetBool("DupVerz", "Suchkriterien" + std::to_string(kCritSimilarAudio)))
+    rejected = start_.texts.Get(txt::T9540);
   if (!rejected.empty()) {
     p.verdict = SessionVerdict::Rejected;
     p.messages.push_back(std::move(rejected));
@@ -79,6 +84,7 @@ RunOutcome SearchSession::Run(ProgressSink& progress, Prompt& prompt, RunState& 
   hasResult_ = false;
   engine_.reset();
   SearchOptions options = Init_Variablen(start_.settings, start_.texts);
+  if (start_.fpcalc) options.FingerprintTool = start_.fpcalc->string();
   if (options_.noChecksumCache) options.Content.checksumCache = false;
   if (options_.clearChecksumCache) {
     // Once per session: a later search of the same window builds on the

@@ -107,12 +107,6 @@ std::string StartSearchForDups(const SettingsStore& s, const std::vector<SourceF
   for (int i = 0; i < kCriterionCount; ++i)
     any = any || s.GetBool("DupVerz", "Suchkriterien" + std::to_string(i));
   if (!any) return texts.Get(txt::T3626);
-  // Similar music has no comparator yet: refuse it rather than group files
-  // that merely share an extension.
-  for (int i : {kCritSimilarAudio})
-    if (s.GetBool("DupVerz", "Suchkriterien" + std::to_string(i)))
-      return texts.Get(txt::T9300, {CriterionCaption(texts, i)});
-
   std::vector<const SourceFolderRow*> checked;
   for (const auto& r : rows) {
     if (!r.checked) continue;

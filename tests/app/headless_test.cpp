@@ -18,6 +18,7 @@
 #include <nlohmann/json.hpp>
 
 #include "headless/headless.h"
+#include "support/audio_samples.h"
 #include "support/temp_tree.h"
 
 namespace kelvor {
@@ -52,7 +53,7 @@ class HeadlessTest : public ::testing::Test {
   // Runs kelvor with the data folder in the temp folder, then `args`. A run
   // that hangs is ended after a generous time (exit code 124).
   Outcome Kelvor(const std::vector<std::string>& args, bool withData = true) {
-    std::string cmd = "timeout -k 5 60 " + Quote(bin_);
+    std::string cmd = "timeout -k 5 60 " + envPrefix_ + Quote(bin_);
     if (withData) cmd += " --data-dir " + Quote(data_.string());
     for (const auto& a : args) cmd += " " + Quote(a);
     const fs::path out = tmp_.path() / "stdout.txt", err = tmp_.path() / "stderr.txt";
@@ -121,6 +122,7 @@ class HeadlessTest : public ::testing::Test {
 
   TempDir tmp_;
   std::string bin_;
+  std::string envPrefix_;  // put before the program, e.g. "env PATH=... "
   fs::path data_, tree_;
 };
 
@@ -185,8 +187,6 @@ TEST_F(HeadlessTest, RejectedSetupsExitWithTheirMessage) {
            {{"--headless", tree}, "Es ist kein Suchkriterium ausgewählt."},
            {{"--headless", "-s2"}, "Es ist kein Quellordner ausgewählt!"},
            {{"--headless", "-s2", gone}, "Es ist kein Quellordner ausgewählt!"},
-           {{"--headless", "-s9", tree}, "Das Suchkriterium 'Finde ähnliche Musik"},
-           {{"--headless", "-sa", tree}, "Das Suchkriterium 'Finde ähnliche Musik"},
            {{"--headless", "-s2", tree, sub},
             "Der Suchvorgang kann nicht durchgeführt werden:\r\n\r\n'" + tree + "' und '" + sub +
                 "' überschneiden sich."},
@@ -248,12 +248,44 @@ TEST_F(HeadlessTest, MissingFoldersAndProfiles) {
   EXPECT_NE(o.out.find(mine + "/p.txt"), std::string::npos) << o.out;
   EXPECT_EQ(o.out.find(theirs), std::string::npos) << o.out;
 
-  // Criteria that are not built yet are refused wherever they come from.
+  // Similar music runs where fpcalc is found, and is refused where not.
   fs::remove_all(data_);
   WriteSetup(data_ / "config4.ini", {9}, {mine});
   o = Kelvor({"--headless", mine});
+  EXPECT_EQ(o.code, 0) << o.err;
+  envPrefix_ = "env PATH=" + Quote(tmp_.Mkdir("empty-path").string()) + " ";
+  o = Kelvor({"--headless", mine});
+  envPrefix_.clear();
   EXPECT_EQ(o.code, kExitRejected);
-  EXPECT_NE(o.err.find("'Finde ähnliche Musik"), std::string::npos) << o.err;
+  EXPECT_NE(o.err.find("Die Suche nach ähnlicher Musik braucht das Programm 'fpcalc'"),
+            std::string::npos)
+      << o.err;
+  EXPECT_EQ(o.out, "");
+}
+
+TEST_F(HeadlessTest, JsonCarriesTheMatchAndTheAudioProperties) {
+  const test::AudioSamples& a = test::SharedAudioSamples();
+  ASSERT_EQ(a.problem, "");
+  fs::copy_file(a.dir / "tune.wav", tree_ / "tune.wav");
+  fs::copy_file(a.dir / "tune-128.mp3", tree_ / "tune-128.mp3");
+  fs::create_directories(data_);
+  std::ofstream(data_ / "config4.ini", std::ios::binary)
+      << "[DupVerz]\nShowAudioProperties=1\nShowAudioPropertiesExt=mp3,wav\n";
+  const Outcome o = Kelvor({"--headless", "--json", "-sa", tree_.string()});
+  ASSERT_EQ(o.code, 0) << o.err;
+  const nlohmann::json doc = nlohmann::json::parse(o.out);
+  ASSERT_EQ(doc["groups"].size(), 1u) << o.out;
+  const auto& files = doc["groups"][0]["files"];
+  ASSERT_EQ(files.size(), 2u) << o.out;
+  for (const auto& f : files) {
+    const bool mp3 = f["path"].get<std::string>().ends_with(".mp3");
+    EXPECT_EQ(f["AudioDurationVal"], 30) << f;
+    EXPECT_EQ(f["AudioDuration"], "0:30") << f;
+    EXPECT_EQ(f["AudioSamplingrate"], 44100) << f;
+    EXPECT_EQ(f["AudioBitrate"], mp3 ? 128000 : 705600) << f;
+    EXPECT_GE(f["similar"].get<double>(), 70) << f;
+    EXPECT_FALSE(f.contains("picW")) << f;
+  }
 }
 
 TEST_F(HeadlessTest, JsonHelpAndUnknownOptions) {

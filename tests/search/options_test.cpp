@@ -448,28 +448,14 @@ TEST(InitKommandozeile, ProfileIsLoadedAfterTheFolders) {
   EXPECT_EQ(rows[0].path, mine);
 }
 
-TEST(StartSearchForDups, CriteriaNotBuiltYetAreRefused) {
+TEST(StartSearchForDups, SimilaritySwitchesPassTheCheck) {
   test::TempDir tmp;
   const std::string a = tmp.Mkdir("a").string();
   SourceFolderRow row;
   row.path = a;
   TextCatalog t;
   SettingsStore s;
-  for (int crit : {kCritSimilarAudio}) {
-    SCOPED_TRACE(crit);
-    Only(s, {crit});
-    EXPECT_EQ(StartSearchForDups(s, {row}, t), "Das Suchkriterium '" + CriterionCaption(t, crit) +
-                                                   "' ist in dieser Version noch nicht verfügbar.");
-  }
-  // Also behind the command line's items.
-  for (const char* item : {"-s9", "-sa", "-l30"}) {
-    SCOPED_TRACE(item);
-    Only(s, {2});
-    Init_Kommandozeile({item}, s, tmp.path());
-    EXPECT_NE(StartSearchForDups(s, {row}, t).find("noch nicht verfügbar"), std::string::npos);
-  }
-  // Similar pictures is built: its switches start a search.
-  for (const char* item : {"-s8", "-h", "-h2", "-d0"}) {
+  for (const char* item : {"-s8", "-h", "-h2", "-d0", "-s9", "-sa", "-l30", "-a1"}) {
     SCOPED_TRACE(item);
     Only(s, {2});
     Init_Kommandozeile({item}, s, tmp.path());

@@ -1,0 +1,264 @@
+// Similar music on real audio files: the same tune in five formats forms one
+// group, another tune stays out, and files that cannot be measured are
+// reported in the log and never grouped.
+
+#include <sys/stat.h>
+
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "frame/log.h"
+#include "frame/run_state.h"
+#include "frame/settings_store.h"
+#include "frame/sinks.h"
+#include "frame/texts.h"
+#include "results/result_model.h"
+#include "search/engine.h"
+#include "search/options.h"
+#include "search/search_test_support.h"
+#include "search/source_folders.h"
+#include "support/audio_samples.h"
+#include "support/temp_tree.h"
+
+namespace kelvor {
+namespace {
+
+namespace fs = std::filesystem;
+using test::Group;
+using test::Groups;
+using test::ReadUtf16File;
+using test::TempDir;
+
+struct NoProgress : ProgressSink {
+  void SetLabel(Label, std::string_view) override {}
+  void LogPanel(std::string_view) override {}
+};
+
+class SimilarMusicTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const test::AudioSamples& s = test::SharedAudioSamples();
+    if (!s.problem.empty()) GTEST_FAIL() << "test audio: " << s.problem;
+    tree_ = tmp_.Mkdir("tree");
+    data_ = tmp_.Mkdir("data");
+    logger_ = std::make_unique<Logger>(data_ / "Kelvor4.txt", data_ / "run.txt",
+                                       data_ / "lastsearch.txt");
+    test::OnlyCriteria(settings_, {kCritSimilarAudio});
+  }
+
+  // Copies sample `name` into the tree as `as` (default: its own name).
+  void Put(const std::string& name, std::string as = {}) {
+    fs::copy_file(test::SharedAudioSamples().dir / name, tree_ / (as.empty() ? name : as));
+  }
+
+  Groups Run() {
+    SearchOptions o = Init_Variablen(settings_, texts_);
+    o.FingerprintTool = tool_;
+    SourceFolderRow row;
+    row.path = tree_.string();
+    engine_ = std::make_unique<SearchEngine>(
+        SearchContext{std::move(o), texts_, *logger_, progress_, prompt_, run_});
+    EXPECT_TRUE(engine_->Search_Start({row}));
+    return test::GroupsBelow(engine_->Result(), tree_);
+  }
+
+  // The cell `k` of the file row of `name`.
+  CellValue CellOf(const std::string& name, CellKey k) {
+    CellValue v;
+    const ResultModel& r = engine_->Result();
+    r.ForEachGroup([&](RowRef g) {
+      r.ForEachFile(g, [&](RowRef f) {
+        if (fs::path(r.File_GetPathFromNode(f)).filename() == name) v = r.Cell(f, k);
+        return true;
+      });
+      return true;
+    });
+    return v;
+  }
+
+  std::string RunLog() const { return ReadUtf16File(data_ / "run.txt"); }
+
+  TempDir tmp_;
+  fs::path tree_, data_;
+  std::string tool_ = "/usr/bin/fpcalc";
+  SettingsStore settings_;
+  TextCatalog texts_;
+  std::unique_ptr<Logger> logger_;
+  NoProgress progress_;
+  test::SilentPrompt prompt_;
+  RunState run_;
+  std::unique_ptr<SearchEngine> engine_;
+};
+
+TEST_F(SimilarMusicTest, OneTuneInFiveFormatsIsOneGroupAnotherTuneStaysOut) {
+  for (const auto& f : test::AudioSamples::kTuneForms) Put(f);
+  Put("other.wav");
+  ASSERT_EQ(settings_.Get("DupVerz", "SimilarAudioMatchPercent"), "70");
+  const Groups groups = Run();
+  const Group tune(test::AudioSamples::kTuneForms.begin(), test::AudioSamples::kTuneForms.end());
+  EXPECT_EQ(groups, Groups{tune});
+
+  // The file the group was opened around shows 100 %, the others their
+  // own match, at least the threshold.
+  int hundreds = 0;
+  for (const auto& f : test::AudioSamples::kTuneForms) {
+    const double similar = CellAsDouble(CellOf(f, CellKey::similar));
+    EXPECT_GE(similar, 70) << f;
+    EXPECT_LE(similar, 100) << f;
+    if (CellAsInt(CellOf(f, CellKey::IsRefFile)) == 1) {
+      EXPECT_EQ(similar, 100) << f;
+      ++hundreds;
+    }
+  }
+  EXPECT_EQ(hundreds, 1);
+  EXPECT_GE(engine_->Stats().ChecksumCount, 6);  // one fingerprint a file
+  EXPECT_GT(engine_->Stats().CompareCount, 0);
+}
+
+TEST_F(SimilarMusicTest, TheThresholdDecides) {
+  Put("tune.wav");
+  Put("other.wav");
+  // Unrelated tunes share about a fifth of their bits: a threshold below
+  // that groups them, the default does not.
+  settings_.Set("DupVerz", "SimilarAudioMatchPercent", "10");
+  EXPECT_EQ(Run(), (Groups{{"tune.wav", "other.wav"}}));
+  settings_.Set("DupVerz", "SimilarAudioMatchPercent", "70");
+  EXPECT_EQ(Run(), Groups{});
+}
+
+TEST_F(SimilarMusicTest, OnlyTheSameExtensionWhenAsked) {
+  Put("tune.wav");
+  Put("tune.flac");
+  Put("tune-128.mp3");
+  Put("tune-320.mp3");
+  settings_.SetBool("DupVerz", "SimilarAudioOnlySameFileType", true);
+  EXPECT_EQ(Run(), (Groups{{"tune-128.mp3", "tune-320.mp3"}}));
+}
+
+TEST_F(SimilarMusicTest, FilesThatCannotBeMeasuredAreReportedAndNeverGrouped) {
+  Put("tune.wav");
+  Put("silence.wav");
+  Put("silence.wav", "silence-copy.wav");
+  Put("short.wav");
+  Put("short.wav", "short-copy.wav");
+  Put("broken.mp3");
+  Put("broken.mp3", "broken-copy.mp3");
+  EXPECT_EQ(Run(), Groups{});
+  const std::string log = RunLog();
+  for (const char* quiet : {"silence.wav", "silence-copy.wav", "short.wav", "short-copy.wav"}) {
+    const std::string info = "INFO: Es konnte keine Prüfsumme von der Musikdatei '" +
+                             (tree_ / quiet).string() +
+                             "' erstellt werden. Entweder ist die Tonspur kürzer als 30 Sekunden "
+                             "oder es ist kein Ton vorhanden.";
+    EXPECT_NE(log.find(info), std::string::npos) << quiet << "\n" << log;
+  }
+  for (const char* broken : {"broken.mp3", "broken-copy.mp3"}) {
+    const std::string head = "Beim Erstellen der Prüfsumme von Datei '" +
+                             (tree_ / broken).string() + "' ist ein Fehler aufgetreten: ";
+    const std::size_t at = log.find(head);
+    ASSERT_NE(at, std::string::npos) << broken << "\n" << log;
+    const std::string line = log.substr(at, log.find('\n', at) - at);
+    EXPECT_NE(line.find("(exit:2)"), std::string::npos) << line;
+    // Reported once.
+    EXPECT_EQ(log.find(head, at + 1), std::string::npos) << log;
+  }
+}
+
+TEST_F(SimilarMusicTest, AToolThatFailsIsReportedWithItsExitCode) {
+  // The tool fails for the FLAC file only; the other files are measured.
+  const fs::path fake =
+      tmp_.Write("bin/fpcalc",
+                 "#!/bin/sh\n"
+                 "for a; do last=$a; done\n"
+                 "case $last in *.flac) echo 'ERROR: decoder gave up'; exit 4;; esac\n"
+                 "exec /usr/bin/fpcalc \"$@\"\n");
+  ::chmod(fake.c_str(), 0755);
+  tool_ = fake.string();
+  Put("tune.wav");
+  Put("tune.flac");
+  Put("tune-320.mp3");
+  EXPECT_EQ(Run(), (Groups{{"tune.wav", "tune-320.mp3"}}));
+  const std::string log = RunLog();
+  const std::string head = "Beim Erstellen der Prüfsumme von Datei '" +
+                           (tree_ / "tune.flac").string() +
+                           "' ist ein Fehler aufgetreten: decoder gave up (exit:4) (";
+  const std::size_t at = log.find(head);
+  ASSERT_NE(at, std::string::npos) << log;
+  // (8) when it failed as the file being placed, (7) as an earlier file.
+  const char place = log[at + head.size()];
+  EXPECT_TRUE(place == '8' || place == '7') << log;
+  EXPECT_EQ(log.find(head, at + 1), std::string::npos) << "reported once\n" << log;
+}
+
+TEST_F(SimilarMusicTest, AcrossSourceFoldersOnlyFilesOfDifferentFoldersMeet) {
+  fs::create_directories(tree_ / "mine");
+  fs::create_directories(tree_ / "theirs");
+  const auto run = [&] {
+    settings_.Set("DupVerz", "SourceFolderCompareMode", std::to_string(kSourceAcross));
+    SearchOptions o = Init_Variablen(settings_, texts_);
+    o.FingerprintTool = tool_;
+    std::vector<SourceFolderRow> rows(2);
+    rows[0].path = (tree_ / "mine").string();
+    rows[1].path = (tree_ / "theirs").string();
+    engine_ = std::make_unique<SearchEngine>(
+        SearchContext{std::move(o), texts_, *logger_, progress_, prompt_, run_});
+    EXPECT_TRUE(engine_->Search_Start(rows));
+    return test::GroupsBelow(engine_->Result(), tree_);
+  };
+  // Both forms in "theirs" find the tune in "mine".
+  Put("tune.wav", "mine/tune.wav");
+  Put("other.wav", "mine/other.wav");
+  Put("tune.flac", "theirs/tune.flac");
+  Put("tune-320.mp3", "theirs/tune-320.mp3");
+  EXPECT_EQ(run(), (Groups{{"mine/tune.wav", "theirs/tune.flac", "theirs/tune-320.mp3"}}));
+
+  // Two forms in one folder never meet.
+  fs::remove(tree_ / "theirs/tune.flac");
+  fs::rename(tree_ / "theirs/tune-320.mp3", tree_ / "mine/tune-320.mp3");
+  EXPECT_EQ(run(), Groups{});
+}
+
+TEST_F(SimilarMusicTest, OnlyAudioExtensionsTakePart) {
+  Put("tune.wav");
+  Put("tune.wav", "tune-copy.wav");
+  Put("tune.wav", "tune.bin");
+  EXPECT_EQ(Run(), (Groups{{"tune.wav", "tune-copy.wav"}}));
+}
+
+TEST_F(SimilarMusicTest, AudioPropertiesInTheRows) {
+  Put("tune.wav");
+  Put("tune-128.mp3");
+  Put("tune.ogg");
+  settings_.SetBool("DupVerz", "ShowAudioProperties", true);
+  settings_.Set("DupVerz", "ShowAudioPropertiesExt", "wav, mp3");
+  EXPECT_EQ(Run().size(), 1u);
+  EXPECT_EQ(CellAsInt(CellOf("tune.wav", CellKey::AudioDurationVal)), 30);
+  EXPECT_EQ(CellAsText(CellOf("tune.wav", CellKey::AudioDuration)), "0:30");
+  EXPECT_EQ(CellAsDouble(CellOf("tune.wav", CellKey::AudioSamplingrate)), 44100);
+  EXPECT_EQ(CellAsDouble(CellOf("tune.wav", CellKey::AudioBitrate)), 705600);
+  EXPECT_EQ(CellAsDouble(CellOf("tune-128.mp3", CellKey::AudioBitrate)), 128000);
+  // Not on the list: no properties.
+  EXPECT_TRUE(std::holds_alternative<std::monostate>(CellOf("tune.ogg", CellKey::AudioBitrate)));
+}
+
+TEST(SimilarMusicOptions, StoredValuesAreMended) {
+  SettingsStore s;
+  TextCatalog texts;
+  const auto read = [&](const char* match, const char* seconds) {
+    s.Set("DupVerz", "SimilarAudioMatchPercent", match);
+    s.Set("DupVerz", "SimilarAudioSeconds", seconds);
+    const SearchOptions o = Init_Variablen(s, texts);
+    return std::pair{o.AudioMatch, o.AudioSeconds};
+  };
+  EXPECT_EQ(read("70", "30"), (std::pair{70, 30}));
+  EXPECT_EQ(read("viel", "lang"), (std::pair{85, 30}));
+  EXPECT_EQ(read("150", "0"), (std::pair{100, 30}));
+  EXPECT_EQ(read("0", "45"), (std::pair{100, 45}));
+}
+
+}  // namespace
+}  // namespace kelvor
