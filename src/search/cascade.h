@@ -27,6 +27,7 @@
 
 namespace kelvor {
 
+class ArchiveTempFiles;
 class ChecksumCache;
 class ContentComparator;
 class LongOperation;
@@ -67,6 +68,16 @@ class Cascade {
   void CheckFile(int sourceNr, std::string_view folder, std::string_view name, std::int64_t size,
                  double dateChanged, double dateCreated, std::int32_t attributes,
                  const StatIdentity* identity);
+
+  // One member of an archive of source `sourceNr`: `archivePath` is the
+  // archive's full path (the record's Path), `innerFolder` the member's
+  // folder inside it ("" at its root), `archiveType` the record's type.
+  void CheckMember(int sourceNr, std::string_view archivePath, std::string_view innerFolder,
+                   std::string_view name, std::int64_t size, double dateChanged, double dateCreated,
+                   std::int32_t attributes, std::uint8_t archiveType);
+  // Where the comparator gets the bytes of archive members (none: members
+  // cannot be compared by content).
+  void SetArchiveTempFiles(ArchiveTempFiles* temp);
 
   // The walk entered a folder of source `sourceNr`: files whose comparison is
   // sure to come are read ahead. Only files the filters let through count.
@@ -119,6 +130,9 @@ class Cascade {
   std::string keyBuf_;  // reused for every compare key
   std::string pathBuf_;
   std::string predictKey_;
+  // The archive member being placed (type 0: a file on disk).
+  std::uint8_t memberType_ = 0;
+  std::string_view memberFolder_;
 };
 
 }  // namespace kelvor

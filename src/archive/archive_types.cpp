@@ -1,4 +1,4 @@
-#include "search/archive_types.h"
+#include "archive/archive_types.h"
 
 #include <string>
 
@@ -54,6 +54,16 @@ int ArchiveTypeOf(std::string_view fileName, const std::array<bool, 17>& enabled
       type = 6;
   }
   return type > 0 && enabled[type] ? type : 0;
+}
+
+std::uint8_t RecordArchiveType(int listType) {
+  if (listType < 1 || listType > 16) return 0;
+  return static_cast<std::uint8_t>(listType <= 2 ? listType : listType + 1);
+}
+
+int ListTypeOfRecord(std::uint8_t archiveType) {
+  if (archiveType == 0 || archiveType == 3 || archiveType > 17) return 0;
+  return archiveType <= 2 ? archiveType : archiveType - 1;
 }
 
 }  // namespace kelvor
