@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "archive/archive_temp.h"
+#include "archive/archive_types.h"
 #include "frame/app_paths.h"
 #include "frame/formats.h"
 #include "frame/log.h"
@@ -146,6 +147,11 @@ void SearchEngine::WriteLogHeader() {
     if (opt_.IgnoreExif) log(ctx_.texts.Get(txt::T5173, {ctx_.texts.Get(txt::T9219)}));
   }
   if (opt_.DontCompareHardlinks) log(ctx_.texts.Get(txt::T5173, {ctx_.texts.Get(txt::T9220)}));
+  if (opt_.ScanArchives) {
+    for (const auto& line : ArchiveLogHeaderLines(opt_.ArchiveTypes, opt_.ArchiveSizeFilter,
+                                                  opt_.ArchiveSizeLimit, ctx_.texts))
+      log(line);
+  }
   for (const auto& line : FilterLogHeaderLines(opt_.Filters, ctx_.texts)) log(line);
 }
 

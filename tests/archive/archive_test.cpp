@@ -196,6 +196,11 @@ TEST_F(ArchiveTest, MembersMeetFilesByNameAndSize) {
   EXPECT_TRUE(Logged("Durchsuchte Archive: 3"));
   EXPECT_TRUE(Logged("Dateien aus Archiven: 5"));
   EXPECT_EQ(s.DupCount, 6);
+  // The log's header names the archive types searched and the size filter.
+  EXPECT_TRUE(
+      Logged("Option: Archivdateien durchsuchen: zip, rar, 7z, iso, cab, tar, gz, epub, "
+             "cbr, nrg, lzh, lha, arj, cbz, cb7, cbt"));
+  EXPECT_TRUE(Logged("Option: Ignoriere Dateien in Archiven ab einer Größe von 20 MB"));
   // The member rows carry the archive type of their archive.
   ResultModel& r = engine_->Result();
   std::set<std::int64_t> types;
@@ -291,6 +296,8 @@ TEST_F(ArchiveTest, MemberRulesAndThePathFilter) {
   EXPECT_EQ(s.ArchiveFilesChecked, 3);
   EXPECT_EQ(s.FilesExcluded, 2);
   EXPECT_EQ(s.FilesExcludedSize, 2048 + 1);
+  EXPECT_TRUE(Logged("Option: Ignoriere Dateien in Archiven ab einer Größe von 2 KB"));
+  EXPECT_TRUE(Logged("Dateien ausgeschlossen: 2 ("));
 }
 
 // In a content search the members are read: a photo in a folder, in a zip
