@@ -333,6 +333,32 @@ TEST_F(ArchiveTest, ContentSearchReadsMembers) {
   EXPECT_TRUE(Extracts().empty());
 }
 
+// Members whose names point out of any folder ("../", absolute paths) are
+// extracted under safe names inside the temporary folder, nowhere else.
+TEST_F(ArchiveTest, MemberNamesNeverChooseWhereExtractsGo) {
+  const std::string text(3000, 'e');
+  tmp_.Write("tree/outside.txt", text);
+  tmp_.Write("tree/etc/passwd", text);
+  Member("outside.txt", text);
+  Member("m/etc/passwd", text);
+  Pack("m", "bsdtar -P -cf " + Tree("evil.tar") + " ../outside.txt " +
+                (work_ / "m/etc/passwd").string());
+  Criteria({kCritContent});
+  settings_.Set("DupVerz", "ContentCompare", "0");  // side by side: the extracts stay while grouped
+  Run();
+  const std::string abs = (work_ / "m/etc").string().substr(1);
+  EXPECT_EQ(Found(), (Groups{{"outside.txt", "etc/passwd", "evil.tar!../outside.txt",
+                              "evil.tar!" + abs + "/passwd"}}));
+  std::set<std::string> names;
+  for (const fs::path& p : Extracts()) {
+    EXPECT_EQ(p.parent_path().parent_path(), tmp_ / "extracts") << p;
+    names.insert(p.filename().string().substr(p.filename().string().find('_') + 1));
+  }
+  EXPECT_EQ(names, (std::set<std::string>{"outside.txt", "passwd"}));
+  EXPECT_FALSE(fs::exists(tmp_ / "outside.txt"));
+  EXPECT_FALSE(fs::exists(tmp_ / "extracts" / "outside.txt"));
+}
+
 // Byte by byte the extracts are compared side by side the same way.
 TEST_F(ArchiveTest, SideBySideComparesExtracts) {
   tmp_.Write("tree/doc.txt", "identical text");
