@@ -183,23 +183,25 @@ ArchiveOutcome ListArchive(const std::string& archivePath, int listType,
   return out;
 }
 
-ArchiveOutcome ReadMember(const std::string& archivePath, int listType, std::string_view innerPath,
-                          std::int64_t limit,
-                          const std::function<bool(const char*, std::size_t)>& sink) {
+namespace {
+
+// Reads headers from the reader's position up to the member `innerPath` and
+// streams its data to `sink`.
+ArchiveOutcome ReadFrom(archive* a, const std::string& archivePath, int listType,
+                        std::string_view innerPath, std::int64_t limit,
+                        const std::function<bool(const char*, std::size_t)>& sink) {
   ArchiveOutcome out;
-  ArchivePtr a = Open(archivePath, listType, out);
-  if (!a) return out;
   archive_entry* e = nullptr;
   for (;;) {
-    const int r = archive_read_next_header(a.get(), &e);
+    const int r = archive_read_next_header(a, &e);
     if (r == ARCHIVE_EOF) {
       out.status = ArchiveStatus::MemberMissing;
       return out;
     }
     if (r < ARCHIVE_WARN) {
-      out.error = ErrorOf(a.get());
+      out.error = ErrorOf(a);
       out.status =
-          LooksEncrypted(a.get(), out.error) ? ArchiveStatus::Encrypted : ArchiveStatus::ReadFailed;
+          LooksEncrypted(a, out.error) ? ArchiveStatus::Encrypted : ArchiveStatus::ReadFailed;
       return out;
     }
     ++out.members;
@@ -208,11 +210,11 @@ ArchiveOutcome ReadMember(const std::string& archivePath, int listType, std::str
     std::vector<char> buf(kBlockSize);
     std::int64_t written = 0;
     for (;;) {
-      la_ssize_t n = archive_read_data(a.get(), buf.data(), buf.size());
+      la_ssize_t n = archive_read_data(a, buf.data(), buf.size());
       if (n < 0) {
-        out.error = ErrorOf(a.get());
-        out.status = LooksEncrypted(a.get(), out.error) ? ArchiveStatus::Encrypted
-                                                        : ArchiveStatus::ReadFailed;
+        out.error = ErrorOf(a);
+        out.status =
+            LooksEncrypted(a, out.error) ? ArchiveStatus::Encrypted : ArchiveStatus::ReadFailed;
         return out;
       }
       if (n == 0) break;
@@ -231,6 +233,53 @@ ArchiveOutcome ReadMember(const std::string& archivePath, int listType, std::str
     }
     return out;
   }
+}
+
+}  // namespace
+
+ArchiveOutcome ReadMember(const std::string& archivePath, int listType, std::string_view innerPath,
+                          std::int64_t limit,
+                          const std::function<bool(const char*, std::size_t)>& sink) {
+  ArchiveOutcome out;
+  ArchivePtr a = Open(archivePath, listType, out);
+  if (!a) return out;
+  return ReadFrom(a.get(), archivePath, listType, innerPath, limit, sink);
+}
+
+struct ArchiveCursor::State {
+  ArchivePtr reader;
+  std::string path;
+  int listType = 0;
+};
+
+ArchiveCursor::ArchiveCursor() = default;
+ArchiveCursor::~ArchiveCursor() = default;
+
+void ArchiveCursor::Close() {
+  state_.reset();
+}
+
+ArchiveOutcome ArchiveCursor::Read(const std::string& archivePath, int listType,
+                                   std::string_view innerPath, std::int64_t limit,
+                                   const std::function<bool(const char*, std::size_t)>& sink) {
+  ArchiveOutcome out;
+  bool fresh = false;
+  if (!state_ || state_->path != archivePath || state_->listType != listType) {
+    state_.reset();
+    ArchivePtr a = Open(archivePath, listType, out);
+    if (!a) return out;
+    state_ = std::make_unique<State>(State{std::move(a), archivePath, listType});
+    fresh = true;
+  }
+  out = ReadFrom(state_->reader.get(), archivePath, listType, innerPath, limit, sink);
+  if (out.status == ArchiveStatus::MemberMissing && !fresh) {
+    // The member lies before the reader's position: once more from the start.
+    state_.reset();
+    return Read(archivePath, listType, innerPath, limit, sink);
+  }
+  // After a failure or a stop the reader's position is not known.
+  if (out.status != ArchiveStatus::Ok) state_.reset();
+  return out;
 }
 
 }  // namespace kelvor

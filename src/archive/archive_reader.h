@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -52,5 +53,27 @@ ArchiveOutcome ListArchive(const std::string& archivePath, int listType,
 ArchiveOutcome ReadMember(const std::string& archivePath, int listType, std::string_view innerPath,
                           std::int64_t limit,
                           const std::function<bool(const char*, std::size_t)>& sink);
+
+// A reader that stays open on one archive and only moves forward: members
+// asked for in archive order (as the scan lists them) are read in one pass
+// through the archive instead of one pass each. A member behind the reader's
+// position, or in another archive, opens the archive again.
+class ArchiveCursor {
+ public:
+  ArchiveCursor();
+  ~ArchiveCursor();
+  ArchiveCursor(const ArchiveCursor&) = delete;
+  ArchiveCursor& operator=(const ArchiveCursor&) = delete;
+
+  // As ReadMember.
+  ArchiveOutcome Read(const std::string& archivePath, int listType, std::string_view innerPath,
+                      std::int64_t limit,
+                      const std::function<bool(const char*, std::size_t)>& sink);
+  void Close();
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
 
 }  // namespace kelvor

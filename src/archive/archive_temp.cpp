@@ -118,7 +118,7 @@ std::string ArchiveTempFolder::Extract(const FileRecord& rec, const std::string&
     return true;
   };
   ArchiveOutcome out =
-      ReadMember(archivePath, ListTypeOfRecord(rec.ArchiveType), MemberPath(rec), rec.SIZE, sink);
+      cursor_.Read(archivePath, ListTypeOfRecord(rec.ArchiveType), MemberPath(rec), rec.SIZE, sink);
   if (::close(fd) != 0 && !writeFailed) {
     writeFailed = true;
     writeErrno = errno;
@@ -157,6 +157,7 @@ bool ArchiveTempFolder::DeleteTempFile(const FileRecord& rec) {
 }
 
 void ArchiveTempFolder::Search_DeleteTempFiles(CStringCollection2& files) {
+  cursor_.Close();
   for (std::int32_t i = 1; i <= files.Count(); ++i) {
     FileRecord r = files.Record(i);
     if (r.ArchiveType == 0 || r.GroupID != -1 || r.ArchiveTempFileNr.empty()) continue;

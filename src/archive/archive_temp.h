@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <string>
 
+#include "archive/archive_reader.h"
 #include "compare/content.h"
 
 namespace kelvor {
@@ -46,6 +47,7 @@ class ArchiveTempFolder final : public ArchiveTempFiles {
   std::string Extract(const FileRecord& rec, const std::string& archivePath,
                       const std::string& tempPath);
 
+  ArchiveCursor cursor_;  // the archive being read, kept open between members
   std::filesystem::path folder_;
   bool deleteAfterChecksum_;
   const TextCatalog& texts_;
