@@ -191,6 +191,15 @@ void PrintJson(const ResultModel& result, const SearchStatistics& stats, double 
           file[name] = *t;
         }
       }
+      if (result.HasCell(f, CellKey::archiv)) {
+        // A member of an archive: "path" is the archive's path and the
+        // member's name; the archive and the path inside it on their own.
+        const std::size_t slash = path.rfind('/');
+        const std::string inner = CellAsText(result.Cell(f, CellKey::pathA));
+        const std::string name = path.substr(slash + 1);
+        file["archive"] = DisplayUtf8(path.substr(0, slash));
+        file["inner_path"] = DisplayUtf8(inner.empty() ? name : inner + "/" + name);
+      }
       files.push_back(std::move(file));
       return true;
     });

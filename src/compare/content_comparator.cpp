@@ -91,8 +91,9 @@ bool ContentComparator::IsDuplicate(CascadeFile& file, FileRecord& rep, const st
                                     KeyPlace place) {
   const bool hadHash = rep.HashCreated[0];
   bool dup;
+  // A member of an archive has no bytes of its own on disk to sample.
   if (samples_ && !file.UnderTagRule() && !file.rec.HaveErrorMessage && !rep.HaveErrorMessage &&
-      SamplesDiffer(file, rep, repPath)) {
+      file.rec.ArchiveType == 0 && rep.ArchiveType == 0 && SamplesDiffer(file, rep, repPath)) {
     // Their first or last bytes differ: the files are different without
     // reading them side by side.
     ++comparer_.CompareCount;

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "compare/picture_decoder.h"
+#include "data/file_system.h"
 
 namespace kelvor {
 
@@ -49,41 +50,34 @@ class MediaInfoProperties final : public MediaProperties {
   bool GetMP3MediaInfo(const std::string& path, AudioProperties* out,
                        std::string* errorText) override {
     *out = {};
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-      *errorText = std::strerror(errno);
-      return false;
-    }
-    struct stat st {};
-    if (::fstat(fd, &st) != 0) {
-      *errorText = std::strerror(errno);
-      ::close(fd);
-      return false;
-    }
+    // Through the file-system layer: never waits on a FIFO, reaches deep
+    // paths, and insists on a regular file.
+    ReadFile file;
+    if (!file.Open(path, true, errorText)) return false;
+    const auto size = static_cast<ZenLib::int64u>(file.Stat().st_size);
     MediaInfoLib::MediaInfo mi;
     mi.Option(L"Internet", L"No");
-    const auto size = static_cast<ZenLib::int64u>(st.st_size);
     mi.Open_Buffer_Init(size, 0);
     std::vector<ZenLib::int8u> buf(64 * 1024);
     bool readError = false;
+    std::int64_t offset = 0;
     for (;;) {
-      const ssize_t got = ::read(fd, buf.data(), buf.size());
+      const std::int64_t got = file.ReadAt(buf.data(), buf.size(), offset, errorText);
       if (got < 0) {
-        if (errno == EINTR) continue;
-        *errorText = std::strerror(errno);
         readError = true;
         break;
       }
       if (got == 0) break;
+      offset += got;
       const std::size_t status = mi.Open_Buffer_Continue(buf.data(), static_cast<std::size_t>(got));
       if (status & 0x08) break;  // finished
       const ZenLib::int64u to = mi.Open_Buffer_Continue_GoTo_Get();
       if (to != static_cast<ZenLib::int64u>(-1)) {
-        if (::lseek(fd, static_cast<off_t>(to), SEEK_SET) < 0) break;
+        offset = static_cast<std::int64_t>(to);
         mi.Open_Buffer_Init(size, to);
       }
     }
-    ::close(fd);
+    file.Close();
     mi.Open_Buffer_Finalize();
     if (readError) return false;
     mi.Option(L"Inform", L"Audio;%Duration%,%BitRate%,%SamplingRate%");

@@ -454,6 +454,13 @@ std::int64_t xGetFileSizeByPath_W(std::string_view path) {
   return static_cast<std::int64_t>(st.st_size);
 }
 
+int xCreateNewFile_W(std::string_view path, std::string* errorText) {
+  const std::string p(path);
+  int fd = ::open(p.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+  if (fd < 0 && errorText) *errorText = Bracketed(ErrorText(errno));
+  return fd;
+}
+
 bool xDeleteFile_W(std::string_view path, std::string* errorText) {
   const std::string p(path);
   if (const int fault = InjectedFault(FsCall::DeleteFile, p)) {

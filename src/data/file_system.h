@@ -145,6 +145,10 @@ std::int64_t xGetFileSizeByPath_W(std::string_view path);
 // added and the delete tried again. On failure *errorText (may be null) gets
 // the system's text in brackets; a failed permission step adds " SetFA:".
 bool xDeleteFile_W(std::string_view path, std::string* errorText = nullptr);
+// Creates a new file for writing that did not exist before (a symbolic link
+// in its place is not followed), readable by the owner only. Returns the
+// descriptor (close-on-exec), or -1 and *errorText gets the system's text.
+int xCreateNewFile_W(std::string_view path, std::string* errorText = nullptr);
 // Makes the folder and all missing parents. True when the folder exists.
 bool xCreatePath_W(std::string_view path, std::string* errorText = nullptr);
 // Removes a folder and everything below it (symbolic links are removed, not

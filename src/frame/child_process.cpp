@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "frame/error_text.h"
 #include "frame/run_state.h"
 
 extern char** environ;
@@ -22,7 +23,7 @@ namespace kelvor {
 namespace {
 
 std::string ErrnoText(int err, const char* call) {
-  return std::string(std::strerror(err)) + " (" + call + ")";
+  return ErrorText(err) + " (" + call + ")";
 }
 
 // Closes a descriptor once.

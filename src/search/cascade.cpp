@@ -319,6 +319,10 @@ bool Cascade::MakeRecord(int sourceNr, std::string_view folder, std::string_view
     rec.WalkInode = identity->inode;
     SetHardlinkIdentity(*identity, rec);
   }
+  if (memberType_ != 0) {
+    rec.ArchiveType = memberType_;
+    rec.PathInsideZip.assign(memberFolder_);
+  }
   // A search for hard links only looks at files with more than one link.
   if (opt_.CriterionHardlink && rec.NumberOfLinks < 2) return false;
   if (opt_.CriterionName) rec.NameKey = NameKey(opt_, rec.Name);
@@ -335,8 +339,12 @@ void Cascade::CheckFile(int sourceNr, std::string_view folder, std::string_view 
   std::string fullPath;
   CascadeFile file{rec, fullPath};
   const bool walks = comparator_ && comparator_->WalksCollection();
-  if (opt_.CriterionContent || walks) fullPath.assign(folder).append("/").append(name);
-  if (opt_.CriterionContent) {
+  if (opt_.CriterionContent && rec.ArchiveType != 0) {
+    // A member is read through its archive, and counts with its whole size.
+    fullPath.assign(folder);
+    rec.SizeKey = size;
+  } else if (opt_.CriterionContent) {
+    fullPath.assign(folder).append("/").append(name);
     CompareSize(rec, fullPath, &file.isMP3, &file.isJPG, &file.isFLAC);
   } else {
     rec.SizeKey = size;
@@ -389,6 +397,20 @@ void Cascade::CheckFile(int sourceNr, std::string_view folder, std::string_view 
     if (!JoinGroup(file, key, keyLength, suffix, found, newGroupMade)) return;
     ++suffix;
   }
+}
+
+void Cascade::CheckMember(int sourceNr, std::string_view archivePath, std::string_view innerFolder,
+                          std::string_view name, std::int64_t size, double dateChanged,
+                          double dateCreated, std::int32_t attributes, std::uint8_t archiveType) {
+  memberType_ = archiveType;
+  memberFolder_ = innerFolder;
+  CheckFile(sourceNr, archivePath, name, size, dateChanged, dateCreated, attributes, nullptr);
+  memberType_ = 0;
+  memberFolder_ = {};
+}
+
+void Cascade::SetArchiveTempFiles(ArchiveTempFiles* temp) {
+  if (content_) content_->Comparer().SetArchiveTempFiles(temp);
 }
 
 // Step 3 with a comparator: the representative under the current suffix, or

@@ -27,6 +27,7 @@
 
 namespace kelvor {
 
+class ArchiveTempFiles;
 class ChecksumCache;
 class ContentComparator;
 class LongOperation;
@@ -69,6 +70,16 @@ class Cascade {
   void CheckFile(int sourceNr, std::string_view folder, std::string_view name, std::int64_t size,
                  double dateChanged, double dateCreated, std::int32_t attributes,
                  const FileIdentity* identity);
+
+  // One member of an archive of source `sourceNr`: `archivePath` is the
+  // archive's full path (the record's Path), `innerFolder` the member's
+  // folder inside it ("" at its root), `archiveType` the record's type.
+  void CheckMember(int sourceNr, std::string_view archivePath, std::string_view innerFolder,
+                   std::string_view name, std::int64_t size, double dateChanged, double dateCreated,
+                   std::int32_t attributes, std::uint8_t archiveType);
+  // Where the comparator gets the bytes of archive members (none: members
+  // cannot be compared by content).
+  void SetArchiveTempFiles(ArchiveTempFiles* temp);
 
   // The walk entered a folder of source `sourceNr`: files whose comparison is
   // sure to come are read ahead. Only files the filters let through count.
@@ -132,6 +143,9 @@ class Cascade {
   std::string predictKey_;
   // Numbers the keys of files placed by a walking comparator, unique to the run.
   std::int64_t walkSerial_ = 0;
+  // The archive member being placed (type 0: a file on disk).
+  std::uint8_t memberType_ = 0;
+  std::string_view memberFolder_;
 };
 
 }  // namespace kelvor

@@ -13,7 +13,10 @@
 #include <fstream>
 #include <utility>
 
+#include "archive/archive_temp.h"
+#include "archive/archive_types.h"
 #include "data/file_system.h"
+#include "frame/app_paths.h"
 #include "frame/formats.h"
 #include "frame/log.h"
 #include "frame/long_operation.h"
@@ -55,6 +58,7 @@ SearchEngine::SearchEngine(SearchContext ctx) : ctx_(std::move(ctx)) {
   refresh_ = [this] {
     if (currentFolder_)
       ctx_.progress.SetLabel(Label::AktuellerOrdner, DisplayUtf8(*currentFolder_));
+    if (archiveTemp_) stats_.FilesExtracted = archiveTemp_->FilesExtracted();
     Search_ShowProgress();
   };
 }
@@ -74,6 +78,8 @@ std::unique_ptr<LongOperation> SearchEngine::MakePacing(std::chrono::millisecond
 std::string SourceFolder::FullPath(const FileRecord& r) const {
   std::string p = prefix;
   p += r.Path;
+  // A member of an archive is reached through its archive's path.
+  if (r.ArchiveType != 0) return p;
   p += '/';
   p += r.Name;
   if (!r.Extension.empty()) {
@@ -142,6 +148,11 @@ void SearchEngine::WriteLogHeader() {
     if (opt_.IgnoreExif) log(ctx_.texts.Get(txt::T5173, {ctx_.texts.Get(txt::T9219)}));
   }
   if (opt_.DontCompareHardlinks) log(ctx_.texts.Get(txt::T5173, {ctx_.texts.Get(txt::T9220)}));
+  if (opt_.ScanArchives) {
+    for (const auto& line : ArchiveLogHeaderLines(opt_.ArchiveTypes, opt_.ArchiveSizeFilter,
+                                                  opt_.ArchiveSizeLimit, ctx_.texts))
+      log(line);
+  }
   for (const auto& line : FilterLogHeaderLines(opt_.Filters, ctx_.texts)) log(line);
 }
 
@@ -344,6 +355,20 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
   cascade_ = std::make_unique<Cascade>(CascadeContext{opt_, sources_, ctx_.texts, ctx_.log,
                                                       ctx_.progress, ctx_.run, stats_, *result_,
                                                       *pacing_, refresh_, sameVolume_, ctx_.paths});
+  if (opt_.ScanArchives) {
+    // Extracts go into a folder of this run: the setting's folder, else
+    // KVtemp in the data folder's temp (the system's temp without one).
+    std::filesystem::path root =
+        !opt_.ArchiveTempFolder.empty()
+            ? std::filesystem::path(opt_.ArchiveTempFolder)
+            : (ctx_.paths ? ctx_.paths->tempFolder : std::filesystem::temp_directory_path()) /
+                  "KVtemp";
+    archiveTemp_ = std::make_unique<ArchiveTempFolder>(
+        root / std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()),
+        opt_.DeleteTempFilesAfterChecksum, ctx_.texts, ctx_.log, ctx_.run);
+    archiveTempPath_ = archiveTemp_->Folder().string();
+    cascade_->SetArchiveTempFiles(archiveTemp_.get());
+  }
 
   for (std::size_t i = 0; i < sources_.size(); ++i) {
     currentSourceNr_ = static_cast<int>(i + 1);
@@ -410,6 +435,7 @@ void SearchEngine::EndOfSearch(bool skippedCompare) {
     ShowStep(kStepSort);
     result_->SortRows();
 
+    if (archiveTemp_) stats_.FilesExtracted = archiveTemp_->FilesExtracted();
     // The statistics end with the time line; a result of files without
     // duplicates has neither.
     if (!opt_.ShowOnlyFilesWithoutDups) {
@@ -423,9 +449,13 @@ void SearchEngine::EndOfSearch(bool skippedCompare) {
       if (!Search_LogFilesWithoutDups(&error))
         ctx_.log.LogProtokoll(ctx_.texts.Get(txt::T5167, {error}), true);
     }
-    if (opt_.ScanArchives) ShowStep(kStepDeleteTemp);
+    if (opt_.ScanArchives) {
+      ShowStep(kStepDeleteTemp);
+      if (archiveTemp_) archiveTemp_->Search_DeleteTempFiles(cascade_->Files());
+    }
     ShowStep(kStepDeleteList);
     cascade_.reset();
+    if (archiveTemp_) archiveTemp_->RemoveFolderIfEmpty();
     pacing_.reset();
     currentFolder_ = nullptr;
     p.SetLabel(Label::StatusBar, "");

@@ -31,6 +31,7 @@
 
 namespace kelvor {
 
+class ArchiveTempFolder;
 struct AppPaths;
 class Cascade;
 class LongOperation;
@@ -174,6 +175,10 @@ class SearchEngine {
   std::function<void()> refresh_;
   const std::string* currentFolder_ = nullptr;
   std::unique_ptr<Cascade> cascade_;
+  // Extracts of archive members, and the folder that holds them (skipped by
+  // the walk should it lie inside a source).
+  std::unique_ptr<ArchiveTempFolder> archiveTemp_;
+  std::string archiveTempPath_;
 };
 
 }  // namespace kelvor

@@ -74,7 +74,11 @@ bool SearchEngine::Search_LogFilesWithoutDups(std::string* error) {
         headed = true;
         if (!write(ctx_.texts.Get(txt::T9228), "WriteFile1: ")) break;
       }
-      if (!write(DisplayUtf8(FullPath(r)), "WriteFile2: ")) break;
+      std::string line = FullPath(r);
+      if (r.ArchiveType != 0)  // the archive, then the member's path inside it
+        line += " --> " + (r.PathInsideZip.empty() ? "" : r.PathInsideZip + "/") +
+                GetFileNameWithExtension(r);
+      if (!write(DisplayUtf8(line), "WriteFile2: ")) break;
     }
     if (!pacing->Step(refresh)) break;
   }

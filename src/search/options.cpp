@@ -183,6 +183,7 @@ SearchOptions Init_Variablen(const SettingsStore& s, const TextCatalog& texts) {
   o.DeleteTempFilesAfterChecksum = s.GetBool(kSec, "DeleteTempFilesAfterCreateChecksum") &&
                                    ((o.CriterionContent && c.mode > 0) || o.CriterionSimilarPics);
   o.LogPasswordProtected = s.GetBool(kSec, "LogPasswordProtectedFiles");
+  o.ArchiveTempFolder = s.Get(kSec, "TempFolder");
   o.ArchiveSizeFilter = s.GetBool(kSec, "ZipSizeFilter");
   {
     std::string v = s.Get(kSec, "ZipSizeFilterSize");

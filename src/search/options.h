@@ -86,6 +86,7 @@ struct SearchOptions {
   bool ScanArchives = false;
   bool DeleteTempFilesAfterChecksum = false;
   bool LogPasswordProtected = false;
+  std::string ArchiveTempFolder;  // txtTempFolder; "" = KVtemp in the data folder's temp
   bool ArchiveSizeFilter = true;
   std::int64_t ArchiveSizeLimit = 20LL * 1048576;
   bool ShowOnlyFilesWithoutDups = false;

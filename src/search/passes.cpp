@@ -4,10 +4,11 @@
 
 #include <string>
 
+#include "archive/archive_scan.h"
+#include "archive/archive_types.h"
 #include "frame/formats.h"
 #include "frame/long_operation.h"
 #include "frame/unicode.h"
-#include "search/archive_types.h"
 #include "search/cascade.h"
 #include "search/engine.h"
 #include "search/walk.h"
@@ -19,6 +20,8 @@ bool SearchEngine::WantFolder(const DirStack& stack, const DirEntry& e, bool cou
   if (e.isLink && !opt_.FollowJunctions) return false;
   std::string name(stack.Name(e));
   std::string path = stack.Top().path + "/" + name;
+  // The folder of this run's archive extracts is never searched.
+  if (!archiveTempPath_.empty() && path == archiveTempPath_) return false;
   if (opt_.Filters.Search_CheckFolderFilter(name, path)) {
     if (!counting) ++stats_.FoldersExcluded;
     return false;
@@ -142,9 +145,50 @@ void SearchEngine::Search_GetFiles(const SourceFolder& src) {
   WalkTree(src.prefix, walk, mode);
 }
 
-void SearchEngine::Search_ScanArchive(const std::string& /*path*/, int /*type*/) {
-  // Members of archives join the search through the archive scan; until it
-  // is built an archive is only counted.
+// The members of an archive join the cascade like files of the folder the
+// archive stands in.
+void SearchEngine::Search_ScanArchive(const std::string& path, int type) {
+  MemberRules rules;
+  rules.readsContent =
+      opt_.CriterionContent || opt_.CriterionSimilarPics || opt_.CriterionSimilarAudio;
+  rules.sizeFilter = opt_.ArchiveSizeFilter;
+  rules.sizeLimit = opt_.ArchiveSizeLimit;
+  if (opt_.CriterionSimilarPics)
+    rules.onlyExtensions = kSimilarPicsExtensions;
+  else if (opt_.CriterionSimilarAudio)
+    rules.onlyExtensions = kSimilarAudioExtensions;
+  rules.logEncrypted = opt_.LogPasswordProtected;
+
+  ProgressSink& p = ctx_.progress;
+  p.SetLabel(Label::Zipdatei, DisplayUtf8(path));
+  std::int64_t seen = 0;
+  const std::function<void()> refresh = [&] {
+    refresh_();
+    p.SetLabel(Label::ZipProgress, FormatNumber(seen));
+  };
+  const std::uint8_t recordType = RecordArchiveType(type);
+  const int sourceNr = currentSourceNr_;
+  ArchiveScanHooks hooks;
+  hooks.step = [&](std::int64_t n) {
+    seen = n;
+    return pacing_->Step(refresh);
+  };
+  hooks.leftOut = [&](std::int64_t size, std::string_view name, std::string_view memberPath) {
+    return opt_.Filters.Search_CheckFileFilter(static_cast<std::uint64_t>(size), name, memberPath);
+  };
+  hooks.take = [&](std::string_view folder, std::string_view name, const ArchiveMember& m) {
+    cascade_->CheckMember(sourceNr, path, folder, name, m.size, m.dateChanged, m.dateCreated,
+                          m.attributes, recordType);
+    if (result_->DupCount() >= opt_.MaxDupCount && !Stopped()) ctx_.run.RequestStop(kStopMaxDups);
+    return !Stopped();
+  };
+  ArchiveScanCounts counts;
+  kelvor::Search_ScanArchive(path, type, rules, hooks, ctx_.texts, ctx_.log, counts);
+  stats_.ArchiveFilesChecked += counts.membersChecked;
+  stats_.FilesExcluded += counts.membersExcluded;
+  stats_.FilesExcludedSize += counts.excludedSize;
+  p.SetLabel(Label::Zipdatei, "-");
+  p.SetLabel(Label::ZipProgress, "-");
 }
 
 }  // namespace kelvor

@@ -538,5 +538,33 @@ TEST_F(HeadlessTest, NamesWithLineBreaksOrInvalidUtf8CanBeReadBackExactly) {
   EXPECT_NE(o.out.find("--null"), std::string::npos);
 }
 
+// A content search with archives on: a file and its copy inside a zip are one
+// group, and the JSON names the member's archive and its path inside; the
+// data folder keeps no extract of a member without duplicates.
+TEST_F(HeadlessTest, JsonNamesArchiveMembers) {
+  if (::access("/usr/bin/zip", X_OK) != 0) GTEST_SKIP() << "zip is needed";
+  tmp_.Write("tree/song.mp3", std::string(3000, 's'));
+  tmp_.Write("pack/music/song.mp3", std::string(3000, 's'));
+  tmp_.Write("pack/music/solo.mp3", std::string(3000, 'o'));
+  const std::string zip = "cd '" + (tmp_.path() / "pack").string() + "' && zip -qr '" +
+                          (tree_ / "box.zip").string() + "' . >/dev/null 2>&1";
+  ASSERT_EQ(std::system(zip.c_str()), 0);
+  tmp_.Write("kdata/config4.ini",
+             "[DupVerz]\nScanArchives=1\nScanArchive=1111111111111111\nContentCompare=2\n");
+  Outcome o = Kelvor({"--headless", "--json", "-s3", tree_.string()});
+  ASSERT_EQ(o.code, 0) << o.err;
+  nlohmann::json doc = nlohmann::json::parse(o.out);
+  ASSERT_EQ(doc["groups"].size(), 1u) << o.out;
+  std::set<std::string> members;
+  for (const auto& f : doc["groups"][0]["files"])
+    if (f.contains("archive"))
+      members.insert(f["archive"].get<std::string>() + " | " + f["inner_path"].get<std::string>());
+  EXPECT_EQ(members, (std::set<std::string>{(tree_ / "box.zip").string() + " | music/song.mp3"}));
+  std::error_code ec;
+  for (fs::recursive_directory_iterator it(data_ / "temp", ec), end; !ec && it != end;
+       it.increment(ec))
+    EXPECT_EQ(it->path().filename().string().find("solo"), std::string::npos) << it->path();
+}
+
 }  // namespace
 }  // namespace kelvor

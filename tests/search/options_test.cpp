@@ -9,7 +9,7 @@
 
 #include "frame/settings_store.h"
 #include "frame/texts.h"
-#include "search/archive_types.h"
+#include "archive/archive_types.h"
 #include "search/command_line.h"
 #include "search/options.h"
 #include "search/source_folders.h"

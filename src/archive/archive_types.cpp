@@ -1,7 +1,8 @@
-#include "search/archive_types.h"
+#include "archive/archive_types.h"
 
 #include <string>
 
+#include "frame/texts.h"
 #include "frame/unicode.h"
 
 namespace kelvor {
@@ -54,6 +55,39 @@ int ArchiveTypeOf(std::string_view fileName, const std::array<bool, 17>& enabled
       type = 6;
   }
   return type > 0 && enabled[type] ? type : 0;
+}
+
+std::string_view ArchiveTypeName(int listType) {
+  return listType >= 1 && listType <= 16 ? kTypes[listType - 1] : std::string_view();
+}
+
+std::vector<std::string> ArchiveLogHeaderLines(const std::array<bool, 17>& types, bool sizeFilter,
+                                               std::int64_t sizeLimit, const TextCatalog& texts) {
+  std::vector<std::string> lines;
+  std::string list;
+  for (int i = 1; i <= 16; ++i) {
+    if (!types[i]) continue;
+    if (!list.empty()) list += ", ";
+    list += ArchiveTypeName(i);
+  }
+  lines.push_back(texts.Get(txt::T5173, {texts.Get(txt::T9584) + ": " + list}));
+  if (sizeFilter) {
+    const bool mb = sizeLimit % 1048576 == 0;
+    const std::string limit =
+        std::to_string(sizeLimit / (mb ? 1048576 : 1024)) + (mb ? " MB" : " KB");
+    lines.push_back(texts.Get(txt::T5173, {texts.Get(txt::T9585) + " " + limit}));
+  }
+  return lines;
+}
+
+std::uint8_t RecordArchiveType(int listType) {
+  if (listType < 1 || listType > 16) return 0;
+  return static_cast<std::uint8_t>(listType <= 2 ? listType : listType + 1);
+}
+
+int ListTypeOfRecord(std::uint8_t archiveType) {
+  if (archiveType == 0 || archiveType == 3 || archiveType > 17) return 0;
+  return archiveType <= 2 ? archiveType : archiveType - 1;
 }
 
 }  // namespace kelvor

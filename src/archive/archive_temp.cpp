@@ -1,0 +1,176 @@
+#include "archive/archive_temp.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "archive/archive_reader.h"
+#include "archive/archive_types.h"
+#include "data/file_record_collection.h"
+#include "data/file_system.h"
+#include "frame/error_text.h"
+#include "frame/log.h"
+#include "frame/run_state.h"
+#include "frame/texts.h"
+
+namespace kelvor {
+
+namespace {
+
+// The member's path inside its archive.
+std::string MemberPath(const FileRecord& rec) {
+  std::string name = GetFileNameWithExtension(rec);
+  return rec.PathInsideZip.empty() ? name : rec.PathInsideZip + "/" + name;
+}
+
+// A file name that is safe inside the temporary folder: never a path, never
+// "." or "..", never empty, not longer than a file system takes.
+std::string SafeName(std::string name) {
+  for (char& c : name)
+    if (c == '/' || c == '\0') c = '_';
+  if (name.empty() || name == "." || name == "..") name = "member";
+  if (name.size() > 200) name.erase(0, name.size() - 200);
+  return name;
+}
+
+bool WriteAll(int fd, const char* data, std::size_t n) {
+  while (n > 0) {
+    ssize_t w = ::write(fd, data, n);
+    if (w < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    data += w;
+    n -= static_cast<std::size_t>(w);
+  }
+  return true;
+}
+
+}  // namespace
+
+ArchiveTempFolder::ArchiveTempFolder(std::filesystem::path folder, bool deleteAfterChecksum,
+                                     const TextCatalog& texts, Logger& log, RunState& run)
+    : folder_(std::move(folder)),
+      deleteAfterChecksum_(deleteAfterChecksum),
+      texts_(texts),
+      log_(log),
+      run_(run) {}
+
+std::string ArchiveTempFolder::Search_GetArchiveTempFileName() {
+  return std::to_string(++counter_) + "_";
+}
+
+std::string ArchiveTempFolder::TempPath(const FileRecord& rec) const {
+  if (rec.ArchiveTempFileNr.empty()) return {};
+  return (folder_ / rec.ArchiveTempFileNr).string();
+}
+
+bool ArchiveTempFolder::CreateTempFile(FileRecord& rec, const std::string& archivePath,
+                                       std::string* pathToRead) {
+  if (!rec.ArchiveTempFileNr.empty()) {
+    *pathToRead = TempPath(rec);
+    return true;
+  }
+  const std::string member = MemberPath(rec);
+  const std::string tempName =
+      Search_GetArchiveTempFileName() + SafeName(GetFileNameWithExtension(rec));
+  const std::string tempPath = (folder_ / tempName).string();
+  std::string error = Extract(rec, archivePath, tempPath);
+  const std::int32_t state = run_.SearchState.load(std::memory_order_relaxed);
+  if (state == kStopBar2) {
+    // The user skipped this one extraction; the search goes on.
+    log_.LogProtokoll(texts_.Get(txt::T5392, {member, archivePath}));
+    run_.SearchState.store(kRunning, std::memory_order_relaxed);
+    return false;
+  }
+  if (state == kStopRequested) return false;
+  if (!error.empty()) {
+    log_.LogProtokoll(texts_.Get(txt::T9583, {member, archivePath, error}), true);
+    return false;
+  }
+  rec.ArchiveTempFileNr = tempName;
+  ++filesExtracted_;
+  *pathToRead = tempPath;
+  return true;
+}
+
+// Writes the member into `tempPath`; "" on success. Whatever goes wrong,
+// no partial file stays behind.
+std::string ArchiveTempFolder::Extract(const FileRecord& rec, const std::string& archivePath,
+                                       const std::string& tempPath) {
+  std::string error;
+  if (!folderMade_) {
+    if (!xCreatePath_W(folder_.string(), &error)) return error;
+    folderMade_ = true;
+  }
+  int fd = xCreateNewFile_W(tempPath, &error);
+  if (fd < 0) return error;
+  bool writeFailed = false;
+  int writeErrno = 0;
+  auto sink = [&](const char* data, std::size_t n) {
+    const std::int32_t state = run_.SearchState.load(std::memory_order_relaxed);
+    if (state == kStopRequested || state == kStopBar2) return false;
+    if (!WriteAll(fd, data, n)) {
+      writeFailed = true;
+      writeErrno = errno;
+      return false;
+    }
+    return true;
+  };
+  ArchiveOutcome out =
+      cursor_.Read(archivePath, ListTypeOfRecord(rec.ArchiveType), MemberPath(rec), rec.SIZE, sink);
+  if (::close(fd) != 0 && !writeFailed) {
+    writeFailed = true;
+    writeErrno = errno;
+  }
+  if (writeFailed) {
+    error = std::string("write error: ") + ErrorText(writeErrno);
+  } else {
+    switch (out.status) {
+      case ArchiveStatus::Ok:
+        break;
+      case ArchiveStatus::Stopped:
+        error = "stopped";
+        break;
+      case ArchiveStatus::Encrypted:
+        error = texts_.Get(txt::T5323);
+        break;
+      case ArchiveStatus::MemberMissing:
+        error = "unknown error";
+        break;
+      default:
+        error = out.error.empty() ? "unknown error" : out.error;
+        break;
+    }
+  }
+  if (!error.empty()) xDeleteFile_W(tempPath);
+  return error;
+}
+
+bool ArchiveTempFolder::DeleteTempFile(const FileRecord& rec) {
+  if (!deleteAfterChecksum_ || rec.ArchiveTempFileNr.empty()) return false;
+  const std::string path = TempPath(rec);
+  std::string error;
+  if (xDeleteFile_W(path, &error)) return true;
+  log_.LogProtokoll(texts_.Get(txt::T5331, {path, error}), true);
+  return false;
+}
+
+void ArchiveTempFolder::Search_DeleteTempFiles(CStringCollection2& files) {
+  cursor_.Close();
+  for (std::int32_t i = 1; i <= files.Count(); ++i) {
+    FileRecord r = files.Record(i);
+    if (r.ArchiveType == 0 || r.GroupID != -1 || r.ArchiveTempFileNr.empty()) continue;
+    std::string error;
+    const std::string path = TempPath(r);
+    if (!xDeleteFile_W(path, &error) && xExistFile_W(path))
+      log_.LogProtokoll(texts_.Get(txt::T5331, {path, error}), true);
+  }
+}
+
+void ArchiveTempFolder::RemoveFolderIfEmpty() {
+  if (folderMade_ && xDirEmpty_W(folder_.string())) xDeleteFolderR_W(folder_.string());
+}
+
+}  // namespace kelvor

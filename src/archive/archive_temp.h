@@ -1,0 +1,61 @@
+#pragma once
+// Temporary files of archive members: when a comparison needs a member's
+// bytes, the member is extracted once into the run's temporary folder under
+// a name of its own ("<counter>_<name>"), whatever its path inside the
+// archive says, and the extract stands in for it. A failed or stopped
+// extraction leaves no partial file. The end of a run deletes the extracts
+// of members that found no duplicate (Search_DeleteTempFiles).
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include "archive/archive_reader.h"
+#include "compare/content.h"
+
+namespace kelvor {
+
+class CStringCollection2;
+class Logger;
+struct RunState;
+class TextCatalog;
+
+class ArchiveTempFolder final : public ArchiveTempFiles {
+ public:
+  // `folder` is made when the first member is extracted.
+  // `deleteAfterChecksum`: chkZipDeleteTempFilesAfterCreateChecksum.
+  ArchiveTempFolder(std::filesystem::path folder, bool deleteAfterChecksum,
+                    const TextCatalog& texts, Logger& log, RunState& run);
+
+  bool CreateTempFile(FileRecord& rec, const std::string& archivePath,
+                      std::string* pathToRead) override;
+  bool DeleteTempFile(const FileRecord& rec) override;
+
+  // The end-of-run sweep over the records: extracts of members in no group
+  // are deleted; those of grouped members stay for the result's commands.
+  void Search_DeleteTempFiles(CStringCollection2& files);
+  // Removes the temporary folder again when nothing is left in it.
+  void RemoveFolderIfEmpty();
+
+  std::int32_t FilesExtracted() const { return filesExtracted_; }
+  const std::filesystem::path& Folder() const { return folder_; }
+  // The path of a record's extract ("" when it has none).
+  std::string TempPath(const FileRecord& rec) const;
+
+ private:
+  std::string Search_GetArchiveTempFileName();
+  std::string Extract(const FileRecord& rec, const std::string& archivePath,
+                      const std::string& tempPath);
+
+  ArchiveCursor cursor_;  // the archive being read, kept open between members
+  std::filesystem::path folder_;
+  bool deleteAfterChecksum_;
+  const TextCatalog& texts_;
+  Logger& log_;
+  RunState& run_;
+  std::int32_t counter_ = 0;  // ArchiveTempCounter
+  std::int32_t filesExtracted_ = 0;
+  bool folderMade_ = false;
+};
+
+}  // namespace kelvor

@@ -1,0 +1,375 @@
+// Archive members as files of a search, on real archives made by zip, 7-Zip
+// and bsdtar in temporary folders: what the listing sees, which members a
+// search takes, their rows, the counters and the log lines.
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "archive/archive_reader.h"
+#include "archive/archive_types.h"
+#include "frame/log.h"
+#include "frame/run_state.h"
+#include "frame/settings_store.h"
+#include "frame/texts.h"
+#include "results/result_model.h"
+#include "search/engine.h"
+#include "search/search_test_support.h"
+#include "search/source_folders.h"
+#include "support/temp_tree.h"
+
+namespace kelvor {
+namespace {
+
+namespace fs = std::filesystem;
+using test::Group;
+using test::Groups;
+using test::TempDir;
+
+std::string SevenZip() {
+  for (const char* p : {"/usr/bin/7zz", "/usr/bin/7z"})
+    if (::access(p, X_OK) == 0) return p;
+  return {};
+}
+
+// Runs a shell command in `dir`; fails the test when it fails.
+void Sh(const fs::path& dir, const std::string& command) {
+  const std::string line = "cd '" + dir.string() + "' && ( " + command + " ) >/dev/null 2>&1";
+  ASSERT_EQ(std::system(line.c_str()), 0) << command;
+}
+
+class ArchiveTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (SevenZip().empty() || ::access("/usr/bin/bsdtar", X_OK) != 0 ||
+        ::access("/usr/bin/zip", X_OK) != 0)
+      GTEST_SKIP() << "zip, 7-Zip and bsdtar are needed";
+    tree_ = tmp_.Mkdir("tree");
+    work_ = tmp_.Mkdir("work");
+    data_ = tmp_.Mkdir("data");
+    logger_ = std::make_unique<Logger>(data_ / "Kelvor4.txt", data_ / "run.txt",
+                                       data_ / "lastsearch.txt");
+    // Archives on, every type of the list.
+    settings_.SetBool("DupVerz", "ScanArchives", true);
+    settings_.Set("DupVerz", "ScanArchive", std::string(16, '1'));
+    settings_.Set("DupVerz", "TempFolder", (tmp_ / "extracts").string());
+  }
+
+  // Files below work/<folder> for an archive.
+  void Member(const std::string& rel, const std::string& content) {
+    tmp_.Write("work/" + rel, content);
+  }
+  // Packs work/<folder> with `command` (run inside it) into tree/<archive>.
+  void Pack(const std::string& folder, const std::string& command) { Sh(work_ / folder, command); }
+  std::string Tree(const std::string& rel) const { return (tree_ / rel).string(); }
+
+  void Criteria(std::initializer_list<int> on) { test::OnlyCriteria(settings_, on); }
+
+  void Run() {
+    SourceFolderRow r;
+    r.path = tree_.string();
+    engine_ = std::make_unique<SearchEngine>(SearchContext{
+        Init_Variablen(settings_, texts_), texts_, *logger_, progress_, prompt_, run_});
+    EXPECT_TRUE(engine_->Search_Start({r}));
+  }
+
+  // The groups, each file below the tree; a member as
+  // "<archive>!<folder inside>/<name>".
+  Groups Found() const {
+    ResultModel& r = engine_->Result();
+    const std::string prefix = tree_.string() + "/";
+    Groups out;
+    r.ForEachGroup([&](RowRef g) {
+      Group files;
+      r.ForEachFile(g, [&](RowRef f) {
+        std::string p = r.File_GetPathFromNode(f);
+        if (p.rfind(prefix, 0) == 0) p.erase(0, prefix.size());
+        if (r.HasCell(f, CellKey::archiv)) {
+          const std::size_t slash = p.rfind('/');
+          const std::string inner = CellAsText(r.Cell(f, CellKey::pathA));
+          p = p.substr(0, slash) + "!" + (inner.empty() ? "" : inner + "/") + p.substr(slash + 1);
+        }
+        files.insert(p);
+        return true;
+      });
+      out.insert(files);
+      return true;
+    });
+    return out;
+  }
+
+  std::string RunLog() const { return test::ReadUtf16File(data_ / "run.txt"); }
+  bool Logged(const std::string& line) const { return RunLog().find(line) != std::string::npos; }
+  std::vector<fs::path> Extracts() const {
+    std::vector<fs::path> out;
+    std::error_code ec;
+    for (fs::recursive_directory_iterator it(tmp_ / "extracts", ec), end; !ec && it != end;
+         it.increment(ec))
+      if (it->is_regular_file()) out.push_back(it->path());
+    return out;
+  }
+
+  TempDir tmp_;
+  fs::path tree_, work_, data_;
+  SettingsStore settings_;
+  TextCatalog texts_;
+  std::unique_ptr<Logger> logger_;
+  ProgressSink progress_;
+  test::SilentPrompt prompt_;
+  RunState run_;
+  std::unique_ptr<SearchEngine> engine_;
+};
+
+// What the listing of each kind of archive gives: inner paths with "/",
+// folders marked, sizes from the headers.
+TEST_F(ArchiveTest, ListsTheMembersOfEveryReadableType) {
+  Member("m/photo.jpg", "JPEGDATA");
+  Member("m/sub/deep/note.txt", "a note");
+  const std::string z = SevenZip();
+  Pack("m", "zip -qr " + Tree("a.zip") + " .");
+  Pack("m", z + " a -bd " + Tree("a.7z") + " .");
+  Pack("m", "bsdtar -cf " + Tree("a.tar") + " .");
+  Pack("m", "bsdtar -czf " + Tree("a.tgz.tar") + " .");
+  Pack("m", "bsdtar --format iso9660 -cf " + Tree("a.iso") + " .");
+  Pack("m", "zip -qr " + Tree("a.epub") + " .");
+  Pack("m", "zip -qr " + Tree("a.cbz") + " .");
+  Pack("m", z + " a -bd -v1k " + Tree("split.7z") + " .");
+
+  for (const char* name :
+       {"a.zip", "a.7z", "a.tar", "a.tgz.tar", "a.iso", "a.epub", "a.cbz", "split.7z.001"}) {
+    SCOPED_TRACE(name);
+    std::array<bool, 17> all{};
+    all.fill(true);
+    const int type = ArchiveTypeOf(name, all);
+    ASSERT_GT(type, 0);
+    std::map<std::string, std::int64_t> files;
+    ArchiveOutcome out = ListArchive(Tree(name), type, [&](const ArchiveMember& m) {
+      if (!m.isFolder) files[m.path] = m.size;
+      return true;
+    });
+    EXPECT_EQ(out.status, ArchiveStatus::Ok) << out.error;
+    std::map<std::string, std::int64_t> want{{"photo.jpg", 8}, {"sub/deep/note.txt", 6}};
+    EXPECT_EQ(files, want);
+  }
+
+  // A gz file holds one member named after it.
+  Sh(work_, "printf 'abc' > one.txt && gzip one.txt && mv one.txt.gz " + Tree("one.txt.gz"));
+  std::vector<ArchiveMember> gz;
+  ArchiveOutcome out = ListArchive(Tree("one.txt.gz"), 7, [&](const ArchiveMember& m) {
+    gz.push_back(m);
+    return true;
+  });
+  EXPECT_EQ(out.status, ArchiveStatus::Ok);
+  ASSERT_EQ(gz.size(), 1u);
+  EXPECT_EQ(gz[0].path, "one.txt");
+  EXPECT_EQ(gz[0].size, 3);
+}
+
+// A file in a folder and the same file in a zip, a 7z and a tar archive meet
+// in a search by name and size; members carry the archive as their path and
+// their folder inside it.
+TEST_F(ArchiveTest, MembersMeetFilesByNameAndSize) {
+  tmp_.Write("tree/photos/cat.jpg", "MEOWMEOW");
+  tmp_.Write("tree/other.txt", "x");
+  Member("z/2023/cat.jpg", "MEOWMEOW");
+  Member("z/2023/dog.jpg", "WOOF");
+  Member("t/cat.jpg", "MEOWMEOW");
+  Pack("z", "zip -qr " + Tree("backup.zip") + " .");
+  Pack("z", SevenZip() + " a -bd " + Tree("old/backup.7z") + " .");
+  Pack("t", "bsdtar -cf " + Tree("flat.tar") + " cat.jpg");
+  Criteria({kCritName, kCritExtension, kCritSize});
+  Run();
+
+  EXPECT_EQ(Found(), (Groups{{"photos/cat.jpg", "backup.zip!2023/cat.jpg",
+                              "old/backup.7z!2023/cat.jpg", "flat.tar!cat.jpg"},
+                             {"backup.zip!2023/dog.jpg", "old/backup.7z!2023/dog.jpg"}}));
+  const SearchStatistics& s = engine_->Stats();
+  EXPECT_EQ(s.ArchivesSearched, 3);
+  EXPECT_EQ(s.ArchivesTotal, 3);
+  EXPECT_EQ(s.ArchiveFilesChecked, 5);
+  EXPECT_TRUE(Logged("Durchsuchte Archive: 3"));
+  EXPECT_TRUE(Logged("Dateien aus Archiven: 5"));
+  EXPECT_EQ(s.DupCount, 6);
+  // The log's header names the archive types searched and the size filter.
+  EXPECT_TRUE(
+      Logged("Option: Archivdateien durchsuchen: zip, rar, 7z, iso, cab, tar, gz, epub, "
+             "cbr, nrg, lzh, lha, arj, cbz, cb7, cbt"));
+  EXPECT_TRUE(Logged("Option: Ignoriere Dateien in Archiven ab einer Größe von 20 MB"));
+  // The member rows carry the archive type of their archive.
+  ResultModel& r = engine_->Result();
+  std::set<std::int64_t> types;
+  r.ForEachGroup([&](RowRef g) {
+    r.ForEachFile(g, [&](RowRef f) {
+      if (r.HasCell(f, CellKey::archiv))
+        types.insert(std::get<std::int64_t>(r.Cell(f, CellKey::archiv)));
+      return true;
+    });
+    return true;
+  });
+  EXPECT_EQ(types, (std::set<std::int64_t>{1, 4, 7}));
+
+  // With archives off the members are not searched.
+  settings_.SetBool("DupVerz", "ScanArchives", false);
+  Run();
+  EXPECT_EQ(Found(), Groups{});
+  EXPECT_EQ(engine_->Stats().ArchiveFilesChecked, 0);
+}
+
+// Archives that cannot be read are named in the log, and the search goes on
+// with the files around them.
+TEST_F(ArchiveTest, UnreadableDamagedAndLockedArchivesAreLogged) {
+  tmp_.Write("tree/a.txt", "same");
+  tmp_.Write("tree/b/a.txt", "same");
+  Member("m/x.txt", "hello");
+  Member("m/sub/y.txt", "world, a longer text so that the archive has some length");
+  Pack("m", "zip -qr " + Tree("whole.zip") + " .");
+  // Cut in its second member: the first header still reads.
+  Sh(tree_, "head -c $(( $(stat -c %s whole.zip) / 2 )) whole.zip > cut.zip");
+  tmp_.Write("tree/fake.arj", "this is no archive at all");
+  Pack("m", SevenZip() + " a -bd -pSecret -mhe=on " + Tree("locked.7z") + " .");
+  Criteria({kCritName, kCritSize});
+  Run();
+
+  // The members read before the damage take part.
+  EXPECT_EQ(Found(), (Groups{{"a.txt", "b/a.txt"},
+                             {"cut.zip!x.txt", "whole.zip!x.txt"},
+                             {"cut.zip!sub/y.txt", "whole.zip!sub/y.txt"}}));
+  EXPECT_TRUE(Logged("INFO: Es konnten keine Dateien in der Archivdatei '" + Tree("fake.arj") +
+                     "' gefunden werden! (Falsche Dateiendung?)"));
+  EXPECT_TRUE(Logged("INFO: Die Archivdatei '" + Tree("locked.7z") +
+                     "' ist mit einem Passwort geschützt und kann nicht durchsucht werden!"));
+  // The damaged archive: libarchive's own reason behind the read error text.
+  const std::string log = RunLog();
+  EXPECT_NE(log.find("Beim Lesen von Datei '" + Tree("cut.zip") + "' ist ein Fehler aufgetreten: "),
+            std::string::npos)
+      << log;
+  EXPECT_EQ(engine_->Stats().ArchivesSearched, 4);
+}
+
+// An encrypted member: kept by a search that does not read content, left out
+// (and logged on request) by one that does.
+TEST_F(ArchiveTest, EncryptedMembersCountOnlyWhereNoContentIsRead) {
+  tmp_.Write("tree/secret.txt", "classified");
+  Member("e/secret.txt", "classified");
+  Pack("e", "zip -q -P pw " + Tree("vault.zip") + " secret.txt");
+  Criteria({kCritName, kCritSize});
+  Run();
+  EXPECT_EQ(Found(), (Groups{{"secret.txt", "vault.zip!secret.txt"}}));
+
+  Criteria({kCritContent});
+  settings_.SetBool("DupVerz", "LogPasswordProtectedFiles", true);
+  Run();
+  EXPECT_EQ(Found(), Groups{});
+  EXPECT_TRUE(Logged("INFO: Die Datei 'secret.txt' aus dem Archiv '" + Tree("vault.zip") +
+                     "' ist mit einem Passwort geschützt und kann nicht entpackt werden!"));
+  EXPECT_EQ(engine_->Stats().FilesExcluded, 1);
+}
+
+// The rules a member passes before the cascade: the archive size filter,
+// the file filter on the member's path inside the archive, folders.
+TEST_F(ArchiveTest, MemberRulesAndThePathFilter) {
+  tmp_.Write("tree/keep.txt", "k");
+  tmp_.Write("tree/big.bin", std::string(2048, 'b'));
+  Member("m/inner/keep.txt", "k");
+  Member("m/skip/keep.txt", "k");
+  Member("m/big.bin", std::string(2048, 'b'));
+  Sh(work_ / "m", "mkdir -p empty/folder");
+  Pack("m", "zip -qr " + Tree("a.zip") + " .");
+  Criteria({kCritContent});
+  settings_.SetBool("DupVerz", "ZipSizeFilter", true);
+  settings_.Set("DupVerz", "ZipSizeFilterSize", "2");  // 2 KiB: the 2048-byte member is out
+  settings_.Set("DupVerz", "ZipSizeFilterTyp", "1");
+  // An excluding file filter on a path inside the archive.
+  settings_.SetBool("Dateifilter", "Verwenden", true);
+  settings_.Set("DupFilter", "F0", "skip/keep.txt");
+  settings_.SetInt("DupFilter", "C0", 1);
+  settings_.Set("DupFilter", "Filtertyp", "0");  // what matches is left out
+  Run();
+  EXPECT_EQ(Found(), (Groups{{"keep.txt", "a.zip!inner/keep.txt"}}));
+  const SearchStatistics& s = engine_->Stats();
+  EXPECT_EQ(s.ArchiveFilesChecked, 3);
+  EXPECT_EQ(s.FilesExcluded, 2);
+  EXPECT_EQ(s.FilesExcludedSize, 2048 + 1);
+  EXPECT_TRUE(Logged("Option: Ignoriere Dateien in Archiven ab einer Größe von 2 KB"));
+  EXPECT_TRUE(Logged("Dateien ausgeschlossen: 2 ("));
+}
+
+// In a content search the members are read: a photo in a folder, in a zip
+// and in a 7z archive is one group; extracts of members without a duplicate
+// do not stay behind.
+TEST_F(ArchiveTest, ContentSearchReadsMembers) {
+  const std::string photo(5000, 'p');
+  std::string other = photo;
+  other[4000] = 'q';
+  tmp_.Write("tree/pics/photo.jpg", photo);
+  Member("z/photo.jpg", photo);
+  Member("z/lonely.jpg", other);
+  Member("s/x/renamed.jpg", photo);
+  Member("s/x/also.jpg", std::string(5000, 'r'));
+  Pack("z", "zip -qr " + Tree("a.zip") + " .");
+  Pack("s", SevenZip() + " a -bd " + Tree("b.7z") + " .");
+  Criteria({kCritContent});
+  settings_.Set("DupVerz", "ContentCompare", "2");
+  Run();
+  EXPECT_EQ(Found(), (Groups{{"pics/photo.jpg", "a.zip!photo.jpg", "b.7z!x/renamed.jpg"}}));
+  EXPECT_GT(engine_->Stats().FilesExtracted, 0);
+  EXPECT_TRUE(Logged("Entpackte Dateien: "));
+  // Only grouped members may keep their extracts, never inside the tree.
+  for (const fs::path& p : Extracts())
+    EXPECT_EQ(p.filename().string().find("lonely"), std::string::npos) << p;
+  EXPECT_FALSE(fs::exists(tree_ / "photo.jpg"));
+
+  // With the extracts deleted after their checksums nothing stays at all.
+  fs::remove_all(tmp_ / "extracts");
+  settings_.SetBool("DupVerz", "DeleteTempFilesAfterCreateChecksum", true);
+  Run();
+  EXPECT_EQ(Found(), (Groups{{"pics/photo.jpg", "a.zip!photo.jpg", "b.7z!x/renamed.jpg"}}));
+  EXPECT_TRUE(Extracts().empty());
+}
+
+// Members whose names point out of any folder ("../", absolute paths) are
+// extracted under safe names inside the temporary folder, nowhere else.
+TEST_F(ArchiveTest, MemberNamesNeverChooseWhereExtractsGo) {
+  const std::string text(3000, 'e');
+  tmp_.Write("tree/outside.txt", text);
+  tmp_.Write("tree/etc/passwd", text);
+  Member("outside.txt", text);
+  Member("m/etc/passwd", text);
+  Pack("m", "bsdtar -P -cf " + Tree("evil.tar") + " ../outside.txt " +
+                (work_ / "m/etc/passwd").string());
+  Criteria({kCritContent});
+  settings_.Set("DupVerz", "ContentCompare", "0");  // side by side: the extracts stay while grouped
+  Run();
+  const std::string abs = (work_ / "m/etc").string().substr(1);
+  EXPECT_EQ(Found(), (Groups{{"outside.txt", "etc/passwd", "evil.tar!../outside.txt",
+                              "evil.tar!" + abs + "/passwd"}}));
+  std::set<std::string> names;
+  for (const fs::path& p : Extracts()) {
+    EXPECT_EQ(p.parent_path().parent_path(), tmp_ / "extracts") << p;
+    names.insert(p.filename().string().substr(p.filename().string().find('_') + 1));
+  }
+  EXPECT_EQ(names, (std::set<std::string>{"outside.txt", "passwd"}));
+  EXPECT_FALSE(fs::exists(tmp_ / "outside.txt"));
+  EXPECT_FALSE(fs::exists(tmp_ / "extracts" / "outside.txt"));
+}
+
+// Byte by byte the extracts are compared side by side the same way.
+TEST_F(ArchiveTest, SideBySideComparesExtracts) {
+  tmp_.Write("tree/doc.txt", "identical text");
+  Member("z/doc.txt", "identical text");
+  Member("z/near.txt", "identical texT");
+  Pack("z", "bsdtar --format zip -cf " + Tree("a.zip") + " .");
+  Criteria({kCritContent});
+  settings_.Set("DupVerz", "ContentCompare", "0");
+  Run();
+  EXPECT_EQ(Found(), (Groups{{"doc.txt", "a.zip!doc.txt"}}));
+}
+
+}  // namespace
+}  // namespace kelvor
