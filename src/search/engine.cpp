@@ -487,11 +487,12 @@ void SearchEngine::LogStatistics() {
     closingMessage_ = t.Get(
         txt::T3687, {FormatNumber(stats_.FoldersSearched), FormatNumber(stats_.FilesChecked)});
   } else {
+    // Members are files of the search as much as the files on disk: the
+    // share of duplicates is taken over both, so it stays within 100%.
+    const double total = static_cast<double>(stats_.FilesTotal) + stats_.ArchiveFilesTotal;
     double percent =
-        stats_.FilesTotal > 0
-            ? std::trunc(std::round(result_->DupCount() / (stats_.FilesTotal / 100.0) * 100.0) /
-                         100.0)
-            : 0;
+        total > 0 ? std::trunc(std::round(result_->DupCount() / (total / 100.0) * 100.0) / 100.0)
+                  : 0;
     closingMessage_ =
         t.Get(txt::T3688, {FormatNumber(result_->DupCount()), fmt::format("{}", percent),
                            FormatFileSize(result_->FilesizeAll(), true, t)});

@@ -184,6 +184,9 @@ void SearchEngine::Search_ScanArchive(const std::string& path, int type) {
   };
   ArchiveScanCounts counts;
   kelvor::Search_ScanArchive(path, type, rules, hooks, ctx_.texts, ctx_.log, counts);
+  // The counting pass opens no archive, so the members found become part of
+  // the total as each archive is listed; a stopped listing adds what it saw.
+  stats_.ArchiveFilesTotal += counts.membersChecked;
   stats_.ArchiveFilesChecked += counts.membersChecked;
   stats_.FilesExcluded += counts.membersExcluded;
   stats_.FilesExcludedSize += counts.excludedSize;

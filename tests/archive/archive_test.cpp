@@ -373,3 +373,46 @@ TEST_F(ArchiveTest, SideBySideComparesExtracts) {
 
 }  // namespace
 }  // namespace kelvor
+
+namespace kelvor {
+namespace {
+
+// The counting pass opens no archive; the members found by the listing join
+// the totals, so the share of duplicates is taken over files and members.
+TEST_F(ArchiveTest, DuplicateShareCountsTheMembers) {
+  for (int i = 0; i < 10; ++i) Member("z/copy" + std::to_string(i) + ".txt", "same text");
+  Pack("z", "zip -qr " + Tree("many.zip") + " .");
+  Criteria({kCritSize});
+  Run();
+  EXPECT_EQ(engine_->Stats().ArchiveFilesTotal, 10);
+  EXPECT_EQ(engine_->Stats().ArchiveFilesChecked, 10);
+  // 10 duplicates among the zip and its 10 members: 90%, never 1000%.
+  EXPECT_TRUE(Logged("Duplikate: 10 (90%)")) << RunLog();
+  EXPECT_TRUE(Logged("Dateien aus Archiven: 10")) << RunLog();
+  EXPECT_FALSE(Logged("Dateien aus Archiven: 10 /")) << RunLog();
+}
+
+// A picture in a folder and the same picture inside a zip are similar
+// pictures: the member is measured through its extract, not its archive.
+TEST_F(ArchiveTest, SimilarPicturesMeasureMembersThroughTheirExtracts) {
+  if (::access("/usr/bin/convert", X_OK) != 0) GTEST_SKIP() << "ImageMagick is needed";
+  Sh(work_, "mkdir -p z && convert -size 256x192 -seed 7 plasma:fractal -quality 92 z/photo.jpg");
+  Sh(work_, "convert -size 256x192 -seed 8 plasma:fractal -quality 92 z/other.jpg");
+  fs::copy_file(work_ / "z/photo.jpg", tree_ / "photo.jpg");
+  Pack("z", "zip -qr " + Tree("pics.zip") + " .");
+  Criteria({kCritSimilarPics});
+  settings_.Set("DupVerz", "SimiliarImagesAlgo", "2");
+  settings_.Set("DupVerz", "SimilarPicsThumbSizeIndex", "1");
+  settings_.Set("DupVerz", "SimilarPicsMatchPercent", "91");
+  Run();
+  EXPECT_EQ(Found(), (Groups{{"photo.jpg", "pics.zip!photo.jpg"}})) << RunLog();
+  EXPECT_GT(engine_->Stats().FilesExtracted, 0);
+  // The archive itself is never read as a picture.
+  EXPECT_FALSE(Logged("pics.zip'")) << RunLog();
+  // Only the grouped member keeps its extract.
+  for (const fs::path& p : Extracts())
+    EXPECT_NE(p.filename().string().find("photo.jpg"), std::string::npos) << p;
+}
+
+}  // namespace
+}  // namespace kelvor
