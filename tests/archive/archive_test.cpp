@@ -22,6 +22,7 @@
 #include "search/engine.h"
 #include "search/search_test_support.h"
 #include "search/source_folders.h"
+#include "support/audio_samples.h"
 #include "support/temp_tree.h"
 
 namespace kelvor {
@@ -74,8 +75,10 @@ class ArchiveTest : public ::testing::Test {
   void Run() {
     SourceFolderRow r;
     r.path = tree_.string();
-    engine_ = std::make_unique<SearchEngine>(SearchContext{
-        Init_Variablen(settings_, texts_), texts_, *logger_, progress_, prompt_, run_});
+    SearchOptions o = Init_Variablen(settings_, texts_);
+    o.FingerprintTool = "/usr/bin/fpcalc";
+    engine_ = std::make_unique<SearchEngine>(
+        SearchContext{std::move(o), texts_, *logger_, progress_, prompt_, run_});
     EXPECT_TRUE(engine_->Search_Start({r}));
   }
 
@@ -412,6 +415,22 @@ TEST_F(ArchiveTest, SimilarPicturesMeasureMembersThroughTheirExtracts) {
   // Only the grouped member keeps its extract.
   for (const fs::path& p : Extracts())
     EXPECT_NE(p.filename().string().find("photo.jpg"), std::string::npos) << p;
+}
+
+// Similar music likewise: a tune in a folder and in a zip are one group,
+// another tune in the zip stays out.
+TEST_F(ArchiveTest, SimilarMusicMeasuresMembersThroughTheirExtracts) {
+  const test::AudioSamples& s = test::SharedAudioSamples();
+  if (!s.problem.empty()) GTEST_SKIP() << "test audio: " << s.problem;
+  fs::create_directories(work_ / "z");
+  fs::copy_file(s.dir / "tune.wav", tree_ / "tune.wav");
+  fs::copy_file(s.dir / "tune.flac", work_ / "z/tune.flac");
+  fs::copy_file(s.dir / "other.wav", work_ / "z/other.wav");
+  Pack("z", "zip -qr " + Tree("music.zip") + " .");
+  Criteria({kCritSimilarAudio});
+  Run();
+  EXPECT_EQ(Found(), (Groups{{"tune.wav", "music.zip!tune.flac"}})) << RunLog();
+  EXPECT_FALSE(Logged("music.zip'")) << RunLog();
 }
 
 }  // namespace
