@@ -363,8 +363,9 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
             ? std::filesystem::path(opt_.ArchiveTempFolder)
             : (ctx_.paths ? ctx_.paths->tempFolder : std::filesystem::temp_directory_path()) /
                   "KVtemp";
+    RemoveLeftoverRunFolders(root, ctx_.texts, ctx_.log);
     archiveTemp_ = std::make_unique<ArchiveTempFolder>(
-        root / std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()),
+        root / RunFolderName(std::chrono::steady_clock::now().time_since_epoch().count()),
         opt_.DeleteTempFilesAfterChecksum, ctx_.texts, ctx_.log, ctx_.run);
     archiveTempPath_ = archiveTemp_->Folder().string();
     cascade_->SetArchiveTempFiles(archiveTemp_.get());

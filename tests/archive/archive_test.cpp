@@ -433,5 +433,33 @@ TEST_F(ArchiveTest, SimilarMusicMeasuresMembersThroughTheirExtracts) {
   EXPECT_FALSE(Logged("music.zip'")) << RunLog();
 }
 
+// A run that crashed leaves its folder of extracts behind: the next run
+// with archives removes its extracts, and nothing else, never through a link.
+TEST_F(ArchiveTest, LeftoversOfACrashedRunAreRemovedAtStart) {
+  const fs::path root = tmp_ / "extracts";
+  const std::string gone = "run-999999999-";  // beyond any process id
+  tmp_.Write("extracts/" + gone + "1/3_photo.jpg", "extract");
+  tmp_.Write("extracts/" + gone + "1/12_a.txt", "extract");
+  tmp_.Write("extracts/" + gone + "2/4_kept.txt", "not an extract of that folder");
+  tmp_.Write("extracts/" + gone + "2/notes.txt", "the user's");
+  tmp_.Write("victim/5_x.txt", "outside");
+  fs::create_directory_symlink(tmp_ / "victim", root / (gone + "3"));
+  fs::create_symlink(tmp_ / "victim/5_x.txt", root / (gone + "2") / "6_link.txt");
+  tmp_.Write("extracts/run-1-1/7_live.txt", "a running process's");  // pid 1 lives
+  tmp_.Write("extracts/mine/8_y.txt", "not a run folder");
+  tmp_.Write("tree/a.txt", "x");
+  Criteria({kCritSize});
+  Run();
+  EXPECT_FALSE(fs::exists(root / (gone + "1")));
+  EXPECT_FALSE(fs::exists(root / (gone + "2") / "4_kept.txt"));
+  EXPECT_TRUE(fs::exists(root / (gone + "2") / "notes.txt"));
+  EXPECT_TRUE(fs::is_symlink(root / (gone + "2") / "6_link.txt"));
+  EXPECT_TRUE(fs::is_symlink(root / (gone + "3")));
+  EXPECT_TRUE(fs::exists(tmp_ / "victim/5_x.txt"));
+  EXPECT_TRUE(fs::exists(root / "run-1-1/7_live.txt"));
+  EXPECT_TRUE(fs::exists(root / "mine/8_y.txt"));
+  EXPECT_TRUE(Logged("Temporäre Dateien eines abgebrochenen Suchlaufs gelöscht: 3")) << RunLog();
+}
+
 }  // namespace
 }  // namespace kelvor
