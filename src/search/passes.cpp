@@ -158,6 +158,7 @@ void SearchEngine::Search_ScanArchive(const std::string& path, int type) {
   else if (opt_.CriterionSimilarAudio)
     rules.onlyExtensions = kSimilarAudioExtensions;
   rules.logEncrypted = opt_.LogPasswordProtected;
+  rules.unstatedCap = opt_.ArchiveUnstatedSizeCap;
 
   ProgressSink& p = ctx_.progress;
   p.SetLabel(Label::Zipdatei, DisplayUtf8(path));

@@ -77,6 +77,7 @@ class ArchiveTest : public ::testing::Test {
     r.path = tree_.string();
     SearchOptions o = Init_Variablen(settings_, texts_);
     o.FingerprintTool = "/usr/bin/fpcalc";
+    if (unstatedCap_ > 0) o.ArchiveUnstatedSizeCap = unstatedCap_;
     engine_ = std::make_unique<SearchEngine>(
         SearchContext{std::move(o), texts_, *logger_, progress_, prompt_, run_});
     EXPECT_TRUE(engine_->Search_Start({r}));
@@ -127,6 +128,7 @@ class ArchiveTest : public ::testing::Test {
   test::SilentPrompt prompt_;
   RunState run_;
   std::unique_ptr<SearchEngine> engine_;
+  std::int64_t unstatedCap_ = 0;
 };
 
 // What the listing of each kind of archive gives: inner paths with "/",
@@ -459,6 +461,24 @@ TEST_F(ArchiveTest, LeftoversOfACrashedRunAreRemovedAtStart) {
   EXPECT_TRUE(fs::exists(root / "run-1-1/7_live.txt"));
   EXPECT_TRUE(fs::exists(root / "mine/8_y.txt"));
   EXPECT_TRUE(Logged("Temporäre Dateien eines abgebrochenen Suchlaufs gelöscht: 3")) << RunLog();
+}
+
+// A gz stream states no size; one that unpacks past the cap (a bomb) is
+// left out with a log line and never extracted, a small one is searched.
+TEST_F(ArchiveTest, AStreamWithoutStatedSizeIsCapped) {
+  if (::access("/usr/bin/gzip", X_OK) != 0) GTEST_SKIP() << "gzip is needed";
+  Sh(tree_, "head -c 3000000 /dev/zero | gzip -n > bomb.gz");
+  Sh(tree_, "head -c 1000 /dev/zero > plain.bin && gzip -nc plain.bin > small.gz");
+  unstatedCap_ = 1000000;
+  Criteria({kCritContent});
+  Run();
+  EXPECT_EQ(Found(), (Groups{{"plain.bin", "small.gz!small"}})) << RunLog();
+  EXPECT_TRUE(
+      Logged("Die Datei 'bomb' aus dem Archiv '" + Tree("bomb.gz") + "' gibt ihre Größe nicht an"))
+      << RunLog();
+  for (const fs::path& p : Extracts())
+    EXPECT_EQ(p.filename().string().find("bomb"), std::string::npos) << p;
+  EXPECT_GE(engine_->Stats().FilesExcluded, 1);
 }
 
 }  // namespace
