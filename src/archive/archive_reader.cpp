@@ -127,15 +127,20 @@ void Describe(archive_entry* e, const std::string& archivePath, int listType, Ar
 }
 
 // The size of a member whose header does not say it (a compressed stream):
-// its data read through.
-bool MeasureData(archive* a, std::int64_t* size) {
+// its data read through, but not beyond `cap` bytes.
+bool MeasureData(archive* a, std::int64_t cap, std::int64_t* size, bool* overCap) {
   static thread_local std::vector<char> buf(kBlockSize);
   std::int64_t total = 0;
+  *overCap = false;
   for (;;) {
     la_ssize_t n = archive_read_data(a, buf.data(), buf.size());
     if (n < 0) return false;
     if (n == 0) break;
     total += n;
+    if (total > cap) {
+      *overCap = true;
+      break;
+    }
   }
   *size = total;
   return true;
@@ -144,7 +149,8 @@ bool MeasureData(archive* a, std::int64_t* size) {
 }  // namespace
 
 ArchiveOutcome ListArchive(const std::string& archivePath, int listType,
-                           const std::function<bool(const ArchiveMember&)>& visit) {
+                           const std::function<bool(const ArchiveMember&)>& visit,
+                           std::int64_t unstatedCap) {
   ArchiveOutcome out;
   ArchivePtr a = Open(archivePath, listType, out);
   if (!a) return out;
@@ -165,8 +171,9 @@ ArchiveOutcome ListArchive(const std::string& archivePath, int listType,
     }
     ++out.members;
     Describe(e, archivePath, listType, m);
+    m.sizeOverCap = false;
     if (IsSingleStreamType(listType) && !m.isFolder && !archive_entry_size_is_set(e) &&
-        !MeasureData(a.get(), &m.size)) {
+        !MeasureData(a.get(), unstatedCap, &m.size, &m.sizeOverCap)) {
       out.error = ErrorOf(a.get());
       out.status = ArchiveStatus::ReadFailed;
       return out;

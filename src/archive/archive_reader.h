@@ -23,6 +23,10 @@ struct ArchiveMember {
   std::int32_t attributes = 0;
   bool isFolder = false;
   bool encrypted = false;  // the member's data cannot be read without a password
+  // The header states no size and the data ran on past the cap of
+  // ListArchive (a stream that unpacks to far more than it looks, a bomb):
+  // `size` is what was read before giving up.
+  bool sizeOverCap = false;
 };
 
 enum class ArchiveStatus {
@@ -43,8 +47,12 @@ struct ArchiveOutcome {
 
 // Lists the members of `archivePath` (type: the archive list's type, 1..16).
 // `visit` gets each member in archive order; false from it stops the walk.
+// A member whose header states no size is measured by reading its data, up
+// to `unstatedCap` bytes.
+constexpr std::int64_t kUnstatedSizeCap = 8LL << 30;
 ArchiveOutcome ListArchive(const std::string& archivePath, int listType,
-                           const std::function<bool(const ArchiveMember&)>& visit);
+                           const std::function<bool(const ArchiveMember&)>& visit,
+                           std::int64_t unstatedCap = kUnstatedSizeCap);
 
 // Streams the data of the first member whose inner path is `innerPath` to
 // `sink` in blocks, never more than `limit` bytes (the member's stated size:

@@ -1,5 +1,6 @@
 #include "archive/archive_scan.h"
 
+#include "frame/formats.h"
 #include "frame/log.h"
 #include "frame/texts.h"
 #include "frame/unicode.h"
@@ -31,6 +32,12 @@ ArchiveStatus Search_ScanArchive(const std::string& archivePath, int listType,
       counts.excludedSize += m.size;
       return true;
     };
+    if (m.sizeOverCap) {
+      // Its true size is unknown, and extracting it could fill the disk.
+      log.LogProtokoll(
+          texts.Get(txt::T9587, {m.path, archivePath, FormatNumber(rules.unstatedCap)}), true);
+      return leaveOut();
+    }
     if (rules.readsContent && rules.sizeFilter && m.size >= rules.sizeLimit) return leaveOut();
     const std::size_t slash = m.path.rfind('/');
     const std::string_view path(m.path);
@@ -48,7 +55,7 @@ ArchiveStatus Search_ScanArchive(const std::string& archivePath, int listType,
     if (hooks.leftOut(m.size, name, folder.empty() ? std::string_view() : path)) return leaveOut();
     return hooks.take(folder, name, m);
   };
-  ArchiveOutcome out = ListArchive(archivePath, listType, visit);
+  ArchiveOutcome out = ListArchive(archivePath, listType, visit, rules.unstatedCap);
   switch (out.status) {
     case ArchiveStatus::Ok:
       if (out.members == 0) log.LogProtokoll(texts.Get(txt::T5473, {archivePath}));

@@ -30,6 +30,9 @@ struct MemberRules {
   // Members of size 0 are left out by it too.
   const char* onlyExtensions = nullptr;
   bool logEncrypted = false;  // log the members left out for a password
+  // Members without a stated size are measured up to this many bytes; one
+  // that runs on past it is left out and logged.
+  std::int64_t unstatedCap = kUnstatedSizeCap;
 };
 
 struct ArchiveScanHooks {

@@ -1,9 +1,12 @@
 #include "archive/archive_temp.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <system_error>
+#include <vector>
 
 #include "archive/archive_reader.h"
 #include "archive/archive_types.h"
@@ -171,6 +174,70 @@ void ArchiveTempFolder::Search_DeleteTempFiles(CStringCollection2& files) {
 
 void ArchiveTempFolder::RemoveFolderIfEmpty() {
   if (folderMade_ && xDirEmpty_W(folder_.string())) xDeleteFolderR_W(folder_.string());
+}
+
+namespace {
+
+// The process id of a run folder's name, 0 when the name is not one.
+long RunFolderPid(const std::string& name) {
+  if (name.rfind("run-", 0) != 0) return 0;
+  std::size_t i = 4;
+  long pid = 0;
+  const std::size_t start = i;
+  while (i < name.size() && name[i] >= '0' && name[i] <= '9' && i - start < 10)
+    pid = pid * 10 + (name[i++] - '0');
+  if (i == start || i >= name.size() || name[i] != '-') return 0;
+  const std::size_t digits = ++i;
+  while (i < name.size() && name[i] >= '0' && name[i] <= '9') ++i;
+  if (i == digits || i != name.size()) return 0;
+  return pid;
+}
+
+bool ProcessIsGone(long pid) {
+  if (pid <= 0 || pid == static_cast<long>(::getpid())) return false;
+  return ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH;
+}
+
+bool IsExtractName(const std::string& name) {
+  std::size_t i = 0;
+  while (i < name.size() && name[i] >= '0' && name[i] <= '9') ++i;
+  return i > 0 && i < name.size() && name[i] == '_';
+}
+
+}  // namespace
+
+std::string RunFolderName(std::int64_t runNumber) {
+  return "run-" + std::to_string(::getpid()) + "-" + std::to_string(runNumber);
+}
+
+void RemoveLeftoverRunFolders(const std::filesystem::path& root, const TextCatalog& texts,
+                              Logger& log) {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  std::int32_t removed = 0;
+  std::vector<fs::path> folders;
+  for (fs::directory_iterator it(root, ec), end; !ec && it != end; it.increment(ec)) {
+    std::error_code sec;
+    // A link is never taken for a run folder, whatever it points to.
+    if (it->symlink_status(sec).type() != fs::file_type::directory) continue;
+    if (ProcessIsGone(RunFolderPid(it->path().filename().string()))) folders.push_back(it->path());
+  }
+  for (const fs::path& folder : folders) {
+    for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
+      std::error_code sec;
+      // Extracts are plain files; a link there was not made by a run and
+      // stays, and so does the folder then.
+      if (it->symlink_status(sec).type() != fs::file_type::regular) continue;
+      if (!IsExtractName(it->path().filename().string())) continue;
+      std::string error;
+      if (xDeleteFile_W(it->path().string(), &error))
+        ++removed;
+      else
+        log.LogProtokoll(texts.Get(txt::T5331, {it->path().string(), error}), true);
+    }
+    if (xDirEmpty_W(folder.string())) xDeleteFolderR_W(folder.string());
+  }
+  if (removed > 0) log.LogProtokoll(texts.Get(txt::T9586, {std::to_string(removed)}));
 }
 
 }  // namespace kelvor

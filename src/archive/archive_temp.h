@@ -58,4 +58,16 @@ class ArchiveTempFolder final : public ArchiveTempFiles {
   bool folderMade_ = false;
 };
 
+// The name of this process's run folder below the temporary root: "run-"
+// with the process id and a number of the run.
+std::string RunFolderName(std::int64_t runNumber);
+
+// Removes what runs that ended without their clean-up (a crash, a kill) left
+// below `root`: only folders named like RunFolderName of a process that is
+// gone, and in them only extracts ("<counter>_<name>", plain files; links
+// are never followed nor removed); a folder that then holds anything else
+// stays. Logs how many extracts went, and each that could not be deleted.
+void RemoveLeftoverRunFolders(const std::filesystem::path& root, const TextCatalog& texts,
+                              Logger& log);
+
 }  // namespace kelvor

@@ -102,6 +102,14 @@ std::string Cascade::FullPath(const FileRecord& r) const {
   return ctx_.sources[static_cast<std::size_t>(r.SourceNr - 1)].FullPath(r);
 }
 
+bool Cascade::PathToRead(FileRecord& r, std::string* path) {
+  if (r.ArchiveType == 0) {
+    *path = FullPath(r);
+    return true;
+  }
+  return archiveTemp_ && archiveTemp_->CreateTempFile(r, FullPath(r), path);
+}
+
 void Cascade::CompareSize(FileRecord& rec, const std::string& fullPath, bool* isMP3, bool* isJPG,
                           bool* isFLAC) {
   rec.SizeKey = rec.SIZE;
@@ -207,12 +215,21 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
           a.dontCompareHardlinks = opt_.DontCompareHardlinks;
           a.sourceCompareMethod = opt_.SourceCompareMethod;
           comparator_ = std::make_unique<SimilarAudioComparator>(
-              a, files_, [this](const FileRecord& r) { return FullPath(r); }, ctx_.texts, ctx_.log,
-              ctx_.run);
+              a, files_,
+              [this](const FileRecord& r) {
+                FileRecord copy = r;
+                std::string path;
+                return PathToRead(copy, &path) ? path : FullPath(r);
+              },
+              ctx_.texts, ctx_.log, ctx_.run);
+          comparatorReadsBytes_ = true;
         }
         break;
       case CascadeStep::SimilarPictures:
-        if (opt_.CriterionSimilarPics) comparator_ = MakeSimilarPictures();
+        if (opt_.CriterionSimilarPics) {
+          comparator_ = MakeSimilarPictures();
+          comparatorReadsBytes_ = true;
+        }
         break;
       case CascadeStep::FuzzyNames:
         if (opt_.PartialFilenameCompare) {
@@ -348,7 +365,13 @@ void Cascade::CheckFile(int sourceNr, std::string_view folder, std::string_view 
     CompareSize(rec, fullPath, &file.isMP3, &file.isJPG, &file.isFLAC);
   } else {
     rec.SizeKey = size;
-    if (comparator_) fullPath.assign(folder).append("/").append(name);
+    if (comparatorReadsBytes_ && rec.ArchiveType != 0) {
+      // The comparator reads the member's extract; one that cannot be made
+      // (logged there) leaves the member out.
+      if (!PathToRead(rec, &fullPath)) return;
+    } else if (comparator_) {
+      fullPath.assign(folder).append("/").append(name);
+    }
   }
 
   // Step 2: the compare key.
@@ -410,6 +433,7 @@ void Cascade::CheckMember(int sourceNr, std::string_view archivePath, std::strin
 }
 
 void Cascade::SetArchiveTempFiles(ArchiveTempFiles* temp) {
+  archiveTemp_ = temp;
   if (content_) content_->Comparer().SetArchiveTempFiles(temp);
 }
 
@@ -463,6 +487,13 @@ void Cascade::MeetByWalk(CascadeFile& file, std::string& key) {
   FileRecord& rec = file.rec;
   file.key = key;  // until the key grows below
   const std::int32_t hit = comparator_->SearchCollection(file, files_, 1, [this](std::int32_t pos) {
+    if (comparatorReadsBytes_ && files_.ArchiveType(pos) != 0) {
+      FileRecord r = files_.Record(pos);
+      std::string path;
+      if (!PathToRead(r, &path)) return FullPath(r);
+      files_.SetRecord(pos, r);  // keeps a newly made extract's name
+      return path;
+    }
     const SourceFolder& src = ctx_.sources[static_cast<std::size_t>(files_.SourceNr(pos) - 1)];
     std::string p = src.prefix;
     files_.AppendPathWithFileName(pos, p);

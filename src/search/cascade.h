@@ -96,6 +96,10 @@ class Cascade {
 
   CStringCollection2& Files() { return files_; }
   std::string FullPath(const FileRecord& r) const;
+  // The file whose bytes a comparator reads for `r`: its full path, or for a
+  // member of an archive its extract (made on first use, its name kept in
+  // r.ArchiveTempFileNr). False when the member cannot be extracted.
+  bool PathToRead(FileRecord& r, std::string* path);
 
  private:
   // The steps of one file.
@@ -135,16 +139,18 @@ class Cascade {
   std::unique_ptr<Comparator> comparator_;
   ContentComparator* content_ = nullptr;
   std::unique_ptr<MediaProperties> media_;  // made when a row first needs it
-  FileRecord recBuf_;    // reused for every file's record
-  FileRecord foundBuf_;  // reused for the representative a file meets
-  FileRecord repBuf_;    // reused for representatives read ahead
-  std::string keyBuf_;   // reused for every compare key
+  FileRecord recBuf_;                       // reused for every file's record
+  FileRecord foundBuf_;                     // reused for the representative a file meets
+  FileRecord repBuf_;                       // reused for representatives read ahead
+  std::string keyBuf_;                      // reused for every compare key
   std::string pathBuf_;
   std::string predictKey_;
   // Numbers the keys of files placed by a walking comparator, unique to the run.
   std::int64_t walkSerial_ = 0;
   // The archive member being placed (type 0: a file on disk).
   std::uint8_t memberType_ = 0;
+  ArchiveTempFiles* archiveTemp_ = nullptr;
+  bool comparatorReadsBytes_ = false;  // similar pictures or audio decide
   std::string_view memberFolder_;
 };
 

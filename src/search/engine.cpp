@@ -363,8 +363,9 @@ bool SearchEngine::Search_Start(const std::vector<SourceFolderRow>& rows) {
             ? std::filesystem::path(opt_.ArchiveTempFolder)
             : (ctx_.paths ? ctx_.paths->tempFolder : std::filesystem::temp_directory_path()) /
                   "KVtemp";
+    RemoveLeftoverRunFolders(root, ctx_.texts, ctx_.log);
     archiveTemp_ = std::make_unique<ArchiveTempFolder>(
-        root / std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()),
+        root / RunFolderName(std::chrono::steady_clock::now().time_since_epoch().count()),
         opt_.DeleteTempFilesAfterChecksum, ctx_.texts, ctx_.log, ctx_.run);
     archiveTempPath_ = archiveTemp_->Folder().string();
     cascade_->SetArchiveTempFiles(archiveTemp_.get());
@@ -487,11 +488,12 @@ void SearchEngine::LogStatistics() {
     closingMessage_ = t.Get(
         txt::T3687, {FormatNumber(stats_.FoldersSearched), FormatNumber(stats_.FilesChecked)});
   } else {
+    // Members are files of the search as much as the files on disk: the
+    // share of duplicates is taken over both, so it stays within 100%.
+    const double total = static_cast<double>(stats_.FilesTotal) + stats_.ArchiveFilesTotal;
     double percent =
-        stats_.FilesTotal > 0
-            ? std::trunc(std::round(result_->DupCount() / (stats_.FilesTotal / 100.0) * 100.0) /
-                         100.0)
-            : 0;
+        total > 0 ? std::trunc(std::round(result_->DupCount() / (total / 100.0) * 100.0) / 100.0)
+                  : 0;
     closingMessage_ =
         t.Get(txt::T3688, {FormatNumber(result_->DupCount()), fmt::format("{}", percent),
                            FormatFileSize(result_->FilesizeAll(), true, t)});

@@ -89,6 +89,8 @@ struct SearchOptions {
   std::string ArchiveTempFolder;  // txtTempFolder; "" = KVtemp in the data folder's temp
   bool ArchiveSizeFilter = true;
   std::int64_t ArchiveSizeLimit = 20LL * 1048576;
+  // Members whose header states no size are left out beyond this size.
+  std::int64_t ArchiveUnstatedSizeCap = 8LL << 30;
   bool ShowOnlyFilesWithoutDups = false;
   bool FollowJunctions = true;  // chkNTFSAbzweigungspunkte
   bool DontCompareHardlinks = false;

@@ -158,6 +158,7 @@ void SearchEngine::Search_ScanArchive(const std::string& path, int type) {
   else if (opt_.CriterionSimilarAudio)
     rules.onlyExtensions = kSimilarAudioExtensions;
   rules.logEncrypted = opt_.LogPasswordProtected;
+  rules.unstatedCap = opt_.ArchiveUnstatedSizeCap;
 
   ProgressSink& p = ctx_.progress;
   p.SetLabel(Label::Zipdatei, DisplayUtf8(path));
@@ -184,6 +185,9 @@ void SearchEngine::Search_ScanArchive(const std::string& path, int type) {
   };
   ArchiveScanCounts counts;
   kelvor::Search_ScanArchive(path, type, rules, hooks, ctx_.texts, ctx_.log, counts);
+  // The counting pass opens no archive, so the members found become part of
+  // the total as each archive is listed; a stopped listing adds what it saw.
+  stats_.ArchiveFilesTotal += counts.membersChecked;
   stats_.ArchiveFilesChecked += counts.membersChecked;
   stats_.FilesExcluded += counts.membersExcluded;
   stats_.FilesExcludedSize += counts.excludedSize;

@@ -22,6 +22,7 @@
 #include "search/engine.h"
 #include "search/search_test_support.h"
 #include "search/source_folders.h"
+#include "support/audio_samples.h"
 #include "support/temp_tree.h"
 
 namespace kelvor {
@@ -74,8 +75,11 @@ class ArchiveTest : public ::testing::Test {
   void Run() {
     SourceFolderRow r;
     r.path = tree_.string();
-    engine_ = std::make_unique<SearchEngine>(SearchContext{
-        Init_Variablen(settings_, texts_), texts_, *logger_, progress_, prompt_, run_});
+    SearchOptions o = Init_Variablen(settings_, texts_);
+    o.FingerprintTool = "/usr/bin/fpcalc";
+    if (unstatedCap_ > 0) o.ArchiveUnstatedSizeCap = unstatedCap_;
+    engine_ = std::make_unique<SearchEngine>(
+        SearchContext{std::move(o), texts_, *logger_, progress_, prompt_, run_});
     EXPECT_TRUE(engine_->Search_Start({r}));
   }
 
@@ -124,6 +128,7 @@ class ArchiveTest : public ::testing::Test {
   test::SilentPrompt prompt_;
   RunState run_;
   std::unique_ptr<SearchEngine> engine_;
+  std::int64_t unstatedCap_ = 0;
 };
 
 // What the listing of each kind of archive gives: inner paths with "/",
@@ -369,6 +374,111 @@ TEST_F(ArchiveTest, SideBySideComparesExtracts) {
   settings_.Set("DupVerz", "ContentCompare", "0");
   Run();
   EXPECT_EQ(Found(), (Groups{{"doc.txt", "a.zip!doc.txt"}}));
+}
+
+}  // namespace
+}  // namespace kelvor
+
+namespace kelvor {
+namespace {
+
+// The counting pass opens no archive; the members found by the listing join
+// the totals, so the share of duplicates is taken over files and members.
+TEST_F(ArchiveTest, DuplicateShareCountsTheMembers) {
+  for (int i = 0; i < 10; ++i) Member("z/copy" + std::to_string(i) + ".txt", "same text");
+  Pack("z", "zip -qr " + Tree("many.zip") + " .");
+  Criteria({kCritSize});
+  Run();
+  EXPECT_EQ(engine_->Stats().ArchiveFilesTotal, 10);
+  EXPECT_EQ(engine_->Stats().ArchiveFilesChecked, 10);
+  // 10 duplicates among the zip and its 10 members: 90%, never 1000%.
+  EXPECT_TRUE(Logged("Duplikate: 10 (90%)")) << RunLog();
+  EXPECT_TRUE(Logged("Dateien aus Archiven: 10")) << RunLog();
+  EXPECT_FALSE(Logged("Dateien aus Archiven: 10 /")) << RunLog();
+}
+
+// A picture in a folder and the same picture inside a zip are similar
+// pictures: the member is measured through its extract, not its archive.
+TEST_F(ArchiveTest, SimilarPicturesMeasureMembersThroughTheirExtracts) {
+  if (::access("/usr/bin/convert", X_OK) != 0) GTEST_SKIP() << "ImageMagick is needed";
+  Sh(work_, "mkdir -p z && convert -size 256x192 -seed 7 plasma:fractal -quality 92 z/photo.jpg");
+  Sh(work_, "convert -size 256x192 -seed 8 plasma:fractal -quality 92 z/other.jpg");
+  fs::copy_file(work_ / "z/photo.jpg", tree_ / "photo.jpg");
+  Pack("z", "zip -qr " + Tree("pics.zip") + " .");
+  Criteria({kCritSimilarPics});
+  settings_.Set("DupVerz", "SimiliarImagesAlgo", "2");
+  settings_.Set("DupVerz", "SimilarPicsThumbSizeIndex", "1");
+  settings_.Set("DupVerz", "SimilarPicsMatchPercent", "91");
+  Run();
+  EXPECT_EQ(Found(), (Groups{{"photo.jpg", "pics.zip!photo.jpg"}})) << RunLog();
+  EXPECT_GT(engine_->Stats().FilesExtracted, 0);
+  // The archive itself is never read as a picture.
+  EXPECT_FALSE(Logged("pics.zip'")) << RunLog();
+  // Only the grouped member keeps its extract.
+  for (const fs::path& p : Extracts())
+    EXPECT_NE(p.filename().string().find("photo.jpg"), std::string::npos) << p;
+}
+
+// Similar music likewise: a tune in a folder and in a zip are one group,
+// another tune in the zip stays out.
+TEST_F(ArchiveTest, SimilarMusicMeasuresMembersThroughTheirExtracts) {
+  const test::AudioSamples& s = test::SharedAudioSamples();
+  if (!s.problem.empty()) GTEST_SKIP() << "test audio: " << s.problem;
+  fs::create_directories(work_ / "z");
+  fs::copy_file(s.dir / "tune.wav", tree_ / "tune.wav");
+  fs::copy_file(s.dir / "tune.flac", work_ / "z/tune.flac");
+  fs::copy_file(s.dir / "other.wav", work_ / "z/other.wav");
+  Pack("z", "zip -qr " + Tree("music.zip") + " .");
+  Criteria({kCritSimilarAudio});
+  Run();
+  EXPECT_EQ(Found(), (Groups{{"tune.wav", "music.zip!tune.flac"}})) << RunLog();
+  EXPECT_FALSE(Logged("music.zip'")) << RunLog();
+}
+
+// A run that crashed leaves its folder of extracts behind: the next run
+// with archives removes its extracts, and nothing else, never through a link.
+TEST_F(ArchiveTest, LeftoversOfACrashedRunAreRemovedAtStart) {
+  const fs::path root = tmp_ / "extracts";
+  const std::string gone = "run-999999999-";  // beyond any process id
+  tmp_.Write("extracts/" + gone + "1/3_photo.jpg", "extract");
+  tmp_.Write("extracts/" + gone + "1/12_a.txt", "extract");
+  tmp_.Write("extracts/" + gone + "2/4_kept.txt", "not an extract of that folder");
+  tmp_.Write("extracts/" + gone + "2/notes.txt", "the user's");
+  tmp_.Write("victim/5_x.txt", "outside");
+  fs::create_directory_symlink(tmp_ / "victim", root / (gone + "3"));
+  fs::create_symlink(tmp_ / "victim/5_x.txt", root / (gone + "2") / "6_link.txt");
+  tmp_.Write("extracts/run-1-1/7_live.txt", "a running process's");  // pid 1 lives
+  tmp_.Write("extracts/mine/8_y.txt", "not a run folder");
+  tmp_.Write("tree/a.txt", "x");
+  Criteria({kCritSize});
+  Run();
+  EXPECT_FALSE(fs::exists(root / (gone + "1")));
+  EXPECT_FALSE(fs::exists(root / (gone + "2") / "4_kept.txt"));
+  EXPECT_TRUE(fs::exists(root / (gone + "2") / "notes.txt"));
+  EXPECT_TRUE(fs::is_symlink(root / (gone + "2") / "6_link.txt"));
+  EXPECT_TRUE(fs::is_symlink(root / (gone + "3")));
+  EXPECT_TRUE(fs::exists(tmp_ / "victim/5_x.txt"));
+  EXPECT_TRUE(fs::exists(root / "run-1-1/7_live.txt"));
+  EXPECT_TRUE(fs::exists(root / "mine/8_y.txt"));
+  EXPECT_TRUE(Logged("Temporäre Dateien eines abgebrochenen Suchlaufs gelöscht: 3")) << RunLog();
+}
+
+// A gz stream states no size; one that unpacks past the cap (a bomb) is
+// left out with a log line and never extracted, a small one is searched.
+TEST_F(ArchiveTest, AStreamWithoutStatedSizeIsCapped) {
+  if (::access("/usr/bin/gzip", X_OK) != 0) GTEST_SKIP() << "gzip is needed";
+  Sh(tree_, "head -c 3000000 /dev/zero | gzip -n > bomb.gz");
+  Sh(tree_, "head -c 1000 /dev/zero > plain.bin && gzip -nc plain.bin > small.gz");
+  unstatedCap_ = 1000000;
+  Criteria({kCritContent});
+  Run();
+  EXPECT_EQ(Found(), (Groups{{"plain.bin", "small.gz!small"}})) << RunLog();
+  EXPECT_TRUE(
+      Logged("Die Datei 'bomb' aus dem Archiv '" + Tree("bomb.gz") + "' gibt ihre Größe nicht an"))
+      << RunLog();
+  for (const fs::path& p : Extracts())
+    EXPECT_EQ(p.filename().string().find("bomb"), std::string::npos) << p;
+  EXPECT_GE(engine_->Stats().FilesExcluded, 1);
 }
 
 }  // namespace
