@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -54,10 +55,21 @@ bool CStringCollection2::Extra::IsEmpty() const {
   if (PathInsideZipRef || ArchiveTempFileNrRef || HashRef) return false;
   if (PicWidth != -1 || PicHeight != 0 || PicFormat != 0 || PicRatio != 0) return false;
   if (ExifCutFromStart != 0 || ExifCutFromEnd != 0) return false;
-  for (const auto& a : HashArray) {
+  if (!Arr) return true;
+  for (const auto& a : Arr->HashArray) {
     if (!a.empty()) return false;
   }
-  return HashAudioArray.empty();
+  return Arr->HashAudioArray.empty();
+}
+
+const std::vector<std::uint8_t>& CStringCollection2::Extra::HashArray(std::int32_t kind) const {
+  static const std::vector<std::uint8_t> kNone;
+  return Arr ? Arr->HashArray[static_cast<std::size_t>(kind)] : kNone;
+}
+
+const std::vector<std::uint64_t>& CStringCollection2::Extra::HashAudioArray() const {
+  static const std::vector<std::uint64_t> kNone;
+  return Arr ? Arr->HashAudioArray : kNone;
 }
 
 CStringCollection2::CStringCollection2() = default;
@@ -194,8 +206,13 @@ void CStringCollection2::StoreExtra(Packed& p, const FileRecord& rec) {
   e.PicRatio = rec.PicRatio;
   e.ExifCutFromStart = rec.ExifCutFromStart;
   e.ExifCutFromEnd = rec.ExifCutFromEnd;
-  e.HashArray = rec.HashArray;
-  e.HashAudioArray = rec.HashAudioArray;
+  const bool arrays = !rec.HashAudioArray.empty() ||
+                      std::any_of(rec.HashArray.begin(), rec.HashArray.end(),
+                                  [](const std::vector<std::uint8_t>& a) { return !a.empty(); });
+  if (arrays) {
+    e.MutArrays().HashArray = rec.HashArray;
+    e.Arr->HashAudioArray = rec.HashAudioArray;
+  }
   if (e.IsEmpty()) {
     ReleaseExtra(p);
   } else {
@@ -242,8 +259,13 @@ void CStringCollection2::ReadInto(const Packed& p, FileRecord& r) const {
     r.PicRatio = e->PicRatio;
     r.ExifCutFromStart = e->ExifCutFromStart;
     r.ExifCutFromEnd = e->ExifCutFromEnd;
-    r.HashArray = e->HashArray;
-    r.HashAudioArray = e->HashAudioArray;
+    if (e->Arr) {
+      r.HashArray = e->Arr->HashArray;
+      r.HashAudioArray = e->Arr->HashAudioArray;
+    } else {
+      for (auto& a : r.HashArray) a.clear();
+      r.HashAudioArray.clear();
+    }
   } else {
     r.PathInsideZip.clear();
     r.ArchiveTempFileNr.clear();
@@ -593,17 +615,18 @@ void CStringCollection2::SetHashArraySize(std::int32_t index, std::int32_t kind,
   if (kind < 0 || kind > 7) return;
   Packed& p = Slot(index);
   if (size < 0) {
-    if (Extra* e = p.ExtraId ? Extras_[p.ExtraId - 1].get() : nullptr) e->HashArray[kind].clear();
+    Extra* e = p.ExtraId ? Extras_[p.ExtraId - 1].get() : nullptr;
+    if (e && e->Arr) e->Arr->HashArray[kind].clear();
     return;
   }
-  EnsureExtra(p).HashArray[kind].assign(static_cast<std::size_t>(size) + 1, 0);
+  EnsureExtra(p).MutArrays().HashArray[kind].assign(static_cast<std::size_t>(size) + 1, 0);
 }
 
 std::vector<std::uint8_t> CStringCollection2::HashArray(std::int32_t index,
                                                         std::int32_t kind) const {
   CheckKind(kind);
   const Extra* e = ExtraOf(Slot(index));
-  return e ? e->HashArray[kind] : std::vector<std::uint8_t>{};
+  return e ? e->HashArray(kind) : std::vector<std::uint8_t>{};
 }
 
 std::span<const std::uint8_t> CStringCollection2::HashArrayView(std::int32_t index,
@@ -611,7 +634,8 @@ std::span<const std::uint8_t> CStringCollection2::HashArrayView(std::int32_t ind
   CheckKind(kind);
   const Extra* e = ExtraOf(Slot(index));
   if (!e) return {};
-  return {e->HashArray[kind].data(), e->HashArray[kind].size()};
+  const std::vector<std::uint8_t>& a = e->HashArray(kind);
+  return {a.data(), a.size()};
 }
 
 void CStringCollection2::SetHashArray(std::int32_t index, std::int32_t kind,
@@ -619,15 +643,15 @@ void CStringCollection2::SetHashArray(std::int32_t index, std::int32_t kind,
   CheckKind(kind);
   Packed& p = Slot(index);
   if (p.ExtraId == 0 && v.empty()) return;
-  EnsureExtra(p).HashArray[kind] = std::move(v);
+  EnsureExtra(p).MutArrays().HashArray[kind] = std::move(v);
 }
 
 std::uint8_t CStringCollection2::HashArrayItem(std::int32_t index, std::int32_t kind,
                                                std::int32_t pos) const {
   CheckKind(kind);
   const Extra* e = ExtraOf(Slot(index));
-  if (!e || pos < 0 || static_cast<std::size_t>(pos) >= e->HashArray[kind].size()) ArrayFault();
-  return e->HashArray[kind][pos];
+  if (!e || pos < 0 || static_cast<std::size_t>(pos) >= e->HashArray(kind).size()) ArrayFault();
+  return e->HashArray(kind)[pos];
 }
 
 void CStringCollection2::SetHashArrayItem(std::int32_t index, std::int32_t kind, std::int32_t pos,
@@ -635,42 +659,43 @@ void CStringCollection2::SetHashArrayItem(std::int32_t index, std::int32_t kind,
   CheckKind(kind);
   Packed& p = Slot(index);
   Extra* e = p.ExtraId ? Extras_[p.ExtraId - 1].get() : nullptr;
-  if (!e || pos < 0 || static_cast<std::size_t>(pos) >= e->HashArray[kind].size()) ArrayFault();
-  e->HashArray[kind][pos] = v;
+  if (!e || pos < 0 || static_cast<std::size_t>(pos) >= e->HashArray(kind).size()) ArrayFault();
+  e->Arr->HashArray[kind][pos] = v;
 }
 
 void CStringCollection2::SetHashAudioArraySize(std::int32_t index, std::int32_t size) {
   Packed& p = Slot(index);
   if (size < 0) {
-    if (Extra* e = p.ExtraId ? Extras_[p.ExtraId - 1].get() : nullptr) e->HashAudioArray.clear();
+    Extra* e = p.ExtraId ? Extras_[p.ExtraId - 1].get() : nullptr;
+    if (e && e->Arr) e->Arr->HashAudioArray.clear();
     return;
   }
-  EnsureExtra(p).HashAudioArray.assign(static_cast<std::size_t>(size) + 1, 0);
+  EnsureExtra(p).MutArrays().HashAudioArray.assign(static_cast<std::size_t>(size) + 1, 0);
 }
 
 std::vector<std::uint64_t> CStringCollection2::HashAudioArray(std::int32_t index) const {
   const Extra* e = ExtraOf(Slot(index));
-  return e ? e->HashAudioArray : std::vector<std::uint64_t>{};
+  return e ? e->HashAudioArray() : std::vector<std::uint64_t>{};
 }
 
 void CStringCollection2::SetHashAudioArray(std::int32_t index, std::vector<std::uint64_t> v) {
   Packed& p = Slot(index);
   if (p.ExtraId == 0 && v.empty()) return;
-  EnsureExtra(p).HashAudioArray = std::move(v);
+  EnsureExtra(p).MutArrays().HashAudioArray = std::move(v);
 }
 
 std::uint64_t CStringCollection2::HashAudioArrayItem(std::int32_t index, std::int32_t pos) const {
   const Extra* e = ExtraOf(Slot(index));
-  if (!e || pos < 0 || static_cast<std::size_t>(pos) >= e->HashAudioArray.size()) ArrayFault();
-  return e->HashAudioArray[pos];
+  if (!e || pos < 0 || static_cast<std::size_t>(pos) >= e->HashAudioArray().size()) ArrayFault();
+  return e->HashAudioArray()[pos];
 }
 
 void CStringCollection2::SetHashAudioArrayItem(std::int32_t index, std::int32_t pos,
                                                std::uint64_t v) {
   Packed& p = Slot(index);
   Extra* e = p.ExtraId ? Extras_[p.ExtraId - 1].get() : nullptr;
-  if (!e || pos < 0 || static_cast<std::size_t>(pos) >= e->HashAudioArray.size()) ArrayFault();
-  e->HashAudioArray[pos] = v;
+  if (!e || pos < 0 || static_cast<std::size_t>(pos) >= e->HashAudioArray().size()) ArrayFault();
+  e->Arr->HashAudioArray[pos] = v;
 }
 
 std::string CStringCollection2::GetHardlinkIDkey(std::int32_t index, bool withoutVolume) const {
@@ -694,8 +719,10 @@ std::size_t CStringCollection2::MemoryBytes() const {
   bytes += Extras_.capacity() * sizeof(void*) + FreeExtras_.capacity() * sizeof(std::uint32_t);
   for (const auto& e : Extras_) {
     if (!e) continue;
-    bytes += sizeof(Extra) + e->HashAudioArray.capacity() * sizeof(std::uint64_t);
-    for (const auto& a : e->HashArray) bytes += a.capacity();
+    bytes += sizeof(Extra);
+    if (!e->Arr) continue;
+    bytes += sizeof(Extra::Arrays) + e->Arr->HashAudioArray.capacity() * sizeof(std::uint64_t);
+    for (const auto& a : e->Arr->HashArray) bytes += a.capacity();
   }
   // Interner maps: a node and a bucket per distinct text, roughly.
   bytes += (Paths_.Size() + Exts_.Size()) * (sizeof(std::string_view) * 2 + 32);

@@ -298,8 +298,19 @@ class CStringCollection2 {
     double PicRatio = 0;
     std::int32_t ExifCutFromStart = 0;
     std::int32_t ExifCutFromEnd = 0;
-    std::array<std::vector<std::uint8_t>, 8> HashArray;
-    std::vector<std::uint64_t> HashAudioArray;
+    // Picture and audio hashes, made only for the records that get one: a
+    // record that only has a checksum keeps its side record small.
+    struct Arrays {
+      std::array<std::vector<std::uint8_t>, 8> HashArray;
+      std::vector<std::uint64_t> HashAudioArray;
+    };
+    std::unique_ptr<Arrays> Arr;
+    const std::vector<std::uint8_t>& HashArray(std::int32_t kind) const;
+    const std::vector<std::uint64_t>& HashAudioArray() const;
+    Arrays& MutArrays() {
+      if (!Arr) Arr = std::make_unique<Arrays>();
+      return *Arr;
+    }
     bool IsEmpty() const;
   };
 
