@@ -80,9 +80,7 @@ void CStringCollection2::Init(std::int32_t size, double growth) {
   Clear();
   Growth = growth;
   const auto n = static_cast<std::size_t>(size) + 1;
-  Nodes_.reserve(n);
   Nodes_.resize(n);
-  Records_.reserve(n);
   Records_.resize(n);
   PositionIndex_.reserve(n + 1);
   PositionIndex_.resize(n + 1, 0);
@@ -95,8 +93,8 @@ void CStringCollection2::Init(std::int32_t size, double growth) {
 
 std::int32_t CStringCollection2::Clear() {
   Allocator_ = CNode{};
-  std::vector<TreeNode>().swap(Nodes_);
-  std::vector<Packed>().swap(Records_);
+  Nodes_.clear();
+  Records_.clear();
   std::vector<std::int32_t>().swap(PositionIndex_);
   Paths_.Clear();
   Exts_.Clear();
@@ -358,9 +356,7 @@ std::int32_t CStringCollection2::AddImpl(std::string_view key, const FileRecordV
     const std::int64_t nb = std::max<std::int64_t>(RoundHalfEven(b * Growth), node);
     const std::int64_t npi = std::max<std::int64_t>(RoundHalfEven(b * Growth + 2), nb + 1);
     const auto nn = static_cast<std::size_t>(nb) + 1;
-    Nodes_.reserve(nn);
     Nodes_.resize(nn);
-    Records_.reserve(nn);
     Records_.resize(nn);
     PositionIndex_.reserve(static_cast<std::size_t>(npi) + 1);
     PositionIndex_.resize(static_cast<std::size_t>(npi) + 1, 0);
@@ -712,7 +708,7 @@ std::string CStringCollection2::GetHardlinkIDkeyFormatted(std::int32_t index,
 }
 
 std::size_t CStringCollection2::MemoryBytes() const {
-  std::size_t bytes = Nodes_.capacity() * sizeof(TreeNode) + Records_.capacity() * sizeof(Packed) +
+  std::size_t bytes = Nodes_.BytesHeld() + Records_.BytesHeld() +
                       PositionIndex_.capacity() * sizeof(std::int32_t) +
                       static_cast<std::size_t>(Allocator_.UpperBound() + 1) * sizeof(std::int32_t) +
                       Texts_.BytesReserved();

@@ -29,6 +29,7 @@
 #include <string_view>
 #include <vector>
 
+#include "data/chunked_array.h"
 #include "data/file_record.h"
 #include "data/string_arena.h"
 #include "data/string_collection.h"
@@ -340,8 +341,8 @@ class CStringCollection2 {
                        FileRecord* found, std::int32_t* foundNode);
   std::int32_t GetIndex(std::int32_t node) const;
 
-  std::vector<TreeNode> Nodes_;
-  std::vector<Packed> Records_;
+  ChunkedArray<TreeNode> Nodes_;
+  ChunkedArray<Packed> Records_;
   std::int32_t Root_ = 0;
   CNode Allocator_;
   bool Initialised_ = false;
