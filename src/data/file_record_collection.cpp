@@ -52,7 +52,8 @@ std::uint64_t KeyPrefix(std::string_view k) {
 }  // namespace
 
 bool CStringCollection2::Extra::IsEmpty() const {
-  if (PathInsideZipRef || ArchiveTempFileNrRef || HashRef) return false;
+  if (PathInsideZipRef || ArchiveTempFileNrRef) return false;
+  if (MP3CutFromStart != 0 || MP3CutFromEnd != 0) return false;
   if (PicWidth != -1 || PicHeight != 0 || PicFormat != 0 || PicRatio != 0) return false;
   if (ExifCutFromStart != 0 || ExifCutFromEnd != 0) return false;
   if (!Arr) return true;
@@ -160,8 +161,6 @@ void CStringCollection2::FillPacked(Packed& p, const FileRecordView& v) {
   p.SourceNr = v.SourceNr;
   p.GroupID = v.GroupID;
   p.Attributes = v.Attributes;
-  p.MP3CutFromStart = v.MP3CutFromStart;
-  p.MP3CutFromEnd = v.MP3CutFromEnd;
   p.VolumeSerialNumber = v.VolumeSerialNumber;
   p.FileIndexHigh = v.FileIndexHigh;
   p.FileIndexLow = v.FileIndexLow;
@@ -197,7 +196,9 @@ void CStringCollection2::StoreExtra(Packed& p, const FileRecord& rec) {
   const Extra* old = ExtraOf(p);
   e.PathInsideZipRef = PutText(old ? old->PathInsideZipRef : 0, rec.PathInsideZip);
   e.ArchiveTempFileNrRef = PutText(old ? old->ArchiveTempFileNrRef : 0, rec.ArchiveTempFileNr);
-  e.HashRef = PutText(old ? old->HashRef : 0, rec.Hash);
+  p.HashRef = PutText(p.HashRef, rec.Hash);
+  e.MP3CutFromStart = rec.MP3CutFromStart;
+  e.MP3CutFromEnd = rec.MP3CutFromEnd;
   e.PicWidth = rec.PicWidth;
   e.PicHeight = rec.PicHeight;
   e.PicFormat = rec.PicFormat;
@@ -233,8 +234,7 @@ void CStringCollection2::ReadInto(const Packed& p, FileRecord& r) const {
   r.DateLastModified = p.DateLastModified;
   r.DateCreated = p.DateCreated;
   r.ArchiveType = p.ArchiveType;
-  r.MP3CutFromStart = p.MP3CutFromStart;
-  r.MP3CutFromEnd = p.MP3CutFromEnd;
+  r.Hash.assign(Texts_.Get(p.HashRef));
   for (int k = 0; k < 8; ++k) r.HashCreated[k] = (p.HashCreated >> k) & 1;
   r.PercentMatch = p.PercentMatch;
   r.IsReferenceFile = p.Flags & kFlagReference;
@@ -250,7 +250,8 @@ void CStringCollection2::ReadInto(const Packed& p, FileRecord& r) const {
   if (const Extra* e = ExtraOf(p)) {
     r.PathInsideZip.assign(Texts_.Get(e->PathInsideZipRef));
     r.ArchiveTempFileNr.assign(Texts_.Get(e->ArchiveTempFileNrRef));
-    r.Hash.assign(Texts_.Get(e->HashRef));
+    r.MP3CutFromStart = e->MP3CutFromStart;
+    r.MP3CutFromEnd = e->MP3CutFromEnd;
     r.PicWidth = e->PicWidth;
     r.PicHeight = e->PicHeight;
     r.PicFormat = e->PicFormat;
@@ -267,7 +268,8 @@ void CStringCollection2::ReadInto(const Packed& p, FileRecord& r) const {
   } else {
     r.PathInsideZip.clear();
     r.ArchiveTempFileNr.clear();
-    r.Hash.clear();
+    r.MP3CutFromStart = 0;
+    r.MP3CutFromEnd = 0;
     r.PicWidth = -1;
     r.PicHeight = 0;
     r.PicFormat = 0;
@@ -387,9 +389,12 @@ std::int32_t CStringCollection2::AddImpl(std::string_view key, const FileRecordV
     if (full->IsFLAC) p.Flags |= kFlagFLAC;
     if (full->IsJPG) p.Flags |= kFlagJPG;
     StoreExtra(p, *full);
-  } else if (!v.PathInsideZip.empty() || v.ExifCutFromStart != 0 || v.ExifCutFromEnd != 0) {
+  } else if (!v.PathInsideZip.empty() || v.ExifCutFromStart != 0 || v.ExifCutFromEnd != 0 ||
+             v.MP3CutFromStart != 0 || v.MP3CutFromEnd != 0) {
     Extra& e = EnsureExtra(p);
     e.PathInsideZipRef = Texts_.Put(v.PathInsideZip);
+    e.MP3CutFromStart = v.MP3CutFromStart;
+    e.MP3CutFromEnd = v.MP3CutFromEnd;
     e.ExifCutFromStart = v.ExifCutFromStart;
     e.ExifCutFromEnd = v.ExifCutFromEnd;
   }
@@ -532,6 +537,8 @@ KELVOR_EXTRA_SCALAR(std::int32_t, PicWidth, -1)
 KELVOR_EXTRA_SCALAR(std::int32_t, PicHeight, 0)
 KELVOR_EXTRA_SCALAR(std::int32_t, PicFormat, 0)
 KELVOR_EXTRA_SCALAR(double, PicRatio, 0.0)
+KELVOR_EXTRA_SCALAR(std::int32_t, MP3CutFromStart, 0)
+KELVOR_EXTRA_SCALAR(std::int32_t, MP3CutFromEnd, 0)
 #undef KELVOR_EXTRA_SCALAR
 
 std::string_view CStringCollection2::PathInsideZip(std::int32_t index) const {
@@ -555,16 +562,13 @@ void CStringCollection2::SetArchiveTempFileNr(std::int32_t index, std::string_vi
   e.ArchiveTempFileNrRef = PutText(e.ArchiveTempFileNrRef, v);
 }
 std::string_view CStringCollection2::Hash(std::int32_t index) const {
-  const Extra* e = ExtraOf(Slot(index));
-  return e ? Texts_.Get(e->HashRef) : std::string_view{};
+  return Texts_.Get(Slot(index).HashRef);
 }
 void CStringCollection2::SetHash(std::int32_t index, std::string_view v) {
   Packed& p = Slot(index);
   p.HashCreated =
       static_cast<std::uint8_t>(v.empty() ? (p.HashCreated & ~1u) : (p.HashCreated | 1u));
-  if (p.ExtraId == 0 && v.empty()) return;
-  Extra& e = EnsureExtra(p);
-  e.HashRef = PutText(e.HashRef, v);
+  p.HashRef = PutText(p.HashRef, v);
 }
 
 bool CStringCollection2::HashCreated(std::int32_t index, std::int32_t kind) const {

@@ -158,10 +158,10 @@ class CStringCollection2 {
   void SetPathInsideZip(std::int32_t index, std::string_view v);
   std::string_view ArchiveTempFileNr(std::int32_t index) const;
   void SetArchiveTempFileNr(std::int32_t index, std::string_view v);
-  std::int32_t MP3CutFromStart(std::int32_t index) const { return Slot(index).MP3CutFromStart; }
-  void SetMP3CutFromStart(std::int32_t index, std::int32_t v) { Slot(index).MP3CutFromStart = v; }
-  std::int32_t MP3CutFromEnd(std::int32_t index) const { return Slot(index).MP3CutFromEnd; }
-  void SetMP3CutFromEnd(std::int32_t index, std::int32_t v) { Slot(index).MP3CutFromEnd = v; }
+  std::int32_t MP3CutFromStart(std::int32_t index) const;
+  void SetMP3CutFromStart(std::int32_t index, std::int32_t v);
+  std::int32_t MP3CutFromEnd(std::int32_t index) const;
+  void SetMP3CutFromEnd(std::int32_t index, std::int32_t v);
   // Content checksum; setting it sets HashCreated(kind 0) to !empty.
   std::string_view Hash(std::int32_t index) const;
   void SetHash(std::int32_t index, std::string_view v);
@@ -275,13 +275,12 @@ class CStringCollection2 {
     std::int32_t SourceNr = 0;
     std::int32_t GroupID = -1;
     std::int32_t Attributes = 0;
-    std::int32_t MP3CutFromStart = 0;
-    std::int32_t MP3CutFromEnd = 0;
     std::int32_t VolumeSerialNumber = 0;
     std::int32_t FileIndexHigh = 0;
     std::int32_t FileIndexLow = 0;
     std::int32_t NumberOfLinks = 0;
     std::uint32_t ExtraId = 0;  // 0: no side record
+    std::uint32_t HashRef = 0;  // content checksum in the arena
     std::uint8_t ArchiveType = 0;
     std::uint8_t PercentMatch = 0;
     std::uint8_t HashCreated = 0;  // bit per kind
@@ -292,7 +291,8 @@ class CStringCollection2 {
   struct Extra {
     std::uint32_t PathInsideZipRef = 0;
     std::uint32_t ArchiveTempFileNrRef = 0;
-    std::uint32_t HashRef = 0;
+    std::int32_t MP3CutFromStart = 0;
+    std::int32_t MP3CutFromEnd = 0;
     std::int32_t PicWidth = -1;
     std::int32_t PicHeight = 0;
     std::int32_t PicFormat = 0;
