@@ -79,10 +79,10 @@ std::optional<PartnerAnswer> ContentComparator::FindPartner(const CascadeFile& f
   // Every representative of this key has its checksum in the index, and they
   // all differ: the one with the file's checksum is the one the walk would
   // stop at, and the walk's comparisons are counted.
-  auto hit = hashIndex_.find(HashIndexKey(place.key, file.rec.Hash));
+  const int* hit = hashIndex_.Find(chain_->id, file.rec.Hash);
   PartnerAnswer answer;
-  answer.matched = hit != hashIndex_.end();
-  answer.suffix = answer.matched ? hit->second : chain_->reps + 1;
+  answer.matched = hit != nullptr;
+  answer.suffix = answer.matched ? *hit : chain_->reps + 1;
   comparer_.CompareCount += std::min(answer.suffix, chain_->reps) - place.suffix + 1;
   return answer;
 }
@@ -109,7 +109,7 @@ bool ContentComparator::IsDuplicate(CascadeFile& file, FileRecord& rep, const st
   }
   if (chain_ && !hadHash && rep.HashCreated[0]) {
     --chain_->unhashed;
-    hashIndex_.try_emplace(HashIndexKey(place.key, rep.Hash), place.suffix);
+    hashIndex_.TryEmplace(chain_->id, rep.Hash, place.suffix);
   }
   // A new file that failed goes on like a different one: it meets no further
   // comparison (its flag ends each at once) and becomes a representative in
@@ -131,7 +131,7 @@ void ContentComparator::BecameRepresentative(std::string_view key, const FileRec
   RepChain& c = it->second;
   ++c.reps;
   if (rec.HashCreated[0]) {
-    hashIndex_.try_emplace(HashIndexKey(key, rec.Hash), c.reps);
+    hashIndex_.TryEmplace(c.id, rec.Hash, c.reps);
   } else {
     ++c.unhashed;
   }
@@ -181,13 +181,6 @@ bool ContentComparator::PrefixesDiffer(const CascadeFile& file, const FileRecord
   return it->second != *filePrefix_;
 }
 
-std::string ContentComparator::HashIndexKey(std::string_view key, std::string_view hash) {
-  std::string k;
-  k.reserve(key.size() + 1 + hash.size());
-  k.append(key).append(1, '\0').append(hash);
-  return k;
-}
-
 ContentComparator::RepChain& ContentComparator::ChainOf(std::string_view key,
                                                         const CStringCollection2& files,
                                                         std::int32_t firstNode) {
@@ -196,8 +189,9 @@ ContentComparator::RepChain& ContentComparator::ChainOf(std::string_view key,
     // A key's chain is made when its second file arrives: only the first
     // representative exists then.
     it->second.reps = 1;
+    it->second.id = static_cast<std::uint32_t>(chains_.size());
     if (files.HashCreated(firstNode, 0)) {
-      hashIndex_.try_emplace(HashIndexKey(key, files.Hash(firstNode)), 1);
+      hashIndex_.TryEmplace(it->second.id, files.Hash(firstNode), 1);
     } else {
       it->second.unhashed = 1;
     }

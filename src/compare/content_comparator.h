@@ -26,6 +26,7 @@
 
 #include "compare/comparator.h"
 #include "compare/content.h"
+#include "compare/digest_index.h"
 
 namespace kelvor {
 
@@ -85,8 +86,8 @@ class ContentComparator final : public Comparator {
   struct RepChain {
     int reps = 0;
     int unhashed = 0;
+    std::uint32_t id = 0;  // the key's number in the checksum index
   };
-  static std::string HashIndexKey(std::string_view key, std::string_view hash);
   RepChain& ChainOf(std::string_view key, const CStringCollection2& files, std::int32_t firstNode);
   bool SamplesDiffer(const CascadeFile& file, const FileRecord& rep, const std::string& repPath);
   bool PrefixesDiffer(const CascadeFile& file, const FileRecord& rep, const std::string& repPath);
@@ -98,7 +99,7 @@ class ContentComparator final : public Comparator {
   bool prefixes_ = false;  // prefix digests before full checksums
   bool readAhead_ = false;
   std::unordered_map<std::string, RepChain> chains_;          // keys that met a second file
-  std::unordered_map<std::string, int> hashIndex_;            // key + checksum -> suffix
+  DigestIndex hashIndex_;                                     // chain id + checksum -> suffix
   std::unordered_map<std::int32_t, std::uint64_t> sampleOf_;  // record -> first/last bytes
   std::optional<std::uint64_t> fileSample_;                   // of the file being placed
   std::unordered_map<std::int32_t, std::uint64_t> prefixOf_;  // record -> prefix digest (part)

@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -51,13 +52,25 @@ std::uint64_t KeyPrefix(std::string_view k) {
 }  // namespace
 
 bool CStringCollection2::Extra::IsEmpty() const {
-  if (PathInsideZipRef || ArchiveTempFileNrRef || HashRef) return false;
+  if (PathInsideZipRef || ArchiveTempFileNrRef) return false;
+  if (MP3CutFromStart != 0 || MP3CutFromEnd != 0) return false;
   if (PicWidth != -1 || PicHeight != 0 || PicFormat != 0 || PicRatio != 0) return false;
   if (ExifCutFromStart != 0 || ExifCutFromEnd != 0) return false;
-  for (const auto& a : HashArray) {
+  if (!Arr) return true;
+  for (const auto& a : Arr->HashArray) {
     if (!a.empty()) return false;
   }
-  return HashAudioArray.empty();
+  return Arr->HashAudioArray.empty();
+}
+
+const std::vector<std::uint8_t>& CStringCollection2::Extra::HashArray(std::int32_t kind) const {
+  static const std::vector<std::uint8_t> kNone;
+  return Arr ? Arr->HashArray[static_cast<std::size_t>(kind)] : kNone;
+}
+
+const std::vector<std::uint64_t>& CStringCollection2::Extra::HashAudioArray() const {
+  static const std::vector<std::uint64_t> kNone;
+  return Arr ? Arr->HashAudioArray : kNone;
 }
 
 CStringCollection2::CStringCollection2() = default;
@@ -68,9 +81,7 @@ void CStringCollection2::Init(std::int32_t size, double growth) {
   Clear();
   Growth = growth;
   const auto n = static_cast<std::size_t>(size) + 1;
-  Nodes_.reserve(n);
   Nodes_.resize(n);
-  Records_.reserve(n);
   Records_.resize(n);
   PositionIndex_.reserve(n + 1);
   PositionIndex_.resize(n + 1, 0);
@@ -83,8 +94,8 @@ void CStringCollection2::Init(std::int32_t size, double growth) {
 
 std::int32_t CStringCollection2::Clear() {
   Allocator_ = CNode{};
-  std::vector<TreeNode>().swap(Nodes_);
-  std::vector<Packed>().swap(Records_);
+  Nodes_.clear();
+  Records_.clear();
   std::vector<std::int32_t>().swap(PositionIndex_);
   Paths_.Clear();
   Exts_.Clear();
@@ -150,8 +161,6 @@ void CStringCollection2::FillPacked(Packed& p, const FileRecordView& v) {
   p.SourceNr = v.SourceNr;
   p.GroupID = v.GroupID;
   p.Attributes = v.Attributes;
-  p.MP3CutFromStart = v.MP3CutFromStart;
-  p.MP3CutFromEnd = v.MP3CutFromEnd;
   p.VolumeSerialNumber = v.VolumeSerialNumber;
   p.FileIndexHigh = v.FileIndexHigh;
   p.FileIndexLow = v.FileIndexLow;
@@ -187,15 +196,22 @@ void CStringCollection2::StoreExtra(Packed& p, const FileRecord& rec) {
   const Extra* old = ExtraOf(p);
   e.PathInsideZipRef = PutText(old ? old->PathInsideZipRef : 0, rec.PathInsideZip);
   e.ArchiveTempFileNrRef = PutText(old ? old->ArchiveTempFileNrRef : 0, rec.ArchiveTempFileNr);
-  e.HashRef = PutText(old ? old->HashRef : 0, rec.Hash);
+  p.HashRef = PutText(p.HashRef, rec.Hash);
+  e.MP3CutFromStart = rec.MP3CutFromStart;
+  e.MP3CutFromEnd = rec.MP3CutFromEnd;
   e.PicWidth = rec.PicWidth;
   e.PicHeight = rec.PicHeight;
   e.PicFormat = rec.PicFormat;
   e.PicRatio = rec.PicRatio;
   e.ExifCutFromStart = rec.ExifCutFromStart;
   e.ExifCutFromEnd = rec.ExifCutFromEnd;
-  e.HashArray = rec.HashArray;
-  e.HashAudioArray = rec.HashAudioArray;
+  const bool arrays = !rec.HashAudioArray.empty() ||
+                      std::any_of(rec.HashArray.begin(), rec.HashArray.end(),
+                                  [](const std::vector<std::uint8_t>& a) { return !a.empty(); });
+  if (arrays) {
+    e.MutArrays().HashArray = rec.HashArray;
+    e.Arr->HashAudioArray = rec.HashAudioArray;
+  }
   if (e.IsEmpty()) {
     ReleaseExtra(p);
   } else {
@@ -218,8 +234,7 @@ void CStringCollection2::ReadInto(const Packed& p, FileRecord& r) const {
   r.DateLastModified = p.DateLastModified;
   r.DateCreated = p.DateCreated;
   r.ArchiveType = p.ArchiveType;
-  r.MP3CutFromStart = p.MP3CutFromStart;
-  r.MP3CutFromEnd = p.MP3CutFromEnd;
+  r.Hash.assign(Texts_.Get(p.HashRef));
   for (int k = 0; k < 8; ++k) r.HashCreated[k] = (p.HashCreated >> k) & 1;
   r.PercentMatch = p.PercentMatch;
   r.IsReferenceFile = p.Flags & kFlagReference;
@@ -235,19 +250,26 @@ void CStringCollection2::ReadInto(const Packed& p, FileRecord& r) const {
   if (const Extra* e = ExtraOf(p)) {
     r.PathInsideZip.assign(Texts_.Get(e->PathInsideZipRef));
     r.ArchiveTempFileNr.assign(Texts_.Get(e->ArchiveTempFileNrRef));
-    r.Hash.assign(Texts_.Get(e->HashRef));
+    r.MP3CutFromStart = e->MP3CutFromStart;
+    r.MP3CutFromEnd = e->MP3CutFromEnd;
     r.PicWidth = e->PicWidth;
     r.PicHeight = e->PicHeight;
     r.PicFormat = e->PicFormat;
     r.PicRatio = e->PicRatio;
     r.ExifCutFromStart = e->ExifCutFromStart;
     r.ExifCutFromEnd = e->ExifCutFromEnd;
-    r.HashArray = e->HashArray;
-    r.HashAudioArray = e->HashAudioArray;
+    if (e->Arr) {
+      r.HashArray = e->Arr->HashArray;
+      r.HashAudioArray = e->Arr->HashAudioArray;
+    } else {
+      for (auto& a : r.HashArray) a.clear();
+      r.HashAudioArray.clear();
+    }
   } else {
     r.PathInsideZip.clear();
     r.ArchiveTempFileNr.clear();
-    r.Hash.clear();
+    r.MP3CutFromStart = 0;
+    r.MP3CutFromEnd = 0;
     r.PicWidth = -1;
     r.PicHeight = 0;
     r.PicFormat = 0;
@@ -336,9 +358,7 @@ std::int32_t CStringCollection2::AddImpl(std::string_view key, const FileRecordV
     const std::int64_t nb = std::max<std::int64_t>(RoundHalfEven(b * Growth), node);
     const std::int64_t npi = std::max<std::int64_t>(RoundHalfEven(b * Growth + 2), nb + 1);
     const auto nn = static_cast<std::size_t>(nb) + 1;
-    Nodes_.reserve(nn);
     Nodes_.resize(nn);
-    Records_.reserve(nn);
     Records_.resize(nn);
     PositionIndex_.reserve(static_cast<std::size_t>(npi) + 1);
     PositionIndex_.resize(static_cast<std::size_t>(npi) + 1, 0);
@@ -369,9 +389,12 @@ std::int32_t CStringCollection2::AddImpl(std::string_view key, const FileRecordV
     if (full->IsFLAC) p.Flags |= kFlagFLAC;
     if (full->IsJPG) p.Flags |= kFlagJPG;
     StoreExtra(p, *full);
-  } else if (!v.PathInsideZip.empty() || v.ExifCutFromStart != 0 || v.ExifCutFromEnd != 0) {
+  } else if (!v.PathInsideZip.empty() || v.ExifCutFromStart != 0 || v.ExifCutFromEnd != 0 ||
+             v.MP3CutFromStart != 0 || v.MP3CutFromEnd != 0) {
     Extra& e = EnsureExtra(p);
     e.PathInsideZipRef = Texts_.Put(v.PathInsideZip);
+    e.MP3CutFromStart = v.MP3CutFromStart;
+    e.MP3CutFromEnd = v.MP3CutFromEnd;
     e.ExifCutFromStart = v.ExifCutFromStart;
     e.ExifCutFromEnd = v.ExifCutFromEnd;
   }
@@ -514,6 +537,8 @@ KELVOR_EXTRA_SCALAR(std::int32_t, PicWidth, -1)
 KELVOR_EXTRA_SCALAR(std::int32_t, PicHeight, 0)
 KELVOR_EXTRA_SCALAR(std::int32_t, PicFormat, 0)
 KELVOR_EXTRA_SCALAR(double, PicRatio, 0.0)
+KELVOR_EXTRA_SCALAR(std::int32_t, MP3CutFromStart, 0)
+KELVOR_EXTRA_SCALAR(std::int32_t, MP3CutFromEnd, 0)
 #undef KELVOR_EXTRA_SCALAR
 
 std::string_view CStringCollection2::PathInsideZip(std::int32_t index) const {
@@ -537,16 +562,13 @@ void CStringCollection2::SetArchiveTempFileNr(std::int32_t index, std::string_vi
   e.ArchiveTempFileNrRef = PutText(e.ArchiveTempFileNrRef, v);
 }
 std::string_view CStringCollection2::Hash(std::int32_t index) const {
-  const Extra* e = ExtraOf(Slot(index));
-  return e ? Texts_.Get(e->HashRef) : std::string_view{};
+  return Texts_.Get(Slot(index).HashRef);
 }
 void CStringCollection2::SetHash(std::int32_t index, std::string_view v) {
   Packed& p = Slot(index);
   p.HashCreated =
       static_cast<std::uint8_t>(v.empty() ? (p.HashCreated & ~1u) : (p.HashCreated | 1u));
-  if (p.ExtraId == 0 && v.empty()) return;
-  Extra& e = EnsureExtra(p);
-  e.HashRef = PutText(e.HashRef, v);
+  p.HashRef = PutText(p.HashRef, v);
 }
 
 bool CStringCollection2::HashCreated(std::int32_t index, std::int32_t kind) const {
@@ -593,17 +615,18 @@ void CStringCollection2::SetHashArraySize(std::int32_t index, std::int32_t kind,
   if (kind < 0 || kind > 7) return;
   Packed& p = Slot(index);
   if (size < 0) {
-    if (Extra* e = p.ExtraId ? Extras_[p.ExtraId - 1].get() : nullptr) e->HashArray[kind].clear();
+    Extra* e = p.ExtraId ? Extras_[p.ExtraId - 1].get() : nullptr;
+    if (e && e->Arr) e->Arr->HashArray[kind].clear();
     return;
   }
-  EnsureExtra(p).HashArray[kind].assign(static_cast<std::size_t>(size) + 1, 0);
+  EnsureExtra(p).MutArrays().HashArray[kind].assign(static_cast<std::size_t>(size) + 1, 0);
 }
 
 std::vector<std::uint8_t> CStringCollection2::HashArray(std::int32_t index,
                                                         std::int32_t kind) const {
   CheckKind(kind);
   const Extra* e = ExtraOf(Slot(index));
-  return e ? e->HashArray[kind] : std::vector<std::uint8_t>{};
+  return e ? e->HashArray(kind) : std::vector<std::uint8_t>{};
 }
 
 std::span<const std::uint8_t> CStringCollection2::HashArrayView(std::int32_t index,
@@ -611,7 +634,8 @@ std::span<const std::uint8_t> CStringCollection2::HashArrayView(std::int32_t ind
   CheckKind(kind);
   const Extra* e = ExtraOf(Slot(index));
   if (!e) return {};
-  return {e->HashArray[kind].data(), e->HashArray[kind].size()};
+  const std::vector<std::uint8_t>& a = e->HashArray(kind);
+  return {a.data(), a.size()};
 }
 
 void CStringCollection2::SetHashArray(std::int32_t index, std::int32_t kind,
@@ -619,15 +643,15 @@ void CStringCollection2::SetHashArray(std::int32_t index, std::int32_t kind,
   CheckKind(kind);
   Packed& p = Slot(index);
   if (p.ExtraId == 0 && v.empty()) return;
-  EnsureExtra(p).HashArray[kind] = std::move(v);
+  EnsureExtra(p).MutArrays().HashArray[kind] = std::move(v);
 }
 
 std::uint8_t CStringCollection2::HashArrayItem(std::int32_t index, std::int32_t kind,
                                                std::int32_t pos) const {
   CheckKind(kind);
   const Extra* e = ExtraOf(Slot(index));
-  if (!e || pos < 0 || static_cast<std::size_t>(pos) >= e->HashArray[kind].size()) ArrayFault();
-  return e->HashArray[kind][pos];
+  if (!e || pos < 0 || static_cast<std::size_t>(pos) >= e->HashArray(kind).size()) ArrayFault();
+  return e->HashArray(kind)[pos];
 }
 
 void CStringCollection2::SetHashArrayItem(std::int32_t index, std::int32_t kind, std::int32_t pos,
@@ -635,42 +659,43 @@ void CStringCollection2::SetHashArrayItem(std::int32_t index, std::int32_t kind,
   CheckKind(kind);
   Packed& p = Slot(index);
   Extra* e = p.ExtraId ? Extras_[p.ExtraId - 1].get() : nullptr;
-  if (!e || pos < 0 || static_cast<std::size_t>(pos) >= e->HashArray[kind].size()) ArrayFault();
-  e->HashArray[kind][pos] = v;
+  if (!e || pos < 0 || static_cast<std::size_t>(pos) >= e->HashArray(kind).size()) ArrayFault();
+  e->Arr->HashArray[kind][pos] = v;
 }
 
 void CStringCollection2::SetHashAudioArraySize(std::int32_t index, std::int32_t size) {
   Packed& p = Slot(index);
   if (size < 0) {
-    if (Extra* e = p.ExtraId ? Extras_[p.ExtraId - 1].get() : nullptr) e->HashAudioArray.clear();
+    Extra* e = p.ExtraId ? Extras_[p.ExtraId - 1].get() : nullptr;
+    if (e && e->Arr) e->Arr->HashAudioArray.clear();
     return;
   }
-  EnsureExtra(p).HashAudioArray.assign(static_cast<std::size_t>(size) + 1, 0);
+  EnsureExtra(p).MutArrays().HashAudioArray.assign(static_cast<std::size_t>(size) + 1, 0);
 }
 
 std::vector<std::uint64_t> CStringCollection2::HashAudioArray(std::int32_t index) const {
   const Extra* e = ExtraOf(Slot(index));
-  return e ? e->HashAudioArray : std::vector<std::uint64_t>{};
+  return e ? e->HashAudioArray() : std::vector<std::uint64_t>{};
 }
 
 void CStringCollection2::SetHashAudioArray(std::int32_t index, std::vector<std::uint64_t> v) {
   Packed& p = Slot(index);
   if (p.ExtraId == 0 && v.empty()) return;
-  EnsureExtra(p).HashAudioArray = std::move(v);
+  EnsureExtra(p).MutArrays().HashAudioArray = std::move(v);
 }
 
 std::uint64_t CStringCollection2::HashAudioArrayItem(std::int32_t index, std::int32_t pos) const {
   const Extra* e = ExtraOf(Slot(index));
-  if (!e || pos < 0 || static_cast<std::size_t>(pos) >= e->HashAudioArray.size()) ArrayFault();
-  return e->HashAudioArray[pos];
+  if (!e || pos < 0 || static_cast<std::size_t>(pos) >= e->HashAudioArray().size()) ArrayFault();
+  return e->HashAudioArray()[pos];
 }
 
 void CStringCollection2::SetHashAudioArrayItem(std::int32_t index, std::int32_t pos,
                                                std::uint64_t v) {
   Packed& p = Slot(index);
   Extra* e = p.ExtraId ? Extras_[p.ExtraId - 1].get() : nullptr;
-  if (!e || pos < 0 || static_cast<std::size_t>(pos) >= e->HashAudioArray.size()) ArrayFault();
-  e->HashAudioArray[pos] = v;
+  if (!e || pos < 0 || static_cast<std::size_t>(pos) >= e->HashAudioArray().size()) ArrayFault();
+  e->Arr->HashAudioArray[pos] = v;
 }
 
 std::string CStringCollection2::GetHardlinkIDkey(std::int32_t index, bool withoutVolume) const {
@@ -687,15 +712,17 @@ std::string CStringCollection2::GetHardlinkIDkeyFormatted(std::int32_t index,
 }
 
 std::size_t CStringCollection2::MemoryBytes() const {
-  std::size_t bytes = Nodes_.capacity() * sizeof(TreeNode) + Records_.capacity() * sizeof(Packed) +
+  std::size_t bytes = Nodes_.BytesHeld() + Records_.BytesHeld() +
                       PositionIndex_.capacity() * sizeof(std::int32_t) +
                       static_cast<std::size_t>(Allocator_.UpperBound() + 1) * sizeof(std::int32_t) +
                       Texts_.BytesReserved();
   bytes += Extras_.capacity() * sizeof(void*) + FreeExtras_.capacity() * sizeof(std::uint32_t);
   for (const auto& e : Extras_) {
     if (!e) continue;
-    bytes += sizeof(Extra) + e->HashAudioArray.capacity() * sizeof(std::uint64_t);
-    for (const auto& a : e->HashArray) bytes += a.capacity();
+    bytes += sizeof(Extra);
+    if (!e->Arr) continue;
+    bytes += sizeof(Extra::Arrays) + e->Arr->HashAudioArray.capacity() * sizeof(std::uint64_t);
+    for (const auto& a : e->Arr->HashArray) bytes += a.capacity();
   }
   // Interner maps: a node and a bucket per distinct text, roughly.
   bytes += (Paths_.Size() + Exts_.Size()) * (sizeof(std::string_view) * 2 + 32);

@@ -29,6 +29,7 @@
 #include <string_view>
 #include <vector>
 
+#include "data/chunked_array.h"
 #include "data/file_record.h"
 #include "data/string_arena.h"
 #include "data/string_collection.h"
@@ -157,10 +158,10 @@ class CStringCollection2 {
   void SetPathInsideZip(std::int32_t index, std::string_view v);
   std::string_view ArchiveTempFileNr(std::int32_t index) const;
   void SetArchiveTempFileNr(std::int32_t index, std::string_view v);
-  std::int32_t MP3CutFromStart(std::int32_t index) const { return Slot(index).MP3CutFromStart; }
-  void SetMP3CutFromStart(std::int32_t index, std::int32_t v) { Slot(index).MP3CutFromStart = v; }
-  std::int32_t MP3CutFromEnd(std::int32_t index) const { return Slot(index).MP3CutFromEnd; }
-  void SetMP3CutFromEnd(std::int32_t index, std::int32_t v) { Slot(index).MP3CutFromEnd = v; }
+  std::int32_t MP3CutFromStart(std::int32_t index) const;
+  void SetMP3CutFromStart(std::int32_t index, std::int32_t v);
+  std::int32_t MP3CutFromEnd(std::int32_t index) const;
+  void SetMP3CutFromEnd(std::int32_t index, std::int32_t v);
   // Content checksum; setting it sets HashCreated(kind 0) to !empty.
   std::string_view Hash(std::int32_t index) const;
   void SetHash(std::int32_t index, std::string_view v);
@@ -274,13 +275,12 @@ class CStringCollection2 {
     std::int32_t SourceNr = 0;
     std::int32_t GroupID = -1;
     std::int32_t Attributes = 0;
-    std::int32_t MP3CutFromStart = 0;
-    std::int32_t MP3CutFromEnd = 0;
     std::int32_t VolumeSerialNumber = 0;
     std::int32_t FileIndexHigh = 0;
     std::int32_t FileIndexLow = 0;
     std::int32_t NumberOfLinks = 0;
     std::uint32_t ExtraId = 0;  // 0: no side record
+    std::uint32_t HashRef = 0;  // content checksum in the arena
     std::uint8_t ArchiveType = 0;
     std::uint8_t PercentMatch = 0;
     std::uint8_t HashCreated = 0;  // bit per kind
@@ -291,15 +291,27 @@ class CStringCollection2 {
   struct Extra {
     std::uint32_t PathInsideZipRef = 0;
     std::uint32_t ArchiveTempFileNrRef = 0;
-    std::uint32_t HashRef = 0;
+    std::int32_t MP3CutFromStart = 0;
+    std::int32_t MP3CutFromEnd = 0;
     std::int32_t PicWidth = -1;
     std::int32_t PicHeight = 0;
     std::int32_t PicFormat = 0;
     double PicRatio = 0;
     std::int32_t ExifCutFromStart = 0;
     std::int32_t ExifCutFromEnd = 0;
-    std::array<std::vector<std::uint8_t>, 8> HashArray;
-    std::vector<std::uint64_t> HashAudioArray;
+    // Picture and audio hashes, made only for the records that get one: a
+    // record that only has a checksum keeps its side record small.
+    struct Arrays {
+      std::array<std::vector<std::uint8_t>, 8> HashArray;
+      std::vector<std::uint64_t> HashAudioArray;
+    };
+    std::unique_ptr<Arrays> Arr;
+    const std::vector<std::uint8_t>& HashArray(std::int32_t kind) const;
+    const std::vector<std::uint64_t>& HashAudioArray() const;
+    Arrays& MutArrays() {
+      if (!Arr) Arr = std::make_unique<Arrays>();
+      return *Arr;
+    }
     bool IsEmpty() const;
   };
 
@@ -329,8 +341,8 @@ class CStringCollection2 {
                        FileRecord* found, std::int32_t* foundNode);
   std::int32_t GetIndex(std::int32_t node) const;
 
-  std::vector<TreeNode> Nodes_;
-  std::vector<Packed> Records_;
+  ChunkedArray<TreeNode> Nodes_;
+  ChunkedArray<Packed> Records_;
   std::int32_t Root_ = 0;
   CNode Allocator_;
   bool Initialised_ = false;
