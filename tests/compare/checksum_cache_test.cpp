@@ -777,8 +777,10 @@ TEST_F(ChecksumCacheTest, ManyThreadsStoreAndLookUpAtOnce) {
 // Rows nobody reads for a long time go; rows read in a run are marked as used
 // then and stay, however old their digest is; young rows stay anyway.
 TEST_F(ChecksumCacheTest, FinishPrunesOldUnreadRowsAndKeepsTheRest) {
-  Fill(6);
+  // Taken before the rows are stored, so that no row stored or marked in
+  // this test can be older than it, however slowly the test runs.
   const std::int64_t now = static_cast<std::int64_t>(std::time(nullptr));
+  Fill(6);
   const std::int64_t longAgo = now - 200 * 24 * 3600;
   {
     RawDb raw(File());
