@@ -32,6 +32,8 @@ class ChecksumCache;
 class ContentComparator;
 class LongOperation;
 class MediaProperties;
+class SimilarAudioComparator;
+class SimilarPicturesComparator;
 class WorkPool;
 
 // The name key of a base name (ignored characters, ignored text, method).
@@ -120,6 +122,8 @@ class Cascade {
   void SyncCounts();
   void OpenChecksumCache();
   std::unique_ptr<Comparator> MakeSimilarPictures();
+  WorkPool& MakeWorkPool();
+  void PredictMediaFiles(const Frame& top, const FilterOptions& filters);
 
   CascadeContext ctx_;
   const SearchOptions& opt_;
@@ -134,11 +138,14 @@ class Cascade {
   // alone decides), and the content comparator when that is it.
   std::unique_ptr<Comparator> comparator_;
   ContentComparator* content_ = nullptr;
+  // The picture or music comparator when that is it (they read ahead too).
+  SimilarPicturesComparator* pictures_ = nullptr;
+  SimilarAudioComparator* audio_ = nullptr;
   std::unique_ptr<MediaProperties> media_;  // made when a row first needs it
-  FileRecord recBuf_;    // reused for every file's record
-  FileRecord foundBuf_;  // reused for the representative a file meets
-  FileRecord repBuf_;    // reused for representatives read ahead
-  std::string keyBuf_;   // reused for every compare key
+  FileRecord recBuf_;                       // reused for every file's record
+  FileRecord foundBuf_;                     // reused for the representative a file meets
+  FileRecord repBuf_;                       // reused for representatives read ahead
+  std::string keyBuf_;                      // reused for every compare key
   std::string pathBuf_;
   std::string predictKey_;
   // Numbers the keys of files placed by a walking comparator, unique to the run.
