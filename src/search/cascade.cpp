@@ -619,11 +619,19 @@ bool Cascade::ReadsAhead() const {
 // Pictures and music: every file of the folder that the walk will hand to
 // the cascade (its extension in the search's list, through the filters) is
 // measured against the earlier ones, so each is read ahead. One not needed
-// after all costs a worker's time and nothing else.
+// after all costs a worker's time and nothing else. The files go to the pool
+// in a window ahead of the walk, moved on as the walk hands files over, so
+// that a folder of thousands stays within the table's bounds and is still
+// read ahead to its end.
 void Cascade::PredictMediaFiles(const Frame& top, const FilterOptions& filters) {
+  if (top.path != mediaFolder_ || mediaCursor_ < top.next) {
+    mediaFolder_ = top.path;
+    mediaCursor_ = top.next;
+  }
+  const std::size_t end = std::min(top.entries.size(), top.next + kMediaWindow);
   const std::string_view list = pictures_ ? kSimilarPicsExtensions : kSimilarAudioExtensions;
-  for (std::size_t i = top.next; i < top.entries.size(); ++i) {
-    const DirEntry& e = top.entries[i];
+  for (; mediaCursor_ < end; ++mediaCursor_) {
+    const DirEntry& e = top.entries[mediaCursor_];
     if (e.kind != EntryKind::File || e.size == 0) continue;
     std::string_view name = std::string_view(top.names).substr(e.nameOffset, e.nameLength);
     const std::string_view ext = ExtensionOf(name);
@@ -640,6 +648,10 @@ void Cascade::PredictMediaFiles(const Frame& top, const FilterOptions& filters) 
     else
       audio_->Prefetch(pathBuf_);
   }
+}
+
+void Cascade::FileReached(const Frame& top, const FilterOptions& filters) {
+  if (pool_ && (pictures_ || audio_)) PredictMediaFiles(top, filters);
 }
 
 void Cascade::PredictComparisons(const Frame& top, int sourceNr, const FilterOptions& filters) {

@@ -87,6 +87,9 @@ class Cascade {
   // sure to come are read ahead. Only files the filters let through count.
   void PredictComparisons(const Frame& top, int sourceNr, const FilterOptions& filters);
   bool ReadsAhead() const;
+  // The walk hands over the next file of the folder `top`: pictures and
+  // music move their read-ahead along.
+  void FileReached(const Frame& top, const FilterOptions& filters);
 
   // The comparisons and checksums of the comparator (false without one).
   bool ComparatorCounts(std::int64_t* compares, std::int32_t* checksums,
@@ -148,6 +151,11 @@ class Cascade {
   std::string keyBuf_;                      // reused for every compare key
   std::string pathBuf_;
   std::string predictKey_;
+  // Pictures and music: the folder read ahead and its next entry to queue,
+  // at most kMediaWindow entries ahead of the walk.
+  static constexpr std::size_t kMediaWindow = 128;
+  std::string mediaFolder_;
+  std::size_t mediaCursor_ = 0;
   // Numbers the keys of files placed by a walking comparator, unique to the run.
   std::int64_t walkSerial_ = 0;
   // The archive member being placed (type 0: a file on disk).

@@ -315,5 +315,24 @@ TEST_F(SimilarPicturesSearch, OneWorkerOrFourGiveTheSameSearch) {
   }
 }
 
+TEST_F(SimilarPicturesSearch, AFolderOfManyPicturesIsReadAheadToItsEnd) {
+  test::HangGuard guard(std::chrono::seconds(300), "many pictures");
+  // More files than the read-ahead queues at once: the window moves along.
+  Convert("-size 64x48 -seed 3 plasma:fractal small.png");
+  Group all{"small.png"};
+  for (int i = 0; i < 300; ++i) {
+    const std::string name = "s" + std::to_string(i) + ".png";
+    fs::copy_file(tree_ / "small.png", tree_ / name);
+    all.insert(name);
+  }
+  for (unsigned threads : {1u, 4u}) {
+    SCOPED_TRACE(threads);
+    threads_ = threads;
+    EXPECT_EQ(Run(), Groups{all});
+    EXPECT_EQ(engine_->Stats().ChecksumCount, 301);
+    EXPECT_EQ(engine_->Stats().CompareCount, 300);
+  }
+}
+
 }  // namespace
 }  // namespace kelvor
