@@ -7,6 +7,7 @@
 #include "frame/log.h"
 #include "frame/run_state.h"
 #include "frame/texts.h"
+#include "frame/work_pool.h"
 
 namespace kelvor {
 
@@ -14,6 +15,30 @@ namespace {
 constexpr int kSourceAcross = 2;
 constexpr int kSourceSamePath = 3;
 }  // namespace
+
+// Fingerprints made ahead on the pool, by full path. Only workers compute:
+// the cascade runs the tool itself in Make, as without a pool. A fingerprint
+// cut short by a stop is not kept.
+class SimilarAudioComparator::ReadAhead {
+ public:
+  ReadAhead(WorkPool& pool, const AudioFingerprintOptions& options)
+      : table_(pool,
+               [options](const std::string& path, const bool&,
+                         int worker) -> std::optional<AudioFingerprint> {
+                 if (worker < 0) return std::nullopt;
+                 AudioFingerprint fp = Search_CreateAudioHash(path, options);
+                 if (options.run && options.run->StopRequested()) return std::nullopt;
+                 return fp;
+               }) {}
+
+  void Add(const std::string& path) { table_.Ahead(path, true); }
+  std::optional<AudioFingerprint> Take(const std::string& path) {
+    return table_.TakeAhead(path, true);
+  }
+
+ private:
+  AheadTable<std::string, bool, AudioFingerprint> table_;
+};
 
 SimilarAudioComparator::SimilarAudioComparator(const SimilarAudioOptions& options,
                                                CStringCollection2& files, FullPathOf fullPath,
@@ -25,6 +50,14 @@ SimilarAudioComparator::SimilarAudioComparator(const SimilarAudioOptions& option
       log_(log),
       run_(run) {
   opt_.fingerprint.run = &run_;
+}
+
+SimilarAudioComparator::~SimilarAudioComparator() = default;
+
+void SimilarAudioComparator::Prefetch(const std::string& fullPath) {
+  if (!pool_) return;
+  if (!ahead_) ahead_ = std::make_unique<ReadAhead>(*pool_, opt_.fingerprint);
+  ahead_->Add(fullPath);
 }
 
 void SimilarAudioComparator::BeginFile() {
@@ -47,6 +80,8 @@ void SimilarAudioComparator::Make(Entry& e, const std::string& path, int place) 
   if (auto it = ready_.find(path); it != ready_.end()) {
     fp = std::move(it->second);
     ready_.erase(it);
+  } else if (std::optional<AudioFingerprint> ahead = ahead_ ? ahead_->Take(path) : std::nullopt) {
+    fp = std::move(*ahead);
   } else {
     fp = Search_CreateAudioHash(path, opt_.fingerprint);
   }

@@ -9,10 +9,15 @@
 // their fingerprints itself, indexed by record, and compares them in place.
 // A fingerprint is made when a file first meets a comparison, or handed in
 // beforehand through AcceptFingerprint (made on another thread by
-// Search_CreateAudioHash).
+// Search_CreateAudioHash). Given a worker pool (SetWorkPool), the comparator
+// runs the tool ahead itself: Prefetch queues a file, so that as many tools
+// run at once as the pool has workers, and the first need of the file takes
+// the fingerprint made there. Counts and log lines come from the taking, in
+// the order of the search, as without a pool.
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,6 +32,7 @@ namespace kelvor {
 class Logger;
 class ProgressSink;
 class TextCatalog;
+class WorkPool;
 struct RunState;
 
 struct SimilarAudioOptions {
@@ -45,6 +51,7 @@ class SimilarAudioComparator final : public Comparator {
   // record's file on disk.
   SimilarAudioComparator(const SimilarAudioOptions& options, CStringCollection2& files,
                          FullPathOf fullPath, const TextCatalog& texts, Logger& log, RunState& run);
+  ~SimilarAudioComparator() override;
 
   CascadeStep Step() const override { return CascadeStep::SimilarAudio; }
   void BeginFile() override;
@@ -73,6 +80,12 @@ class SimilarAudioComparator final : public Comparator {
   // one. Call on the cascade's thread.
   void AcceptFingerprint(std::string fullPath, AudioFingerprint fingerprint);
 
+  // The pool that runs the tool ahead (none: each file when first needed).
+  // Set before the first Prefetch; the pool outlives this.
+  void SetWorkPool(WorkPool* pool) { pool_ = pool; }
+  // The file at `fullPath` is likely to be needed: fingerprint it on the pool.
+  void Prefetch(const std::string& fullPath);
+
  private:
   struct Entry {
     std::vector<std::uint32_t> words;
@@ -96,6 +109,9 @@ class SimilarAudioComparator final : public Comparator {
   std::unordered_map<std::string, AudioFingerprint> ready_;            // made ahead, by path
   std::int64_t compares_ = 0;
   std::int32_t fingerprints_ = 0;
+  WorkPool* pool_ = nullptr;
+  class ReadAhead;
+  std::unique_ptr<ReadAhead> ahead_;  // made on the first Prefetch
 };
 
 }  // namespace kelvor

@@ -8,11 +8,13 @@
 
 #include "compare/picture_decoder.h"
 #include "data/file_record_collection.h"
+#include "data/file_system.h"
 #include "frame/formats.h"
 #include "frame/log.h"
 #include "frame/long_operation.h"
 #include "frame/sinks.h"
 #include "frame/texts.h"
+#include "frame/work_pool.h"
 
 namespace kelvor {
 
@@ -74,6 +76,28 @@ PictureProbe ProbePicture(const std::string& path, const PictureHashRequest& req
   return p;
 }
 
+// Probes made ahead on the pool, by full path. Only workers compute: the
+// cascade's own reading stays in Probe, as without a pool.
+class SimilarPicturesComparator::ReadAhead {
+ public:
+  ReadAhead(WorkPool& pool, const PictureHashRequest& request)
+      : table_(
+            pool,
+            [request, faults = FileSystemFaults::Current()](
+                const std::string& path, const bool&, int worker) -> std::optional<PictureProbe> {
+              if (worker < 0) return std::nullopt;
+              // Workers read for the thread that made the table.
+              FileSystemFaults::Scope scope(faults);
+              return ProbePicture(path, request);
+            }) {}
+
+  void Add(const std::string& path) { table_.Ahead(path, true); }
+  std::optional<PictureProbe> Take(const std::string& path) { return table_.TakeAhead(path, true); }
+
+ private:
+  AheadTable<std::string, bool, PictureProbe> table_;
+};
+
 SimilarPicturesComparator::SimilarPicturesComparator(const SimilarPictureOptions& options,
                                                      const TextCatalog& texts, Logger& log,
                                                      ProgressSink& progress, LongOperation& pacing,
@@ -91,6 +115,14 @@ SimilarPicturesComparator::SimilarPicturesComparator(const SimilarPictureOptions
   hashLength_ = PicHashLength(opt_.algo, opt_.side);
 }
 
+SimilarPicturesComparator::~SimilarPicturesComparator() = default;
+
+void SimilarPicturesComparator::Prefetch(const std::string& path) {
+  if (!pool_) return;
+  if (!ahead_) ahead_ = std::make_unique<ReadAhead>(*pool_, request_);
+  ahead_->Add(path);
+}
+
 void SimilarPicturesComparator::BeginFile() {
   newProbe_ = PictureProbe{};
   newProbed_ = false;
@@ -105,6 +137,9 @@ PictureProbe SimilarPicturesComparator::Probe(const std::string& path) {
     PictureProbe p = std::move(it->second);
     ready_.erase(it);
     return p;
+  }
+  if (ahead_) {
+    if (std::optional<PictureProbe> p = ahead_->Take(path)) return std::move(*p);
   }
   return ProbePicture(path, request_);
 }

@@ -11,11 +11,17 @@
 // why it could not. The comparator calls it on its own thread when it first
 // needs a file's size or hash; a read-ahead that made the probe earlier (on a
 // worker pool) hands it over with TakeProbe, and the comparator then uses it
-// instead of reading the file.
+// instead of reading the file. Given a worker pool (SetWorkPool), the
+// comparator reads pictures ahead itself: Prefetch queues a file on the pool,
+// and the first need of that file takes the probe made there (or, when it has
+// not started, reads the file on the cascade's thread as without a pool).
+// Hashes are counted and failures logged only when a probe is taken, so a
+// probe made ahead and never needed leaves no trace.
 
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <unordered_map>
 
@@ -26,6 +32,7 @@ namespace kelvor {
 
 class LongOperation;
 class Logger;
+class WorkPool;
 class ProgressSink;
 class TextCatalog;
 
@@ -74,6 +81,7 @@ class SimilarPicturesComparator final : public Comparator {
   SimilarPicturesComparator(const SimilarPictureOptions& options, const TextCatalog& texts,
                             Logger& log, ProgressSink& progress, LongOperation& pacing,
                             std::function<void()> refresh);
+  ~SimilarPicturesComparator() override;
 
   CascadeStep Step() const override { return CascadeStep::SimilarPictures; }
   void BeginFile() override;
@@ -99,6 +107,12 @@ class SimilarPicturesComparator final : public Comparator {
   // size or hash is first needed.
   void TakeProbe(const std::string& path, PictureProbe probe);
   std::size_t ProbesWaiting() const { return ready_.size(); }
+
+  // The pool that reads pictures ahead (none: every file is read when it is
+  // first needed). Set before the first Prefetch; the pool outlives this.
+  void SetWorkPool(WorkPool* pool) { pool_ = pool; }
+  // The file at `path` is likely to be needed: probe it on the pool.
+  void Prefetch(const std::string& path);
 
  private:
   PictureProbe Probe(const std::string& path);
@@ -133,6 +147,9 @@ class SimilarPicturesComparator final : public Comparator {
   // Representatives whose size was read but whose hash failed, by position:
   // the error is logged when the hash is first needed.
   std::unordered_map<std::int32_t, std::string> hashErrors_;
+  WorkPool* pool_ = nullptr;
+  class ReadAhead;
+  std::unique_ptr<ReadAhead> ahead_;  // made on the first Prefetch
 };
 
 }  // namespace kelvor

@@ -196,12 +196,7 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
           content_ = content.get();
           comparator_ = std::move(content);
           OpenChecksumCache();
-          if (content_->ReadsAhead()) {
-            RunState& run = ctx_.run;
-            pool_ = std::make_unique<WorkPool>(opt_.Content.readAheadThreads,
-                                               [&run] { return run.StopRequested(); });
-            content_->Comparer().SetWorkPool(pool_.get());
-          }
+          if (content_->ReadsAhead()) content_->Comparer().SetWorkPool(&MakeWorkPool());
         }
         break;
       case CascadeStep::SimilarAudio:
@@ -214,7 +209,7 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
           a.sameExtension = opt_.AudioSameExtension;
           a.dontCompareHardlinks = opt_.DontCompareHardlinks;
           a.sourceCompareMethod = opt_.SourceCompareMethod;
-          comparator_ = std::make_unique<SimilarAudioComparator>(
+          auto audio = std::make_unique<SimilarAudioComparator>(
               a, files_,
               [this](const FileRecord& r) {
                 FileRecord copy = r;
@@ -222,12 +217,19 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
                 return PathToRead(copy, &path) ? path : FullPath(r);
               },
               ctx_.texts, ctx_.log, ctx_.run);
+          audio_ = audio.get();
+          // Each worker runs a tool of its own: as many fingerprints at once
+          // as there are workers.
+          if (!opt_.FingerprintTool.empty()) audio_->SetWorkPool(&MakeWorkPool());
+          comparator_ = std::move(audio);
           comparatorReadsBytes_ = true;
         }
         break;
       case CascadeStep::SimilarPictures:
         if (opt_.CriterionSimilarPics) {
           comparator_ = MakeSimilarPictures();
+          pictures_ = static_cast<SimilarPicturesComparator*>(comparator_.get());
+          pictures_->SetWorkPool(&MakeWorkPool());
           comparatorReadsBytes_ = true;
         }
         break;
@@ -251,6 +253,15 @@ Cascade::Cascade(CascadeContext ctx) : ctx_(ctx), opt_(ctx.opt) {
 }
 
 Cascade::~Cascade() = default;
+
+WorkPool& Cascade::MakeWorkPool() {
+  if (!pool_) {
+    RunState& run = ctx_.run;
+    pool_ = std::make_unique<WorkPool>(opt_.Content.readAheadThreads,
+                                       [&run] { return run.StopRequested(); });
+  }
+  return *pool_;
+}
 
 std::unique_ptr<Comparator> Cascade::MakeSimilarPictures() {
   SimilarPictureOptions o;
@@ -631,11 +642,53 @@ bool Cascade::CollectFurtherRepresentatives(CascadeFile& file, std::string& key,
 // Read-ahead
 
 bool Cascade::ReadsAhead() const {
-  return content_ && content_->ReadsAhead();
+  return (content_ && content_->ReadsAhead()) || (pool_ && (pictures_ || audio_));
+}
+
+// Pictures and music: every file of the folder that the walk will hand to
+// the cascade (its extension in the search's list, through the filters) is
+// measured against the earlier ones, so each is read ahead. One not needed
+// after all costs a worker's time and nothing else. The files go to the pool
+// in a window ahead of the walk, moved on as the walk hands files over, so
+// that a folder of thousands stays within the table's bounds and is still
+// read ahead to its end.
+void Cascade::PredictMediaFiles(const Frame& top, const FilterOptions& filters) {
+  if (top.path != mediaFolder_ || mediaCursor_ < top.next) {
+    mediaFolder_ = top.path;
+    mediaCursor_ = top.next;
+  }
+  const std::size_t end = std::min(top.entries.size(), top.next + kMediaWindow);
+  const std::string_view list = pictures_ ? kSimilarPicsExtensions : kSimilarAudioExtensions;
+  for (; mediaCursor_ < end; ++mediaCursor_) {
+    const DirEntry& e = top.entries[mediaCursor_];
+    if (e.kind != EntryKind::File || e.size == 0) continue;
+    std::string_view name = std::string_view(top.names).substr(e.nameOffset, e.nameLength);
+    const std::string_view ext = ExtensionOf(name);
+    if (ext.empty()) continue;
+    predictKey_.assign("/");
+    AppendLowerCase(ext, predictKey_);
+    predictKey_ += '/';
+    if (list.find(predictKey_) == std::string_view::npos) continue;
+    pathBuf_.assign(top.path).append("/").append(name);
+    if (filters.Search_CheckFileFilter(static_cast<std::uint64_t>(e.size), name, pathBuf_))
+      continue;
+    if (pictures_)
+      pictures_->Prefetch(pathBuf_);
+    else
+      audio_->Prefetch(pathBuf_);
+  }
+}
+
+void Cascade::FileReached(const Frame& top, const FilterOptions& filters) {
+  if (pool_ && (pictures_ || audio_)) PredictMediaFiles(top, filters);
 }
 
 void Cascade::PredictComparisons(const Frame& top, int sourceNr, const FilterOptions& filters) {
   if (!ReadsAhead()) return;
+  if (!content_) {
+    PredictMediaFiles(top, filters);
+    return;
+  }
   content_->BeginFolder();
   FileRecord probe;
   probe.SourceNr = sourceNr;

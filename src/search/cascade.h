@@ -32,6 +32,8 @@ class ChecksumCache;
 class ContentComparator;
 class LongOperation;
 class MediaProperties;
+class SimilarAudioComparator;
+class SimilarPicturesComparator;
 class WorkPool;
 
 // The name key of a base name (ignored characters, ignored text, method).
@@ -85,6 +87,9 @@ class Cascade {
   // sure to come are read ahead. Only files the filters let through count.
   void PredictComparisons(const Frame& top, int sourceNr, const FilterOptions& filters);
   bool ReadsAhead() const;
+  // The walk hands over the next file of the folder `top`: pictures and
+  // music move their read-ahead along.
+  void FileReached(const Frame& top, const FilterOptions& filters);
 
   // The comparisons and checksums of the comparator (false without one).
   bool ComparatorCounts(std::int64_t* compares, std::int32_t* checksums,
@@ -124,6 +129,8 @@ class Cascade {
   void SyncCounts();
   void OpenChecksumCache();
   std::unique_ptr<Comparator> MakeSimilarPictures();
+  WorkPool& MakeWorkPool();
+  void PredictMediaFiles(const Frame& top, const FilterOptions& filters);
 
   CascadeContext ctx_;
   const SearchOptions& opt_;
@@ -138,6 +145,9 @@ class Cascade {
   // alone decides), and the content comparator when that is it.
   std::unique_ptr<Comparator> comparator_;
   ContentComparator* content_ = nullptr;
+  // The picture or music comparator when that is it (they read ahead too).
+  SimilarPicturesComparator* pictures_ = nullptr;
+  SimilarAudioComparator* audio_ = nullptr;
   std::unique_ptr<MediaProperties> media_;  // made when a row first needs it
   FileRecord recBuf_;                       // reused for every file's record
   FileRecord foundBuf_;                     // reused for the representative a file meets
@@ -145,6 +155,11 @@ class Cascade {
   std::string keyBuf_;                      // reused for every compare key
   std::string pathBuf_;
   std::string predictKey_;
+  // Pictures and music: the folder read ahead and its next entry to queue,
+  // at most kMediaWindow entries ahead of the walk.
+  static constexpr std::size_t kMediaWindow = 128;
+  std::string mediaFolder_;
+  std::size_t mediaCursor_ = 0;
   // Numbers the keys of files placed by a walking comparator, unique to the run.
   std::int64_t walkSerial_ = 0;
   // The archive member being placed (type 0: a file on disk).

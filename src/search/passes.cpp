@@ -119,6 +119,7 @@ bool SearchEngine::CompareWalk::FileFound(DirStack& stack, DirEntry& e) {
     ++stats.FilesExcluded;
     stats.FilesExcludedSize += e.size;
   } else {
+    e_.cascade_->FileReached(stack.Top(), e_.opt_.Filters);
     e_.cascade_->CheckFile(e_.currentSourceNr_, folder, name, e.size, e.mtime, e.btime,
                            e.attributes, &e.identity);
     if (e_.result_->DupCount() >= opt.MaxDupCount && !e_.Stopped())

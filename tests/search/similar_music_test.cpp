@@ -4,9 +4,14 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <atomic>
 #include <fstream>
+#include <map>
 #include <memory>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -22,6 +27,7 @@
 #include "search/search_test_support.h"
 #include "search/source_folders.h"
 #include "support/audio_samples.h"
+#include "support/hang_guard.h"
 #include "support/temp_tree.h"
 
 namespace kelvor {
@@ -58,6 +64,7 @@ class SimilarMusicTest : public ::testing::Test {
   Groups Run() {
     SearchOptions o = Init_Variablen(settings_, texts_);
     o.FingerprintTool = tool_;
+    o.Content.readAheadThreads = threads_;
     SourceFolderRow row;
     row.path = tree_.string();
     engine_ = std::make_unique<SearchEngine>(
@@ -85,6 +92,7 @@ class SimilarMusicTest : public ::testing::Test {
   TempDir tmp_;
   fs::path tree_, data_;
   std::string tool_ = "/usr/bin/fpcalc";
+  unsigned threads_ = 0;  // workers running the tool ahead; 0: one per core
   SettingsStore settings_;
   TextCatalog texts_;
   std::unique_ptr<Logger> logger_;
@@ -243,6 +251,145 @@ TEST_F(SimilarMusicTest, AudioPropertiesInTheRows) {
   EXPECT_EQ(CellAsDouble(CellOf("tune-128.mp3", CellKey::AudioBitrate)), 128000);
   // Not on the list: no properties.
   EXPECT_TRUE(std::holds_alternative<std::monostate>(CellOf("tune.ogg", CellKey::AudioBitrate)));
+}
+
+// What a user sees of one search: groups, each grouped file's match and
+// reference mark, the counters and the run log's lines about fingerprints,
+// in their order.
+struct MusicOutcome {
+  Groups groups;
+  std::map<std::string, std::pair<double, int>> cells;
+  std::int64_t compares = 0;
+  std::int32_t fingerprints = 0;
+  std::vector<std::string> lines;
+  bool operator==(const MusicOutcome&) const = default;
+};
+
+// The lines of `log` about fingerprints, without their time stamps.
+std::vector<std::string> FingerprintLines(const std::string& log) {
+  std::vector<std::string> out;
+  std::istringstream in(log);
+  for (std::string line; std::getline(in, line);) {
+    if (line.find("Prüfsumme") == std::string::npos) continue;
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    out.push_back(line.substr(std::min(line.size(), line.find(" - ") + 3)));
+  }
+  return out;
+}
+
+TEST_F(SimilarMusicTest, OneWorkerOrFourGiveTheSameSearch) {
+  test::HangGuard guard(std::chrono::seconds(300), "music read ahead");
+  // Two folders, each with forms of the tune, another tune and files that
+  // cannot be measured, so that fingerprints made ahead in one folder meet
+  // files of the other.
+  fs::create_directories(tree_ / "a");
+  fs::create_directories(tree_ / "b");
+  Put("tune.wav", "a/tune.wav");
+  Put("tune-128.mp3", "a/tune-128.mp3");
+  Put("other.wav", "a/other.wav");
+  Put("broken.mp3", "a/broken.mp3");
+  Put("silence.wav", "a/silence.wav");
+  Put("tune.flac", "b/tune.flac");
+  Put("tune-320.mp3", "b/tune-320.mp3");
+  Put("tune.ogg", "b/tune.ogg");
+  Put("other.wav", "b/other-copy.wav");
+  Put("short.wav", "b/short.wav");
+  Put("broken.mp3", "b/broken-copy.mp3");
+  const auto search = [&](unsigned threads) {
+    threads_ = threads;
+    const std::string before = RunLog();
+    MusicOutcome o;
+    o.groups = Run();
+    for (const Group& g : o.groups)
+      for (const std::string& f : g)
+        o.cells[f] = {CellAsDouble(CellOf(fs::path(f).filename(), CellKey::similar)),
+                      CellAsInt(CellOf(fs::path(f).filename(), CellKey::IsRefFile))};
+    o.compares = engine_->Stats().CompareCount;
+    o.fingerprints = engine_->Stats().ChecksumCount;
+    const std::string after = RunLog();
+    o.lines = FingerprintLines(after.rfind(before, 0) == 0 ? after.substr(before.size()) : after);
+    return o;
+  };
+  const MusicOutcome one = search(1);
+  EXPECT_EQ(one.groups,
+            (Groups{{"a/tune.wav", "a/tune-128.mp3", "b/tune.flac", "b/tune-320.mp3", "b/tune.ogg"},
+                    {"a/other.wav", "b/other-copy.wav"}}));
+  EXPECT_EQ(one.fingerprints, 7);
+  // broken twice, silence and short once each, and the count of the summary.
+  EXPECT_EQ(one.lines.size(), 5u) << [&] {
+    std::string all;
+    for (const std::string& l : one.lines) all += l + "\n";
+    return all;
+  }();
+  for (unsigned threads : {4u, 1u, 4u}) {
+    SCOPED_TRACE(threads);
+    const MusicOutcome again = search(threads);
+    EXPECT_EQ(again.groups, one.groups);
+    EXPECT_EQ(again.cells, one.cells);
+    EXPECT_EQ(again.compares, one.compares);
+    EXPECT_EQ(again.fingerprints, one.fingerprints);
+    EXPECT_EQ(again.lines, one.lines);
+  }
+}
+
+TEST_F(SimilarMusicTest, WorkersRunSeveralToolsAtOnce) {
+  test::HangGuard guard(std::chrono::seconds(300), "tools at once");
+  // Each run of the tool notes how many runs were under way while it lasted.
+  const fs::path running = tmp_.Mkdir("running");
+  const fs::path seen = tmp_ / "seen.txt";
+  const fs::path fake = tmp_.Write("bin/fpcalc",
+                                   "#!/bin/sh\n"
+                                   "touch '" +
+                                       running.string() +
+                                       "'/$$\n"
+                                       "sleep 0.5\n"
+                                       "ls '" +
+                                       running.string() + "' | wc -l >> '" + seen.string() +
+                                       "'\n"
+                                       "/usr/bin/fpcalc \"$@\"; code=$?\n"
+                                       "rm -f '" +
+                                       running.string() +
+                                       "'/$$\n"
+                                       "exit $code\n");
+  ::chmod(fake.c_str(), 0755);
+  tool_ = fake.string();
+  for (int i = 0; i < 8; ++i) Put("tune.wav", "t" + std::to_string(i) + ".wav");
+  threads_ = 4;
+  Group all;
+  for (int i = 0; i < 8; ++i) all.insert("t" + std::to_string(i) + ".wav");
+  EXPECT_EQ(Run(), Groups{all});
+  EXPECT_EQ(engine_->Stats().ChecksumCount, 8);
+  std::ifstream in(seen);
+  int most = 0;
+  for (int n; in >> n;) most = std::max(most, n);
+  EXPECT_GE(most, 2) << "the tool never ran twice at once";
+}
+
+TEST_F(SimilarMusicTest, AStopWhileToolsRunAheadEndsTheSearchQuietly) {
+  // Without a working stop the tools' time limits would hold the search for
+  // minutes; the guard ends the test long before.
+  test::HangGuard guard(std::chrono::seconds(90), "stop during read ahead");
+  // A tool that never answers in time: only the stop ends it.
+  const fs::path started = tmp_.Mkdir("started");
+  const fs::path fake =
+      tmp_.Write("bin/fpcalc", "#!/bin/sh\ntouch '" + started.string() + "'/$$\nexec sleep 60\n");
+  ::chmod(fake.c_str(), 0755);
+  tool_ = fake.string();
+  for (int i = 0; i < 6; ++i) Put("tune.wav", "t" + std::to_string(i) + ".wav");
+  threads_ = 4;
+  std::atomic<bool> done{false};
+  std::thread stopper([&] {
+    while (!done && fs::is_empty(started))
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    run_.RequestStop(kStopUser);
+  });
+  const Groups groups = Run();
+  done = true;
+  stopper.join();
+  EXPECT_EQ(groups, Groups{});
+  // Fingerprints cut short are no failure of the files.
+  EXPECT_EQ(FingerprintLines(RunLog()), std::vector<std::string>{}) << RunLog();
+  EXPECT_EQ(engine_->Stats().ChecksumCount, 0);
 }
 
 TEST(SimilarMusicOptions, StoredValuesAreMended) {

@@ -3,9 +3,12 @@
 // that are no pictures at all.
 
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <regex>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -15,6 +18,7 @@
 #include "frame/settings_store.h"
 #include "frame/sinks.h"
 #include "frame/texts.h"
+#include "results/result_model.h"
 #include "search/engine.h"
 #include "search/search_test_support.h"
 #include "search/source_folders.h"
@@ -82,8 +86,10 @@ class SimilarPicturesSearch : public ::testing::Test {
   Groups Run() {
     SourceFolderRow row;
     row.path = tree_.string();
-    engine_ = std::make_unique<SearchEngine>(SearchContext{
-        Init_Variablen(settings_, texts_), texts_, *logger_, progress_, prompt_, run_});
+    SearchOptions o = Init_Variablen(settings_, texts_);
+    o.Content.readAheadThreads = threads_;
+    engine_ = std::make_unique<SearchEngine>(
+        SearchContext{std::move(o), texts_, *logger_, progress_, prompt_, run_});
     EXPECT_TRUE(engine_->Search_Start({row}));
     return test::GroupsBelow(engine_->Result(), tree_);
   }
@@ -99,6 +105,7 @@ class SimilarPicturesSearch : public ::testing::Test {
   test::SilentPrompt prompt_;
   RunState run_;
   std::unique_ptr<SearchEngine> engine_;
+  unsigned threads_ = 0;  // workers reading pictures ahead; 0: one per core
 };
 
 TEST_F(SimilarPicturesSearch, TurnedAndMirroredCopiesJoinOnlyWithTheirForms) {
@@ -220,6 +227,111 @@ TEST_F(SimilarPicturesSearch, PercentageAndCountsOfOneGroup) {
   EXPECT_EQ(engine_->Stats().ChecksumCount, 3);
   EXPECT_GE(engine_->Stats().CompareCount, 2);
   EXPECT_LE(engine_->Stats().CompareCount, 3);
+}
+
+// What a user sees of one search: groups, each grouped file's match and
+// reference mark, the counters and the run log's lines about hashes, in
+// their order.
+struct PictureOutcome {
+  Groups groups;
+  std::map<std::string, std::pair<double, int>> cells;
+  std::int64_t compares = 0;
+  std::int32_t hashes = 0;
+  std::vector<std::string> lines;
+  bool operator==(const PictureOutcome&) const = default;
+};
+
+TEST_F(SimilarPicturesSearch, OneWorkerOrFourGiveTheSameSearch) {
+  test::HangGuard guard(std::chrono::seconds(300), "pictures read ahead");
+  fs::create_directories(tree_ / "a");
+  fs::create_directories(tree_ / "b");
+  Photo("a/p11.jpg", 11);
+  Convert("a/p11.jpg -rotate 90 a/p11_r90.jpg");
+  Convert("a/p11.jpg -flop b/p11_mirror.jpg");
+  fs::copy_file(tree_ / "a/p11.jpg", tree_ / "b/p11_copy.jpg");
+  Photo("a/p22.jpg", 22);
+  Convert("a/p22.jpg -resize 50% -quality 60 b/p22_half.jpg");
+  Photo("a/x.png", 33);
+  Convert("a/x.png -quality 95 b/x_copy.png");
+  const std::string good = test::ReadBytes(tree_ / "a/p11.jpg");
+  tmp_.Write("tree/a/cut.jpg", good.substr(0, good.size() / 2));
+  tmp_.Write("tree/a/noise.png", std::string(5000, '\x5a'));
+  tmp_.Write("tree/b/text.jpg", "Only text, though the name says otherwise.\n");
+  // Alone of their types: read ahead, yet never needed by the search, so
+  // neither hashed nor reported.
+  tmp_.Write("tree/b/text.bmp", "Only text, though the name says otherwise.\n");
+  Photo("b/lone.tif", 44);
+  Set("SimiliarImagesOnlySameFormat", "0");
+  Set("SimiliarImagesOnlySameRatio", "0");
+  Set("SimiliarImagesRotateFlip", "1");
+  for (int form = 1; form <= 7; ++form) Set("SimiliarImagesRotateFlip" + std::to_string(form), "1");
+
+  const auto search = [&](unsigned threads) {
+    threads_ = threads;
+    const std::string before = RunLog();
+    PictureOutcome o;
+    o.groups = Run();
+    const ResultModel& r = engine_->Result();
+    r.ForEachGroup([&](RowRef g) {
+      r.ForEachFile(g, [&](RowRef f) {
+        o.cells[r.File_GetPathFromNode(f)] = {CellAsDouble(r.Cell(f, CellKey::similar)),
+                                              CellAsInt(r.Cell(f, CellKey::IsRefFile))};
+        return true;
+      });
+      return true;
+    });
+    o.compares = engine_->Stats().CompareCount;
+    o.hashes = engine_->Stats().ChecksumCount;
+    const std::string after = RunLog();
+    std::istringstream in(after.rfind(before, 0) == 0 ? after.substr(before.size()) : after);
+    for (std::string line; std::getline(in, line);) {
+      if (line.find("Prüfsumme") == std::string::npos) continue;
+      if (!line.empty() && line.back() == '\r') line.pop_back();
+      o.lines.push_back(line.substr(std::min(line.size(), line.find(" - ") + 3)));
+    }
+    return o;
+  };
+  const PictureOutcome one = search(1);
+  EXPECT_EQ(one.groups,
+            (Groups{{"a/p11.jpg", "a/p11_r90.jpg", "b/p11_mirror.jpg", "b/p11_copy.jpg"},
+                    {"a/p22.jpg", "b/p22_half.jpg"},
+                    {"a/x.png", "b/x_copy.png"}}));
+  // The eight good pictures that met another of their type.
+  EXPECT_EQ(one.hashes, 8);
+  std::string lines;
+  for (const std::string& l : one.lines) lines += l + "\n";
+  for (const char* bad : {"cut.jpg", "noise.png", "text.jpg"})
+    EXPECT_NE(lines.find(bad), std::string::npos) << bad << "\n" << lines;
+  for (const char* lone : {"text.bmp", "lone.tif"})
+    EXPECT_EQ(lines.find(lone), std::string::npos) << lone << "\n" << lines;
+  for (unsigned threads : {4u, 1u, 4u}) {
+    SCOPED_TRACE(threads);
+    const PictureOutcome again = search(threads);
+    EXPECT_EQ(again.groups, one.groups);
+    EXPECT_EQ(again.cells, one.cells);
+    EXPECT_EQ(again.compares, one.compares);
+    EXPECT_EQ(again.hashes, one.hashes);
+    EXPECT_EQ(again.lines, one.lines);
+  }
+}
+
+TEST_F(SimilarPicturesSearch, AFolderOfManyPicturesIsReadAheadToItsEnd) {
+  test::HangGuard guard(std::chrono::seconds(300), "many pictures");
+  // More files than the read-ahead queues at once: the window moves along.
+  Convert("-size 64x48 -seed 3 plasma:fractal small.png");
+  Group all{"small.png"};
+  for (int i = 0; i < 300; ++i) {
+    const std::string name = "s" + std::to_string(i) + ".png";
+    fs::copy_file(tree_ / "small.png", tree_ / name);
+    all.insert(name);
+  }
+  for (unsigned threads : {1u, 4u}) {
+    SCOPED_TRACE(threads);
+    threads_ = threads;
+    EXPECT_EQ(Run(), Groups{all});
+    EXPECT_EQ(engine_->Stats().ChecksumCount, 301);
+    EXPECT_EQ(engine_->Stats().CompareCount, 300);
+  }
 }
 
 }  // namespace
