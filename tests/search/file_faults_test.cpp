@@ -31,12 +31,6 @@ namespace {
 namespace fs = std::filesystem;
 using test::Groups;
 
-struct NullSink : ProgressSink {
-  void SetLabel(Label, std::string_view) override {}
-  void ProgressBar(int) override {}
-  void LogPanel(std::string_view) override {}
-};
-
 class FileFaultsTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -87,7 +81,7 @@ class FileFaultsTest : public ::testing::Test {
   SettingsStore settings_;
   TextCatalog texts_;
   std::unique_ptr<Logger> logger_;
-  NullSink progress_;
+  test::SilentProgress progress_;
   test::SilentPrompt prompt_{true};
   RunState run_;
   std::unique_ptr<SearchEngine> engine_;

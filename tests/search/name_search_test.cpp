@@ -27,11 +27,6 @@ namespace fs = std::filesystem;
 using test::Group;
 using test::Groups;
 
-struct QuietSink : ProgressSink {
-  void SetLabel(Label, std::string_view) override {}
-  void LogPanel(std::string_view) override {}
-};
-
 class NameSearchTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -89,7 +84,7 @@ class NameSearchTest : public ::testing::Test {
   SettingsStore settings_;
   TextCatalog texts_;
   std::unique_ptr<Logger> logger_;
-  QuietSink progress_;
+  test::SilentProgress progress_;
   test::SilentPrompt prompt_;
   RunState run_;
   std::unique_ptr<SearchEngine> engine_;

@@ -1,5 +1,6 @@
 #pragma once
-// What the search tests share: a prompt that answers without asking, the
+// What the search tests share: a prompt that answers without asking, a
+// progress sink that shows nothing, the
 // groups of a result as sets of paths below the tree, and the switch that
 // leaves exactly some criteria on.
 
@@ -28,6 +29,13 @@ struct SilentPrompt : Prompt {
   std::optional<std::string> Input(std::string_view, std::string_view) override {
     return std::nullopt;
   }
+};
+
+// Shows nothing.
+struct SilentProgress : ProgressSink {
+  void SetLabel(Label, std::string_view) override {}
+  void ProgressBar(int) override {}
+  void LogPanel(std::string_view) override {}
 };
 
 // The groups of `result`, each file by its path below `tree`.

@@ -39,11 +39,6 @@ using test::Groups;
 using test::ReadUtf16File;
 using test::TempDir;
 
-struct NoProgress : ProgressSink {
-  void SetLabel(Label, std::string_view) override {}
-  void LogPanel(std::string_view) override {}
-};
-
 class SimilarMusicTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -96,7 +91,7 @@ class SimilarMusicTest : public ::testing::Test {
   SettingsStore settings_;
   TextCatalog texts_;
   std::unique_ptr<Logger> logger_;
-  NoProgress progress_;
+  test::SilentProgress progress_;
   test::SilentPrompt prompt_;
   RunState run_;
   std::unique_ptr<SearchEngine> engine_;
