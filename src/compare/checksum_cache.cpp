@@ -673,6 +673,16 @@ void ChecksumCache::StopUsing(std::string message) {
   CloseConnection();
 }
 
+void ChecksumCache::FailedTransaction(int rc) {
+  const std::string why = sqlite3_errmsg(db_);
+  if (!sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+  if (IsDamage(rc)) {
+    Rebuild(why);
+  } else {
+    StopStoring(why);
+  }
+}
+
 void ChecksumCache::StopStoring(const std::string& why) {
   ForgetPending();
   if (storing_.exchange(false, std::memory_order_relaxed))
@@ -796,13 +806,7 @@ void ChecksumCache::Housekeep() {
   sqlite3_finalize(prune);
   sqlite3_finalize(refreshSt);
   if (rc != SQLITE_OK) {
-    const std::string why = sqlite3_errmsg(db_);
-    if (!sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
-    if (IsDamage(rc)) {
-      Rebuild(why);
-    } else {
-      StopStoring(why);
-    }
+    FailedTransaction(rc);
     return;
   }
   for (const RowKey& k : drop) rows_.Erase(k);
@@ -861,13 +865,7 @@ void ChecksumCache::WriteBatch() {
   }
   if (rc == SQLITE_OK) rc = sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
   if (rc != SQLITE_OK) {
-    const std::string why = sqlite3_errmsg(db_);
-    if (!sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
-    if (IsDamage(rc)) {
-      Rebuild(why);
-    } else {
-      StopStoring(why);
-    }
+    FailedTransaction(rc);
     return;
   }
   for (const Pending& p : pending_) {

@@ -287,6 +287,9 @@ class ChecksumCache {
   void ForgetPending();  // drops waiting stores, from rows_ too; caller holds mu_
   void Housekeep();      // caller holds mu_
   void StopStoring(const std::string& why);
+  // A write transaction failed with `rc`: rolls it back, then rebuilds a
+  // damaged file or stops storing for the run. Caller holds mu_.
+  void FailedTransaction(int rc);
   void StopUsing(std::string message);
   void Note(std::string message);  // caller holds mu_
 
