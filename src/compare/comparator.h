@@ -119,4 +119,17 @@ class Comparator {
   virtual std::int32_t PrefixCount() const { return 0; }
 };
 
+// A comparator for a criterion with no key that groups candidates: it walks
+// the collection (SearchCollection) and a file meets its first partner only,
+// so the one-by-one meeting and the further representatives never ask it.
+class WalkingComparator : public Comparator {
+ public:
+  bool WalksCollection() const final { return true; }
+  bool IsDuplicate(CascadeFile&, FileRecord&, const std::string&, KeyPlace) final { return false; }
+  bool AreDuplicates(FileRecord&, const std::string&, FileRecord&, const std::string&,
+                     const CascadeFile&) final {
+    return false;
+  }
+};
+
 }  // namespace kelvor

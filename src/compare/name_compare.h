@@ -33,14 +33,13 @@ struct NameCompareOptions {
   bool prune = true;
 };
 
-class NameComparator final : public Comparator {
+class NameComparator final : public WalkingComparator {
  public:
   NameComparator(NameCompareOptions opt, const TextCatalog& texts, Logger& log,
                  LongOperation& pacing, const std::function<void()>& refresh);
   ~NameComparator() override;
 
   CascadeStep Step() const override { return CascadeStep::FuzzyNames; }
-  bool WalksCollection() const override { return true; }
 
   // Search_ComparePartialName: the node of the first record from
   // `startPosition` on whose name key is similar enough to the file's;
@@ -50,15 +49,6 @@ class NameComparator final : public Comparator {
   std::int32_t SearchCollection(CascadeFile& file, CStringCollection2& files,
                                 std::int32_t startPosition,
                                 const std::function<std::string(std::int32_t)>& pathOf) override;
-
-  // Two files of one key never meet one by one under this criterion.
-  bool IsDuplicate(CascadeFile&, FileRecord&, const std::string&, KeyPlace) override {
-    return false;
-  }
-  bool AreDuplicates(FileRecord&, const std::string&, FileRecord&, const std::string&,
-                     const CascadeFile&) override {
-    return false;
-  }
 
   std::int64_t CompareCount() const override { return compares_; }
   // Pairs the bounds ruled out (counted as comparisons all the same).

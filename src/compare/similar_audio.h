@@ -43,7 +43,7 @@ struct SimilarAudioOptions {
   int sourceCompareMethod = 0;        // 2 across sources, 3 same relative path
 };
 
-class SimilarAudioComparator final : public Comparator {
+class SimilarAudioComparator final : public WalkingComparator {
  public:
   using FullPathOf = std::function<std::string(const FileRecord&)>;
   // `files` is the cascade's collection: hits write PercentMatch and
@@ -55,22 +55,11 @@ class SimilarAudioComparator final : public Comparator {
 
   CascadeStep Step() const override { return CascadeStep::SimilarAudio; }
   void BeginFile() override;
-  bool WalksCollection() const override { return true; }
   // The first earlier file of the file's key that takes part and sounds
   // alike; kNoMatch, or kFileFails when the new file cannot be measured.
   std::int32_t SearchCollection(CascadeFile& file, CStringCollection2& files,
                                 std::int32_t startPosition,
                                 const std::function<std::string(std::int32_t)>& pathOf) override;
-  // Every meeting is answered by SearchCollection.
-  bool IsDuplicate(CascadeFile&, FileRecord&, const std::string&, KeyPlace) override {
-    return false;
-  }
-  // Files are grouped by their first partner only; earlier files are not
-  // measured against each other again.
-  bool AreDuplicates(FileRecord&, const std::string&, FileRecord&, const std::string&,
-                     const CascadeFile&) override {
-    return false;
-  }
   void BecameRepresentative(std::string_view key, const FileRecord& rec) override;
   std::int64_t CompareCount() const override { return compares_; }
   std::int32_t ChecksumCount() const override { return fingerprints_; }

@@ -74,7 +74,7 @@ struct SimilarPictureOptions {
   PicSourceRule sourceRule = PicSourceRule::kAll;
 };
 
-class SimilarPicturesComparator final : public Comparator {
+class SimilarPicturesComparator final : public WalkingComparator {
  public:
   // `refresh` shows the progress (with this comparator's counts) when the
   // walk's pacing asks for it.
@@ -85,19 +85,10 @@ class SimilarPicturesComparator final : public Comparator {
 
   CascadeStep Step() const override { return CascadeStep::SimilarPictures; }
   void BeginFile() override;
-  bool WalksCollection() const override { return true; }
   std::int32_t SearchCollection(CascadeFile& file, CStringCollection2& files,
                                 std::int32_t startPosition,
                                 const std::function<std::string(std::int32_t)>& pathOf) override;
   void BecameRepresentative(std::string_view key, const FileRecord& rec) override;
-  // Pictures are never met by key.
-  bool IsDuplicate(CascadeFile&, FileRecord&, const std::string&, KeyPlace) override {
-    return false;
-  }
-  bool AreDuplicates(FileRecord&, const std::string&, FileRecord&, const std::string&,
-                     const CascadeFile&) override {
-    return false;
-  }
   std::int64_t CompareCount() const override { return compares_; }
   std::int32_t ChecksumCount() const override { return hashesMade_; }
 
