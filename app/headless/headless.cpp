@@ -180,8 +180,7 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
     }
   }
   if (!headless) {
-    err << "kelvor: this build has no window yet; run 'kelvor --headless ...' (see kelvor "
-           "--help)\n";
+    err << "kelvor: the terminal front end runs with --headless (see kelvor --help)\n";
     return kExitRejected;
   }
 
