@@ -1,6 +1,11 @@
 #pragma once
 
 #include <QMainWindow>
+#include <memory>
+
+namespace kelvor {
+class SearchSession;
+}
 
 namespace kelvor::gui {
 
@@ -11,6 +16,15 @@ class SearchWindow : public QMainWindow {
 
  public:
   explicit SearchWindow(QWidget* parent = nullptr);
+  ~SearchWindow() override;
+
+  // Takes a session whose start check passed (Prepare answered Ready) and
+  // runs its search on a worker thread; the window shows the progress and
+  // then the result.
+  void StartSearch(std::unique_ptr<SearchSession> session);
+
+ private:
+  std::unique_ptr<SearchSession> session_;
 };
 
 }  // namespace kelvor::gui
