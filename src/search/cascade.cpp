@@ -110,6 +110,13 @@ bool Cascade::PathToRead(FileRecord& r, std::string* path) {
   return archiveTemp_ && archiveTemp_->CreateTempFile(r, FullPath(r), path);
 }
 
+bool Cascade::CutsTags(const FileRecord& rec) const {
+  const std::string e = LowerCase(rec.Extension);
+  return (opt_.IgnoreMP3Tags && e == "mp3") ||
+         (opt_.IgnoreExif && (e == "jpeg" || e == "jpg" || e == "cr2")) ||
+         (opt_.IgnoreFlacMetadata && e == "flac");
+}
+
 void Cascade::CompareSize(FileRecord& rec, const std::string& fullPath, bool* isMP3, bool* isJPG,
                           bool* isFLAC) {
   rec.SizeKey = rec.SIZE;
@@ -368,9 +375,17 @@ void Cascade::CheckFile(int sourceNr, std::string_view folder, std::string_view 
   CascadeFile file{rec, fullPath};
   const bool walks = comparator_ && comparator_->WalksCollection();
   if (opt_.CriterionContent && rec.ArchiveType != 0) {
-    // A member is read through its archive, and counts with its whole size.
+    // A member is read through its archive, and counts with its whole size
+    // unless its tags are cut off: those are read from its extract, which
+    // the comparator then reads too. A member that cannot be extracted
+    // (logged there) is left out.
     fullPath.assign(folder);
     rec.SizeKey = size;
+    if (CutsTags(rec)) {
+      std::string extract;
+      if (!PathToRead(rec, &extract)) return;
+      CompareSize(rec, extract, &file.isMP3, &file.isJPG, &file.isFLAC);
+    }
   } else if (opt_.CriterionContent) {
     fullPath.assign(folder).append("/").append(name);
     CompareSize(rec, fullPath, &file.isMP3, &file.isJPG, &file.isFLAC);

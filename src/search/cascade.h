@@ -111,6 +111,8 @@ class Cascade {
   bool MakeRecord(int sourceNr, std::string_view folder, std::string_view name, std::int64_t size,
                   double dateChanged, double dateCreated, std::int32_t attributes,
                   const FileIdentity* identity);
+  // Whether an ignore-tags option applies to this file's extension.
+  bool CutsTags(const FileRecord& rec) const;
   void CompareSize(FileRecord& rec, const std::string& fullPath, bool* isMP3, bool* isJPG,
                    bool* isFLAC);
   void BuildCompareKey(const FileRecord& rec, std::string& key) const;
