@@ -101,7 +101,9 @@ character, or bytes that are no UTF-8, is printed in the shell's $'...' form
 paths are printed as they are.
 
 Options:
-  --headless        run without a window (required in this build)
+  --headless        run in the terminal, without a window (without it,
+                    kelvor opens its setup window)
+  --version         print the version
   --data-dir DIR    keep settings, logs and results in DIR (default: the
                     KELVOR_DATA_DIR variable, else ~/.local/share/Kelvor)
   --json            print the result as one JSON document; "path" is the

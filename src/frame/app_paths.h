@@ -10,7 +10,7 @@ namespace kelvor {
 
 struct AppPaths {
   std::filesystem::path appFolder;      // where the executable stands
-  std::filesystem::path langFolder;     // appFolder/lang
+  std::filesystem::path langFolder;     // appFolder/lang, or <prefix>/share/kelvor/lang
   std::filesystem::path helperFolder;   // appFolder/dep
   std::filesystem::path dataFolder;     // the application data folder
   std::filesystem::path settingsFile;   // dataFolder/config4.ini

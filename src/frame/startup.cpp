@@ -89,7 +89,13 @@ AppPaths InitAppPaths(const fs::path& executable, const std::optional<fs::path>&
   fs::path real = fs::weakly_canonical(invoked, ec);
   if (ec) real = invoked;
   p.appFolder = real.parent_path();
+  // Beside the program in a build folder or a portable copy; under
+  // share/kelvor once installed into a prefix (bin/kelvor).
   p.langFolder = p.appFolder / "lang";
+  const fs::path installedLang = p.appFolder.parent_path() / "share" / "kelvor" / "lang";
+  if (!fs::is_directory(p.langFolder, ec) && p.appFolder.filename() == "bin" &&
+      fs::is_directory(installedLang, ec))
+    p.langFolder = installedLang;
   p.helperFolder = p.appFolder / "dep";
   p.portable = invoked.filename() == "KelvorPortable";
 

@@ -46,6 +46,12 @@ TEST(Startup, DataFolderChoice) {
   EXPECT_EQ(p.generalLog, p.dataFolder / "log" / "Kelvor4.txt");
   EXPECT_FALSE(p.portable);
 
+  // Installed into a prefix, the language files are under share/kelvor.
+  fs::create_directories(dir / "usr" / "bin");
+  fs::create_directories(dir / "usr" / "share" / "kelvor" / "lang");
+  EXPECT_EQ(InitAppPaths(dir / "usr" / "bin" / "kelvor", std::nullopt, env).langFolder,
+            dir / "usr" / "share" / "kelvor" / "lang");
+
   env.vars["XDG_DATA_HOME"] = (dir / "xdg").string();
   EXPECT_EQ(InitAppPaths(exe, std::nullopt, env).dataFolder, dir / "xdg" / "Kelvor");
 
