@@ -305,7 +305,12 @@ StartupResult RunStartup(const StartupOptions& options, const Environment& env, 
   // start goes on with what could be read and the defaults.
   if (!EinstellungenLaden(r.settings, p.settingsFile, &error)) box(error);
   std::string langMessage;
-  r.texts.Init_Sprache(r.settings, p.langFolder, &langMessage);
+  std::string locale;
+  for (const char* var : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+    locale = env.Get(var);
+    if (!locale.empty()) break;
+  }
+  r.texts.Init_Sprache(r.settings, p.langFolder, &langMessage, locale);
   if (!langMessage.empty()) r.messages.push_back(langMessage);
 
   const std::pair<const fs::path*, const char*> folders[] = {

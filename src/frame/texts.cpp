@@ -2,7 +2,6 @@
 
 #include "frame/texts.h"
 
-#include <cstdlib>
 #include <system_error>
 
 #include "frame/settings_store.h"
@@ -151,17 +150,10 @@ std::string TextCatalog::Get(int number, std::string_view german,
 }
 
 void TextCatalog::Init_Sprache(const SettingsStore& settings,
-                               const std::filesystem::path& langFolder, std::string* message) {
+                               const std::filesystem::path& langFolder, std::string* message,
+                               std::string_view locale) {
   int code = static_cast<int>(settings.GetInt("Allgemein", "Lang"));
-  if (code == 0) {
-    for (const char* var : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-      const char* v = std::getenv(var);
-      if (v != nullptr && *v != '\0') {
-        code = LanguageCodeFromLocale(v);
-        break;
-      }
-    }
-  }
+  if (code == 0 && !locale.empty()) code = LanguageCodeFromLocale(locale);
   if (!KnownCode(code)) code = kLangEnglish;
   if (settings.GetBool("Allgemein", "UseLangTxt")) code = kLangUser;
 

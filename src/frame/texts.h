@@ -52,10 +52,12 @@ class TextCatalog {
   }
 
   // Init_Sprache: chooses the language from the settings ("Lang", "UseLangTxt"
-  // of section "Allgemein"), else from LC_MESSAGES/LANG, and loads its file
-  // from `langFolder`. Problems are reported in `*message` (may be null).
+  // of section "Allgemein"), else from `locale` (the name the environment
+  // gives: LC_ALL, else LC_MESSAGES, else LANG; empty when none), and loads
+  // its file from `langFolder`. Problems are reported in `*message` (may be
+  // null).
   void Init_Sprache(const SettingsStore& settings, const std::filesystem::path& langFolder,
-                    std::string* message = nullptr);
+                    std::string* message = nullptr, std::string_view locale = {});
 
   // LoadTextFromFile: replaces the table by the file's lines "number,<d>text<d>".
   // Returns false (table cleared) when the file cannot be read.

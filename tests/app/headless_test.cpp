@@ -157,6 +157,25 @@ TEST_F(HeadlessTest, SearchMakesDataFolderLogsAndGroups) {
   EXPECT_NE(o.err.find("Duplikate: 2"), std::string::npos) << o.err;
 }
 
+// The run speaks the language of the locale: English from its file, German
+// built in, and English for a language that has no file of its own.
+TEST_F(HeadlessTest, RunLogSpeaksTheLanguageOfTheLocale) {
+  tmp_.Write("tree/a/x.txt", "12345");
+  tmp_.Write("tree/b/y.txt", "abcde");
+  for (const auto& [locale, want] :
+       std::vector<std::pair<std::string, std::string>>{{"en_GB.UTF-8", "Time taken: "},
+                                                        {"de_AT.UTF-8", "Zeitaufwand: "},
+                                                        {"fr_FR.UTF-8", "Time taken: "}}) {
+    SCOPED_TRACE(locale);
+    envPrefix_ = "env LC_ALL=" + locale + " ";
+    fs::remove_all(data_);
+    Outcome o = Kelvor({"--headless", "-s2", tree_.string()});
+    ASSERT_EQ(o.code, 0) << o.err;
+    const std::string log = ReadUtf16File(data_ / "log/lastsearch.txt");
+    EXPECT_NE(log.find(want), std::string::npos) << log;
+  }
+}
+
 TEST_F(HeadlessTest, SimilarPicturesFromTheCommandLine) {
   const std::string cmd = "cd '" + tree_.string() +
                           "' && convert -size 200x150 -seed 5 plasma:fractal a.jpg && convert "

@@ -96,6 +96,11 @@ TEST(Startup, MakesFoldersAndFilesInOrder) {
   EXPECT_FALSE(fs::exists(dir / "home"));
   EXPECT_EQ(r.texts.Language(), kLangEnglish);  // no Lang setting, no locale in env
 
+  // The locale of the environment chooses the language; German needs no file.
+  Environment german = env;
+  german.vars["LC_MESSAGES"] = "de_CH.UTF-8";
+  EXPECT_EQ(RunStartup(o, german, &prompt).texts.Language(), kLangGerman);
+
   // A second start names a new run log.
   StartupResult r2 = RunStartup(o, env, &prompt);
   EXPECT_NE(r2.paths.runLog, r.paths.runLog);

@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <set>
+
 #include "frame/settings_store.h"
 #include "frame/text_file.h"
 #include "frame/texts.h"
@@ -154,6 +156,32 @@ TEST(Texts, TemplateHoldsEveryTextAndLoadsBack) {
   EXPECT_EQ(c.Size(), count);
   for (std::size_t i = 0; i < count; ++i) {
     EXPECT_EQ(c.Get(all[i].number, "?"), TextCatalog{}.Get(all[i])) << all[i].number;
+  }
+}
+
+// The English file shipped with Kelvor has a line for every text of the
+// program, and each English text keeps the placeholders of its German one.
+TEST(Texts, EnglishCoversEveryTextWithItsPlaceholders) {
+  SettingsStore settings;
+  settings.Set("Allgemein", "Lang", "9");
+  TextCatalog english;
+  std::string message;
+  english.Init_Sprache(settings, KELVOR_LANG_DIR, &message);
+  ASSERT_EQ(english.Language(), kLangEnglish);
+  ASSERT_TRUE(message.empty()) << message;
+  auto placeholders = [](std::string_view text) {
+    std::set<std::string> found;
+    for (std::size_t at = text.find('%'); at != std::string_view::npos && at + 1 < text.size();
+         at = text.find('%', at + 1))
+      if (text[at + 1] >= '1' && text[at + 1] <= '9') found.insert(std::string(text.substr(at, 2)));
+    return found;
+  };
+  std::size_t count = 0;
+  const TextDef* all = AllTexts(&count);
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::string shown = english.Get(all[i].number, "\x01none");
+    EXPECT_NE(shown, "\x01none") << all[i].number << " has no English line";
+    EXPECT_EQ(placeholders(shown), placeholders(all[i].german)) << all[i].number << ": " << shown;
   }
 }
 
