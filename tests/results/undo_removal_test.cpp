@@ -102,6 +102,29 @@ TEST_F(UndoTest, UndoAfterARemovalIsImpossible) {
   EXPECT_EQ(Marks(), "|.|.");
 }
 
+// Raises the stop at the first refresh of a walk.
+struct StopAtFirstRefresh : ProgressSink {
+  RunState* run = nullptr;
+  void ProgressBar(int) override { run->RequestStop(kStopUser); }
+};
+
+TEST_F(UndoTest, AStoppedUndoKeepsTheRestOfItsStep) {
+  AddGroups(2, 3);
+  Run(13);
+  const std::string marked = Marks();
+  StopAtFirstRefresh stopper;
+  stopper.run = &run_;
+  EXPECT_TRUE(undo_.UNDO(run_, &stopper));
+  EXPECT_FALSE(run_.StopRequested());
+  EXPECT_EQ(Marks(), marked) << "stopped before the first row";
+  EXPECT_EQ(undo_.UndoCount(), 1);
+  EXPECT_EQ(undo_.Rows(0).size(), 4u);
+  EXPECT_TRUE(undo_.CommandState().enabled);
+  Run(kCommandUndo);
+  EXPECT_EQ(Marks(), "|...|...");
+  ExpectCountersTrue();
+}
+
 using RemovalTest = CommandTest;
 
 TEST_F(RemovalTest, RemovingTheMarkedFileOfAGroupOfTwoLeavesAGroupOfOne) {
@@ -237,6 +260,23 @@ TEST_F(RemovalTest, AFileGoneFromDiskLeavesAGroupOfOne) {
   EXPECT_TRUE(std::filesystem::exists(dir / "b.txt"));
   ExpectCountersTrue();
   EXPECT_EQ(Run(217).result, CommandResult::Cancelled) << "nothing more is gone";
+}
+
+TEST_F(RemovalTest, AVanishedArchiveTakesItsMembersAndOnlyTheirOwnExtracts) {
+  test::TempDir tmp;
+  const std::string archive = (tmp.path() / "gone.zip").string();
+  const auto extract = tmp.Write("KVtemp/run-1-1/7_member.txt", "x");
+  const auto userFile = tmp.Write("docs/member.txt", "keep me");
+  AddGroup({{"member.txt", 1, 0, archive}, {"member.txt", 1, 0, archive}});
+  model_.SetCell(Row(2), CellKey::archiv, std::int64_t{1});
+  model_.SetCell(Row(2), CellKey::tmppath, extract.string());
+  model_.SetCell(Row(3), CellKey::archiv, std::int64_t{1});
+  // A saved result could name any file here: it is not an extract.
+  model_.SetCell(Row(3), CellKey::tmppath, userFile.string());
+  Run(217);
+  EXPECT_EQ(model_.GroupCount(), 0);
+  EXPECT_FALSE(std::filesystem::exists(extract));
+  EXPECT_TRUE(std::filesystem::exists(userFile));
 }
 
 TEST_F(RemovalTest, AStopEndsTheWalkWithTheCountersTrue) {
