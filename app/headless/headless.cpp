@@ -9,12 +9,16 @@
 #include <chrono>
 #include <cstdio>
 #include <iostream>
+#include <memory>
 #include <optional>
 
 #include "frame/run_state.h"
+#include "frame/settings_store.h"
 #include "frame/sinks.h"
 #include "frame/startup.h"
 #include "frame/texts.h"
+#include "headless/result_commands.h"
+#include "results/undo.h"
 #include "search/session.h"
 
 namespace kelvor {
@@ -121,6 +125,33 @@ Options:
                     ChecksumCache of section DupVerz does it for good)
   --clear-checksum-cache
                     empty the checksum cache before the search
+  --select ID[:ARG] run the selection command ID on the result (repeatable,
+                    run in order with --remove and --undo); ARG answers its
+                    prompt, without it the prompt's default is taken. Ids:
+                      11 mark all, 12 unmark all, 26 invert, 32 only the
+                      first, 33 only the last, 13 all but the first, 14 all
+                      but the last, 27/42 all but the newest/oldest (change
+                      date), 41/43 the same by creation date, 225/226 all
+                      but the shortest/longest name, 227/228 path, 53/54 all
+                      but the smallest/biggest, 238 all but the most pixels,
+                      236/237 similarity at least/at most ARG percent,
+                      244/245/246 size smaller/equal/greater than ARG bytes,
+                      229/231 mark/unmark names fitting the pattern ARG,
+                      234/235 the same for folders, 900 mark the files of
+                      folder ARG, 1000/1100 mark/unmark the files in and
+                      below folder ARG, 700/800 in groups with a file in
+                      folder ARG mark/unmark the files elsewhere, 81-88
+                      which groups the rules change (0-7: all, expanded,
+                      collapsed, without marks, all marked, partly marked,
+                      highlighted, not highlighted)
+  --remove ID[:ARG] take rows out of the result (no file is touched):
+                      220 the marked files, 8 groups of ARG files, 233
+                      groups with all files marked, 224 groups of hard
+                      links only, 414 groups of one hard-link family, 232
+                      groups not in every source folder, 217 files gone
+                      from the disk, 600/1500 the files in/below folder ARG
+                    A removal ends the undo history.
+  --undo            take back the latest selection command
   --help            show this text
 
 Items (as on Kelvor's own command line):
@@ -151,6 +182,8 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   std::optional<std::filesystem::path> dataDir;
   bool headless = false, json = false, nul = false, noCache = false, clearCache = false;
   std::vector<std::string> items;
+  std::vector<HeadlessCommand> commands;
+  const TextCatalog germanTexts;  // the session's texts exist only later
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
     if (a == "--help" || a == "-?") {
@@ -174,6 +207,20 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
       dataDir = args[++i];
     } else if (a.rfind("--data-dir=", 0) == 0) {
       dataDir = a.substr(11);
+    } else if (a == "--select" || a == "--remove") {
+      const auto kind =
+          a == "--select" ? HeadlessCommand::Kind::Select : HeadlessCommand::Kind::Remove;
+      HeadlessCommand c;
+      std::string error;
+      if (i + 1 >= args.size() ||
+          !ParseHeadlessCommand(kind, args[i + 1], germanTexts, &c, &error)) {
+        err << "kelvor: " << a << ": " << error << '\n';
+        return kExitRejected;
+      }
+      ++i;
+      commands.push_back(std::move(c));
+    } else if (a == "--undo") {
+      commands.push_back(HeadlessCommand{HeadlessCommand::Kind::Undo, 0, false, {}});
     } else if (a.rfind("--", 0) == 0) {
       err << "kelvor: unknown option '" << a << "' (see kelvor --help)\n";
       return kExitRejected;
@@ -218,12 +265,22 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   if (!outcome.logError.empty()) err << outcome.logError << '\n';
   if (!outcome.ran) return kExitRejected;
 
+  // The result commands work on the result taken over from the session.
+  std::unique_ptr<ResultModel> owned;
+  const ResultModel* result = &session.Result();
+  UndoHistory undo(&session.Texts());
+  if (!commands.empty() && session.HasResult()) {
+    owned = session.TakeResult();
+    result = owned.get();
+    const int mode = static_cast<int>(session.Settings().GetInt("Optionen", "SelectionMode"));
+    if (!RunHeadlessCommands(*owned, undo, commands, mode, err)) return kExitRejected;
+  }
   if (json) {
-    PrintJson(session.Result(), session.Stats(), session.ElapsedSeconds(), out);
+    PrintJson(*result, session.Stats(), session.ElapsedSeconds(), out, owned ? &undo : nullptr);
   } else if (nul) {
-    PrintNullSeparated(session.Result(), out);
+    PrintNullSeparated(*result, out);
   } else {
-    PrintGroups(session.Result(), out);
+    PrintGroups(*result, out);
   }
   if (!session.ClosingMessage().empty()) err << session.ClosingMessage() << '\n';
   out.flush();

@@ -11,6 +11,7 @@ namespace kelvor {
 
 class ResultModel;
 class TextCatalog;
+class UndoHistory;
 struct SearchStatistics;
 
 // Exit codes.
@@ -32,8 +33,10 @@ void PrintNullSeparated(const ResultModel& result, std::ostream& out);
 // The result as one JSON document with the run's statistics. "path" is the
 // name as UTF-8 text; where the name's bytes are no valid UTF-8, "path" shows
 // U+FFFD in their place and "path_b64" holds the exact bytes in base64.
+// Each file has "marked", each group its "check" state, the statistics the
+// counters of the marks; with `undo` the state of the undo command too.
 void PrintJson(const ResultModel& result, const SearchStatistics& stats, double elapsedSeconds,
-               std::ostream& out);
+               std::ostream& out, const UndoHistory* undo = nullptr);
 
 // A name as one line of the plain output. Names that hold control characters
 // (a line break, ...), bytes that are no UTF-8, or that begin with "$'" are

@@ -8,6 +8,7 @@
 #include "frame/unicode.h"
 #include "headless/headless.h"
 #include "results/result_model.h"
+#include "results/undo.h"
 #include "search/engine.h"
 
 namespace kelvor {
@@ -158,7 +159,7 @@ void PrintNullSeparated(const ResultModel& result, std::ostream& out) {
 }
 
 void PrintJson(const ResultModel& result, const SearchStatistics& stats, double elapsedSeconds,
-               std::ostream& out) {
+               std::ostream& out, const UndoHistory* undo) {
   using nlohmann::ordered_json;
   ordered_json doc;
   ordered_json groups = ordered_json::array();
@@ -175,6 +176,7 @@ void PrintJson(const ResultModel& result, const SearchStatistics& stats, double 
       file["created"] =
           FormatDate(CellAsDouble(result.Cell(f, CellKey::dateEval)), "yyyy-MM-dd hh:nn:ss");
       file["source"] = result.FileSourceNr(f);
+      file["marked"] = result.IsMarked(f);
       // The match of a similarity search and the media properties, where
       // the row has them.
       for (CellKey k :
@@ -205,6 +207,7 @@ void PrintJson(const ResultModel& result, const SearchStatistics& stats, double 
     });
     ordered_json group;
     group["title"] = result.Caption(g);
+    group["check"] = result.GetCheckState(g);
     group["files"] = std::move(files);
     groups.push_back(std::move(group));
     return true;
@@ -222,7 +225,20 @@ void PrintJson(const ResultModel& result, const SearchStatistics& stats, double 
   st["compares"] = stats.CompareCount;
   st["checksums"] = stats.ChecksumCount;
   st["seconds"] = elapsedSeconds;
+  // The counters of the result window's status bar.
+  st["DupCount"] = result.DupCount();
+  st["DupCountSelected"] = result.DupCountSelected();
+  st["FilesizeAll"] = result.FilesizeAll();
+  st["FilesizeSelected"] = result.FilesizeSelected();
   doc["statistics"] = std::move(st);
+  if (undo) {
+    const UndoCommandState& u = undo->CommandState();
+    ordered_json j;
+    j["enabled"] = u.enabled;
+    j["steps"] = undo->UndoCount();
+    j["tool_tip"] = u.toolTip;
+    doc["undo"] = std::move(j);
+  }
   // Titles that are not valid UTF-8 show U+FFFD; paths carry their bytes in
   // "path_b64".
   out << doc.dump(2, ' ', false, ordered_json::error_handler_t::replace) << '\n';

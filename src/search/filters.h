@@ -22,7 +22,7 @@
 #include <string_view>
 #include <vector>
 
-#include "search/pattern.h"
+#include "frame/pattern.h"
 
 namespace kelvor {
 

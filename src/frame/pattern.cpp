@@ -5,7 +5,7 @@
 // compare bytes, which gives the same answer because both sides are decoded
 // the same way (see NextCodePoint).
 
-#include "search/pattern.h"
+#include "frame/pattern.h"
 
 #include <fmt/format.h>
 #include <utf8proc.h>

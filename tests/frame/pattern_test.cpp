@@ -1,6 +1,6 @@
 // The wildcard pattern language shared by the filters and the result searches.
 
-#include "search/pattern.h"
+#include "frame/pattern.h"
 
 #include <gtest/gtest.h>
 
