@@ -9,7 +9,9 @@
 #include <chrono>
 #include <climits>
 #include <cstring>
+#include <mutex>
 #include <optional>
+#include <unordered_map>
 
 #include "compare/checksum_cache.h"
 #include "data/file_identity.h"
@@ -34,15 +36,8 @@ constexpr std::size_t kHashReadSize = 1 << 20;
 // for the cascade. Both bound memory to a few hundred KiB of paths.
 constexpr std::size_t kMaxQueuedJobs = 512;
 constexpr std::size_t kMaxDoneJobs = 4096;
-
-// One-shot digest of a buffer, for the prefix made beside a full checksum.
-bool DigestOf(EVP_MD* md, const unsigned char* data, std::size_t n, std::string* out) {
-  unsigned char d[EVP_MAX_MD_SIZE];
-  unsigned int len = 0;
-  if (!md || EVP_Digest(data, n, d, &len, md, nullptr) != 1) return false;
-  out->assign(reinterpret_cast<const char*>(d), len);
-  return true;
-}
+// Prefixes the read-ahead's gate remembers (a few MiB at most).
+constexpr std::size_t kMaxGateEntries = 16384;
 
 constexpr const char* kShortRead = "end of file reached early";
 
@@ -153,7 +148,15 @@ namespace compare_detail {
 struct HashSource {
   bool digestFromCache = false;
   bool prefixFromCache = false;
+  // Only the prefix digest was made: the gate judged the full one not worth
+  // making ahead.
+  bool prefixOnly = false;
 };
+
+// Asked with a range's length and its prefix digest whether the full
+// checksum is worth making now (true) or the prefix is enough for the time
+// being (false).
+using PrefixGate = std::function<bool(std::int64_t rangeLength, const std::string& prefix)>;
 
 // One digest context with its read buffer; one per thread that hashes.
 class Hasher {
@@ -164,11 +167,26 @@ class Hasher {
     ctx_ = EVP_MD_CTX_new();
   }
   ~Hasher() {
+    EVP_MD_CTX_free(copy_);
     EVP_MD_CTX_free(ctx_);
     EVP_MD_free(md_);
   }
   Hasher(const Hasher&) = delete;
   Hasher& operator=(const Hasher&) = delete;
+
+  // True when the cache holds the digest of the whole range for the file as
+  // the walk saw it, so that Hash answers without opening or a stat.
+  bool CacheAnswers(const ExpectedFile& expected, const HashRange& range) const {
+    const std::optional<ChecksumFileState> state = WalkState(&expected);
+    if (!cache_ || !state || !cache_->HasRowsOf(state->device, state->inode)) return false;
+    std::int64_t start = 0, length = 0;
+    if (state->size <= digestLength_ || !RangeOf(state->size, range, &start, &length) ||
+        length < kCacheMinBytes)
+      return false;
+    ChecksumKey key, prefixKey;
+    MakeKeys(*state, range, length, &key, &prefixKey);
+    return cache_->Lookup(key).has_value();
+  }
 
   // CreateHashFromFile. `stop` is tested after every block; `progress` gets
   // (bytes done, bytes in range) after every block. With `limit` > 0 only the
@@ -179,7 +197,7 @@ class Hasher {
                    const std::function<bool()>& stop,
                    const std::function<void(std::int64_t, std::int64_t)>& progress,
                    std::string* error, std::int64_t limit = 0, std::string* prefixOut = nullptr,
-                   HashSource* source = nullptr) {
+                   HashSource* source = nullptr, const PrefixGate* gate = nullptr) {
     error->clear();
     if (prefixOut) prefixOut->clear();
     HashSource localSource;
@@ -197,7 +215,8 @@ class Hasher {
                            ? cache_ && cache_->HasRowsOf(expected->device, expected->inode)
                            : cache_ && cache_->Usable();
     if (known) {
-      if (auto state = PeekChecksumFileState(path, expected)) {
+      if (auto state =
+              WalkState(expected) ? WalkState(expected) : PeekChecksumFileState(path, expected)) {
         peeked = *state;
         std::int64_t start = 0, length = 0;
         if (peeked.size > digestLength_ && RangeOf(peeked.size, range, &start, &length) &&
@@ -266,13 +285,17 @@ class Hasher {
       *error = "CryptCreateHash: " + OpenSslError();
       return {};
     }
-    file.Sequential(start, length);
+    // With a gate the first read is the prefix alone, and the rest of the
+    // range is read only when the gate lets it.
+    const bool gated = gate && prefixOut && limit == 0 && length > kPrefixDigestBytes;
+    if (!gated) file.Sequential(start, length);
     if (buf_.empty()) buf_.resize(kHashReadSize);
 
     std::int64_t offset = start, done = 0;
     while (done < length) {
-      std::size_t n =
-          static_cast<std::size_t>(std::min<std::int64_t>(kHashReadSize, length - done));
+      std::size_t n = static_cast<std::size_t>(std::min<std::int64_t>(
+          gated && done == 0 ? kPrefixDigestBytes : static_cast<std::int64_t>(kHashReadSize),
+          length - done));
       // Bytes past the size the file had when opened are fed as zeros (the
       // one extra byte of the Exif rule). A file that shrank meanwhile is an
       // error rather than a different digest.
@@ -288,14 +311,30 @@ class Hasher {
         return {};
       }
       std::memset(buf_.data() + avail, 0, n - static_cast<std::size_t>(avail));
-      if (prefixOut && done == 0 && !source->prefixFromCache &&
-          !DigestOf(md_, buf_.data(),
-                    std::min<std::size_t>(n, static_cast<std::size_t>(kPrefixDigestBytes)),
-                    prefixOut))
-        prefixOut->clear();
-      if (EVP_DigestUpdate(ctx_, buf_.data(), n) != 1) {
+      std::size_t fed = 0;
+      if (prefixOut && done == 0 && !source->prefixFromCache) {
+        // The prefix digest is the digest of the range's first bytes: the
+        // running context, fed those bytes, is finished on a copy, so that
+        // they are hashed once for both digests.
+        fed = std::min<std::size_t>(n, static_cast<std::size_t>(kPrefixDigestBytes));
+        if (EVP_DigestUpdate(ctx_, buf_.data(), fed) != 1) {
+          *error = "CryptBinHashData: " + OpenSslError();
+          return {};
+        }
+        if (!FinishCopy(prefixOut)) prefixOut->clear();
+      }
+      if (n > fed && EVP_DigestUpdate(ctx_, buf_.data() + fed, n - fed) != 1) {
         *error = "CryptBinHashData: " + OpenSslError();
         return {};
+      }
+      if (gated && done == 0) {
+        if (!prefixOut->empty() && !(*gate)(length, *prefixOut)) {
+          if (cached && !source->prefixFromCache && prefixKey.span == ChecksumSpan::kPrefix)
+            cache_->Store(prefixKey, *prefixOut);
+          source->prefixOnly = true;
+          return {};
+        }
+        file.Sequential(start, length);
       }
       offset += static_cast<std::int64_t>(n);
       done += static_cast<std::int64_t>(n);
@@ -392,6 +431,37 @@ class Hasher {
     return true;
   }
 
+  // The digest of what the running context has been fed so far, made on a
+  // copy of it; the context itself goes on.
+  bool FinishCopy(std::string* out) {
+    if (!copy_) copy_ = EVP_MD_CTX_new();
+    unsigned char md[EVP_MAX_MD_SIZE];
+    unsigned int mdLen = 0;
+    if (!copy_ || EVP_MD_CTX_copy_ex(copy_, ctx_) != 1 ||
+        EVP_DigestFinal_ex(copy_, md, &mdLen) != 1)
+      return false;
+    out->assign(reinterpret_cast<const char*>(md), mdLen);
+    return true;
+  }
+
+  // The file's state as the walk's stat saw it, when the walk gave all of
+  // it: the cache is asked by that state without a stat of its own. A hit is
+  // the digest of the bytes the file had in that state, which is what the
+  // search saw of it; a file changed before the walk has other times and
+  // misses.
+  static std::optional<ChecksumFileState> WalkState(const ExpectedFile* expected) {
+    if (!expected || expected->ctimeNs == 0 || expected->size < 0 ||
+        (expected->device == 0 && expected->inode == 0))
+      return std::nullopt;
+    ChecksumFileState s;
+    s.device = expected->device;
+    s.inode = expected->inode;
+    s.size = expected->size;
+    s.mtimeNs = expected->mtimeNs;
+    s.ctimeNs = expected->ctimeNs;
+    return s;  // takenAtNs 0: a state never stored
+  }
+
   static bool TakeState(const ReadFile& file, ChecksumFileState* state) {
     *state = ChecksumFileStateFrom(file.Stat());
     return true;
@@ -402,6 +472,7 @@ class Hasher {
   ChecksumCache* cache_;
   EVP_MD* md_ = nullptr;
   EVP_MD_CTX* ctx_ = nullptr;
+  EVP_MD_CTX* copy_ = nullptr;  // for FinishCopy, made on first use
   std::vector<unsigned char> buf_;
 };
 
@@ -429,6 +500,8 @@ ExpectedFile WalkExpectation(const FileRecord& rec) {
   e.size = rec.SIZE;
   e.device = rec.WalkDevice;
   e.inode = rec.WalkInode;
+  e.mtimeNs = rec.WalkMtimeNs;
+  e.ctimeNs = rec.WalkCtimeNs;
   return e;
 }
 
@@ -487,14 +560,49 @@ class ReadAhead {
               std::unique_ptr<Hasher>& hasher = hashers_[static_cast<std::size_t>(worker)];
               if (!hasher) hasher = std::make_unique<Hasher>(mode, cache);
               AheadDigest out;
+              const PrefixGate gate = [this, &path](std::int64_t length,
+                                                    const std::string& prefix) {
+                return FullWanted(path, length, prefix);
+              };
               out.digest = hasher->Hash(
                   path, request.range, &request.expected,
                   [this, &run] { return run.StopRequested() || table_.Closing(); }, nullptr,
-                  &out.error, 0, &out.prefix, &out.source);
-              if (out.digest.empty() && out.error.empty()) return std::nullopt;  // stopped
+                  &out.error, 0, &out.prefix, &out.source, &gate);
+              if (out.digest.empty() && out.error.empty() && !out.source.prefixOnly)
+                return std::nullopt;  // stopped
               return out;
             },
             kMaxQueuedJobs, kMaxDoneJobs) {}
+
+  // The gate of the workers: a file whose prefix digest no other file of its
+  // length has shown yet is left at its prefix, as the cascade will most
+  // likely tell it apart by that alone. The second file with the prefix
+  // makes its full checksum, and the first is made again in full. Whichever
+  // digests the cascade then asks for and finds missing it makes itself, so
+  // the gate changes when a digest is made, never which ones are used.
+  bool FullWanted(const std::string& path, std::int64_t length, const std::string& prefix) {
+    GateKey key{length, 0};
+    std::memcpy(&key.prefix, prefix.data(), std::min(prefix.size(), sizeof key.prefix));
+    std::string first;
+    {
+      std::lock_guard<std::mutex> lock(gateMutex_);
+      // Bounded: a file and the representative it will meet are read ahead
+      // together, so forgetting old prefixes loses little, and what it
+      // loses the cascade makes itself.
+      if (gate_.size() >= kMaxGateEntries && !gate_.count(key)) gate_.clear();
+      auto [it, inserted] = gate_.try_emplace(key);
+      if (inserted) {
+        it->second.first = path;
+        return false;
+      }
+      if (it->second.wanted) return true;
+      if (it->second.first == path) return false;
+      it->second.wanted = true;
+      first.swap(it->second.first);
+    }
+    table_.Redo(first);
+    return true;
+  }
 
   void Add(const std::string& path, const HashRange& range, const ExpectedFile& expected) {
     table_.Ahead(path, AheadRequest{range, expected});
@@ -506,7 +614,7 @@ class ReadAhead {
   bool Take(const std::string& path, const HashRange& range, const ExpectedFile& expected,
             std::string* digest, std::string* error, bool* fromCache) {
     std::optional<AheadDigest> r = table_.TakeAhead(path, AheadRequest{range, expected});
-    if (!r) return false;
+    if (!r || r->source.prefixOnly) return false;
     *digest = std::move(r->digest);
     *error = std::move(r->error);
     *fromCache = r->source.digestFromCache;
@@ -531,6 +639,26 @@ class ReadAhead {
   // Declared before the table: the table's destructor waits for running
   // workers, which use these.
   std::vector<std::unique_ptr<Hasher>> hashers_;
+  // The gate's prefixes seen, by range length and the first bytes of the
+  // prefix digest (two prefixes alike there at worst cost a checksum made
+  // ahead in vain).
+  struct GateKey {
+    std::int64_t length;
+    std::uint64_t prefix;
+    bool operator==(const GateKey&) const = default;
+  };
+  struct GateKeyHash {
+    std::size_t operator()(const GateKey& k) const {
+      return static_cast<std::size_t>(
+          k.prefix ^ (static_cast<std::uint64_t>(k.length) * 0x9E3779B97F4A7C15ULL));
+    }
+  };
+  struct GateEntry {
+    std::string first;  // the file left at its prefix, until a second one comes
+    bool wanted = false;
+  };
+  std::mutex gateMutex_;
+  std::unordered_map<GateKey, GateEntry, GateKeyHash> gate_;
   AheadTable<std::string, AheadRequest, AheadDigest> table_;
 };
 
@@ -580,9 +708,15 @@ void ContentComparer::Prefetch(const std::string& fullPath, const FileRecord& re
        EqualsAsciiNoCase(rec.Extension, "cr2"));
   const bool flac = opt_.ignoreFlacMetadata && EqualsAsciiNoCase(rec.Extension, "flac");
   if (!pool_) return;
+  const HashRange range = HashRangeFor(rec, rec.Extension, mp3, jpg, flac);
+  const ExpectedFile expected = WalkExpectation(rec);
+  // A digest the cache holds for the file as the walk saw it costs the
+  // cascade a probe of a table in memory: handing it to a worker would cost
+  // more than that.
+  if (cache_ && hasher_->CacheAnswers(expected, range)) return;
   if (!prefetch_)
     prefetch_ = std::make_unique<compare_detail::ReadAhead>(opt_.mode, run_, cache_, *pool_);
-  prefetch_->Add(fullPath, HashRangeFor(rec, rec.Extension, mp3, jpg, flac), WalkExpectation(rec));
+  prefetch_->Add(fullPath, range, expected);
 }
 
 void ContentComparer::ReadIdentity(FileRecord& rec, const std::string& fullPath) {

@@ -63,6 +63,10 @@ ContentComparator::ContentComparator(const ContentCompareOptions& options, Conte
 
 ContentComparator::~ContentComparator() = default;
 
+std::string_view ContentComparator::RecordDigest::operator()(std::uint32_t node) const {
+  return files->Hash(static_cast<std::int32_t>(node));
+}
+
 // In a checksum search every key's representatives are counted and their
 // checksums indexed, whatever kind of file made them. A file that no tag rule
 // cuts compares its whole bytes with each representative's cached checksum,
@@ -79,7 +83,7 @@ std::optional<PartnerAnswer> ContentComparator::FindPartner(const CascadeFile& f
   // Every representative of this key has its checksum in the index, and they
   // all differ: the one with the file's checksum is the one the walk would
   // stop at, and the walk's comparisons are counted.
-  const int* hit = hashIndex_.Find(chain_->id, file.rec.Hash);
+  const int* hit = hashIndex_.Find(chain_->id, file.rec.Hash, DigestOfRecord());
   PartnerAnswer answer;
   answer.matched = hit != nullptr;
   answer.suffix = answer.matched ? *hit : chain_->reps + 1;
@@ -109,7 +113,10 @@ bool ContentComparator::IsDuplicate(CascadeFile& file, FileRecord& rep, const st
   }
   if (chain_ && !hadHash && rep.HashCreated[0]) {
     --chain_->unhashed;
-    hashIndex_.TryEmplace(chain_->id, rep.Hash, place.suffix);
+    // The collection gets the digest when the cascade writes `rep` back,
+    // before the index is asked again.
+    hashIndex_.TryEmplace(chain_->id, rep.Hash, static_cast<std::uint32_t>(rep.RecordNumber),
+                          place.suffix, DigestOfRecord());
   }
   // A new file that failed goes on like a different one: it meets no further
   // comparison (its flag ends each at once) and becomes a representative in
@@ -131,7 +138,8 @@ void ContentComparator::BecameRepresentative(std::string_view key, const FileRec
   RepChain& c = it->second;
   ++c.reps;
   if (rec.HashCreated[0]) {
-    hashIndex_.TryEmplace(c.id, rec.Hash, c.reps);
+    hashIndex_.TryEmplace(c.id, rec.Hash, static_cast<std::uint32_t>(rec.RecordNumber), c.reps,
+                          DigestOfRecord());
   } else {
     ++c.unhashed;
   }
@@ -184,6 +192,7 @@ bool ContentComparator::PrefixesDiffer(const CascadeFile& file, const FileRecord
 ContentComparator::RepChain& ContentComparator::ChainOf(std::string_view key,
                                                         const CStringCollection2& files,
                                                         std::int32_t firstNode) {
+  files_ = &files;
   auto [it, inserted] = chains_.try_emplace(std::string(key));
   if (inserted) {
     // A key's chain is made when its second file arrives: only the first
@@ -191,7 +200,8 @@ ContentComparator::RepChain& ContentComparator::ChainOf(std::string_view key,
     it->second.reps = 1;
     it->second.id = static_cast<std::uint32_t>(chains_.size());
     if (files.HashCreated(firstNode, 0)) {
-      hashIndex_.TryEmplace(it->second.id, files.Hash(firstNode), 1);
+      hashIndex_.TryEmplace(it->second.id, files.Hash(firstNode),
+                            static_cast<std::uint32_t>(firstNode), 1, DigestOfRecord());
     } else {
       it->second.unhashed = 1;
     }

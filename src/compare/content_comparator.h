@@ -98,8 +98,16 @@ class ContentComparator final : public Comparator {
   bool samples_ = false;   // samples of whole files
   bool prefixes_ = false;  // prefix digests before full checksums
   bool readAhead_ = false;
-  std::unordered_map<std::string, RepChain> chains_;          // keys that met a second file
-  DigestIndex hashIndex_;                                     // chain id + checksum -> suffix
+  std::unordered_map<std::string, RepChain> chains_;  // keys that met a second file
+  // chain id + checksum -> suffix; the checksums stay in the records of
+  // the collection the chains were made for (files_).
+  DigestIndex hashIndex_;
+  const CStringCollection2* files_ = nullptr;
+  struct RecordDigest {
+    const CStringCollection2* files;
+    std::string_view operator()(std::uint32_t node) const;
+  };
+  RecordDigest DigestOfRecord() const { return {files_}; }
   std::unordered_map<std::int32_t, std::uint64_t> sampleOf_;  // record -> first/last bytes
   std::optional<std::uint64_t> fileSample_;                   // of the file being placed
   std::unordered_map<std::int32_t, std::uint64_t> prefixOf_;  // record -> prefix digest (part)

@@ -70,6 +70,11 @@ struct FileRecord {
   // when unknown. A file opened for reading later must still be this one.
   std::uint64_t WalkDevice = 0;
   std::uint64_t WalkInode = 0;
+  // The walk's modification and status-change times in nanoseconds (0:
+  // unknown). Only the record of a file being placed has them; the
+  // collection does not keep them.
+  std::int64_t WalkMtimeNs = 0;
+  std::int64_t WalkCtimeNs = 0;
 
   std::int32_t ExtensionLength() const { return static_cast<std::int32_t>(Extension.size()); }
   void SetHash(std::string h) {

@@ -247,6 +247,9 @@ void CStringCollection2::ReadInto(const Packed& p, FileRecord& r) const {
   r.NumberOfLinks = p.NumberOfLinks;
   r.WalkDevice = p.WalkDevice;
   r.WalkInode = p.WalkInode;
+  // The walk's times are not kept: a record read back has none.
+  r.WalkMtimeNs = 0;
+  r.WalkCtimeNs = 0;
   if (const Extra* e = ExtraOf(p)) {
     r.PathInsideZip.assign(Texts_.Get(e->PathInsideZipRef));
     r.ArchiveTempFileNr.assign(Texts_.Get(e->ArchiveTempFileNrRef));

@@ -111,7 +111,8 @@ namespace {
 
 // The checks of an open for reading on the descriptor just opened: a
 // regular file, the one expected, back in blocking mode.
-int CheckOpened(int fd, const ExpectedFile* expected, std::string* errorText, struct stat* stOut) {
+int CheckOpened(int fd, const ExpectedFile* expected, std::string* errorText, struct stat* stOut,
+                bool keepNonBlocking = false) {
   struct stat st {};
   std::string why;
   if (::fstat(fd, &st) != 0) {
@@ -129,7 +130,7 @@ int CheckOpened(int fd, const ExpectedFile* expected, std::string* errorText, st
     // Reads of a regular file never wait for a writer; the flag only had to
     // keep the open itself from waiting. Of the flags F_SETFL can change only
     // O_NONBLOCK was given, so setting none clears it in one call.
-    ::fcntl(fd, F_SETFL, 0);
+    if (!keepNonBlocking) ::fcntl(fd, F_SETFL, 0);
     if (stOut) *stOut = st;
     return fd;
   }
@@ -143,7 +144,7 @@ constexpr int kReadFlags = O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLO
 }  // namespace
 
 int xOpenFileForReading(std::string_view path, const ExpectedFile* expected, std::string* errorText,
-                        struct stat* stOut) {
+                        struct stat* stOut, bool keepNonBlocking) {
   int err = path.empty() ? ENOENT : InjectedFault(FsCall::OpenFile, path);
   const int fd = err ? -1 : OpenPath(std::string(path), kReadFlags);
   if (fd < 0) {
@@ -151,7 +152,7 @@ int xOpenFileForReading(std::string_view path, const ExpectedFile* expected, std
     if (errorText) *errorText = ErrorText(err);
     return -1;
   }
-  return CheckOpened(fd, expected, errorText, stOut);
+  return CheckOpened(fd, expected, errorText, stOut, keepNonBlocking);
 }
 
 int xOpenFileForReadingAt(int dirFd, const char* name, std::string_view path,
@@ -190,8 +191,11 @@ bool ReadFile::Open(const std::string& path, bool sequential, std::string* err,
                     const ExpectedFile* expected) {
   Close();
   advised_ = false;
+  blocking_ = false;
   std::string why;
-  fd_ = xOpenFileForReading(path, expected, &why, &st_);
+  // O_NONBLOCK stays: reads of a regular file do not heed it, and where a
+  // file system would, ReadAt clears it on the first EAGAIN.
+  fd_ = xOpenFileForReading(path, expected, &why, &st_, true);
   if (fd_ < 0) {
     if (err) *err = why;
     return false;
@@ -231,6 +235,10 @@ std::int64_t ReadFile::ReadAt(void* buf, std::size_t n, std::int64_t offset,
     ssize_t got = ::pread(fd_, p + done, n - done, static_cast<off_t>(offset + done));
     if (got < 0) {
       if (errno == EINTR) continue;
+      if ((errno == EAGAIN || errno == EWOULDBLOCK) && !blocking_) {
+        blocking_ = true;
+        if (::fcntl(fd_, F_SETFL, 0) == 0) continue;
+      }
       if (err) *err = ErrorText(errno);
       return -1;
     }

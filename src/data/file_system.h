@@ -163,7 +163,14 @@ struct ExpectedFile {
   std::int64_t size = -1;    // bytes; -1: not checked
   std::uint64_t device = 0;  // device and inode; both 0: not checked
   std::uint64_t inode = 0;
-  bool operator==(const ExpectedFile&) const = default;
+  // The modification and status-change times in nanoseconds the walk saw (0:
+  // unknown). Not checked on opening, and no part of what the file must be:
+  // the checksum cache may answer by them without a stat of its own.
+  std::int64_t mtimeNs = 0;
+  std::int64_t ctimeNs = 0;
+  bool operator==(const ExpectedFile& o) const {
+    return size == o.size && device == o.device && inode == o.inode;
+  }
 };
 
 // Opens a file for reading, in a way that can never hold the caller:
@@ -177,8 +184,10 @@ struct ExpectedFile {
 // Returns the descriptor (close-on-exec, back in blocking mode), or -1 and
 // *errorText (may be null) gets the system's text or the reason why the file
 // is no longer the one expected. *st (may be null) receives its fstat.
+// With `keepNonBlocking` the descriptor keeps O_NONBLOCK (a call spared per
+// file); its reader must then meet EAGAIN itself (ReadFile does).
 int xOpenFileForReading(std::string_view path, const ExpectedFile* expected, std::string* errorText,
-                        struct stat* st = nullptr);
+                        struct stat* st = nullptr, bool keepNonBlocking = false);
 
 // The same relative to an open folder: `name` is a name in the folder of
 // `dirFd` (the per-file path of a walk, with no lookup of the full path).
@@ -226,6 +235,7 @@ class ReadFile {
   int fd_ = -1;
   int readFault_ = 0;  // a test's error for every read; 0 in production
   bool advised_ = false;
+  mutable bool blocking_ = false;  // O_NONBLOCK cleared after an EAGAIN
   struct stat st_ {};
 };
 

@@ -32,6 +32,8 @@ bool WorkPool::Submit(Job job) {
     std::lock_guard<std::mutex> lock(m_);
     if (quit_ || queue_.size() >= maxQueued_) return false;
     queue_.push_back(std::move(job));
+    // A worker that is busy takes the job when it finishes its own.
+    if (idle_ == 0) return true;
   }
   cv_.notify_one();
   return true;
@@ -40,7 +42,9 @@ bool WorkPool::Submit(Job job) {
 void WorkPool::Run(unsigned worker) {
   std::unique_lock<std::mutex> lock(m_);
   for (;;) {
+    ++idle_;
     cv_.wait(lock, [&] { return quit_ || !queue_.empty(); });
+    --idle_;
     if (quit_) return;
     Job job = std::move(queue_.front());
     queue_.pop_front();

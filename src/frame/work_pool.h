@@ -69,6 +69,7 @@ class WorkPool {
   std::condition_variable cv_;
   std::list<Job> queue_;
   bool quit_ = false;
+  unsigned idle_ = 0;  // workers waiting for a job
   std::vector<std::thread> threads_;
 };
 
@@ -103,7 +104,9 @@ class AheadTable {
     s_->waiting.clear();
     // Jobs not started find the table closed and do nothing; running ones
     // are waited for, as they use what the compute function refers to.
+    ++s_->waiters;
     s_->cv.wait(lock, [&] { return s_->running == 0; });
+    --s_->waiters;
   }
   AheadTable(const AheadTable&) = delete;
   AheadTable& operator=(const AheadTable&) = delete;
@@ -159,19 +162,21 @@ class AheadTable {
   std::optional<Result> TakeAhead(const Key& key, const Request& request) {
     std::unique_lock<std::mutex> lock(s_->m);
     auto it = s_->entries.find(key);
-    if (it == s_->entries.end()) return std::nullopt;
-    if (it->second.state == State::Waiting) {
-      s_->waiting.erase(it->second.pos);
-      s_->entries.erase(it);
-      return std::nullopt;
-    }
-    while (it->second.state == State::Running) {
+    for (;;) {
+      if (it == s_->entries.end()) return std::nullopt;
+      if (it->second.state == State::Waiting) {
+        s_->waiting.erase(it->second.pos);
+        s_->entries.erase(it);
+        return std::nullopt;
+      }
+      if (it->second.state == State::Done) break;
       // Short steps, so that a stop request ends the wait even when the job
       // itself does not notice it.
       if (pool_.StopRequested()) return std::nullopt;
+      ++s_->waiters;
       s_->cv.wait_for(lock, std::chrono::milliseconds(50));
+      --s_->waiters;
       it = s_->entries.find(key);
-      if (it == s_->entries.end()) return std::nullopt;
     }
     Entry e = std::move(it->second);
     s_->done.erase(e.pos);
@@ -194,6 +199,31 @@ class AheadTable {
     return true;
   }
 
+  // Compute `key` ahead once more under the request it was asked with: a
+  // finished result is dropped and made again, a running one is made again
+  // when it ends. Meant for the compute function, which may find that a key
+  // it finished earlier needs more than it made then; the worker calling it
+  // takes the key before it leaves. False when the key is not in the table
+  // (taken, dropped or never asked) or waits already.
+  bool Redo(const Key& key) {
+    std::lock_guard<std::mutex> lock(s_->m);
+    if (s_->closing) return false;
+    auto it = s_->entries.find(key);
+    if (it == s_->entries.end()) return false;
+    Entry& e = it->second;
+    if (e.state == State::Running) {
+      e.again = true;
+      return true;
+    }
+    if (e.state != State::Done) return false;
+    s_->done.erase(e.pos);
+    e.state = State::Waiting;
+    e.result.reset();
+    s_->waiting.push_back(key);
+    e.pos = std::prev(s_->waiting.end());
+    return true;
+  }
+
   // Keys waiting, running or finished and not taken (for tests).
   std::size_t Size() const {
     std::lock_guard<std::mutex> lock(s_->m);
@@ -206,6 +236,7 @@ class AheadTable {
     Request request{};
     State state = State::Waiting;
     std::optional<Result> result;
+    bool again = false;                     // Redo while running: wait again when done
     typename std::list<Key>::iterator pos;  // in `waiting` or `done`, by state
   };
   // Shared with the pool's jobs, which may outlive the table unstarted.
@@ -217,6 +248,7 @@ class AheadTable {
     std::unordered_map<Key, Entry, Hash> entries;
     std::list<Key> waiting, done;
     int running = 0;    // keys being computed
+    int waiters = 0;    // threads waiting on `cv`: a finished key wakes only them
     unsigned jobs = 0;  // pool jobs queued or working keys
     bool closing = false;
     std::atomic<bool> closingFlag{false};  // `closing`, for tests without the lock
@@ -242,6 +274,14 @@ class AheadTable {
       lock.lock();
       --s.running;
       it = s.entries.find(key);
+      if (it->second.again && !s.closing) {
+        it->second.again = false;
+        it->second.state = State::Waiting;
+        s.waiting.push_back(std::move(key));
+        it->second.pos = std::prev(s.waiting.end());
+        if (s.waiters > 0) s.cv.notify_all();
+        continue;
+      }
       it->second.state = State::Done;
       it->second.result = std::move(result);
       s.done.push_back(std::move(key));
@@ -250,7 +290,9 @@ class AheadTable {
         s.entries.erase(s.done.front());
         s.done.pop_front();
       }
-      s.cv.notify_all();
+      // Most keys are finished before anyone asks for them: waking nobody
+      // spares a futex call per key.
+      if (s.waiters > 0) s.cv.notify_all();
     }
     --s.jobs;
   }

@@ -325,7 +325,8 @@ void Cascade::SyncCounts() {
 // Step 1: the file's record. False when the file takes no part.
 bool Cascade::MakeRecord(int sourceNr, std::string_view folder, std::string_view name,
                          std::int64_t size, double dateChanged, double dateCreated,
-                         std::int32_t attributes, const FileIdentity* identity) {
+                         std::int32_t attributes, const FileIdentity* identity,
+                         std::int64_t mtimeNs, std::int64_t ctimeNs) {
   // One record serves every file: its strings keep their buffers, so that
   // the walk makes no allocation per file.
   FileRecord& rec = recBuf_;
@@ -352,6 +353,8 @@ bool Cascade::MakeRecord(int sourceNr, std::string_view folder, std::string_view
   if (identity) {
     rec.WalkDevice = identity->device;
     rec.WalkInode = identity->inode;
+    rec.WalkMtimeNs = mtimeNs;
+    rec.WalkCtimeNs = ctimeNs;
     SetHardlinkIdentity(*identity, rec);
   }
   if (memberType_ != 0) {
@@ -366,9 +369,11 @@ bool Cascade::MakeRecord(int sourceNr, std::string_view folder, std::string_view
 
 void Cascade::CheckFile(int sourceNr, std::string_view folder, std::string_view name,
                         std::int64_t size, double dateChanged, double dateCreated,
-                        std::int32_t attributes, const FileIdentity* identity) {
+                        std::int32_t attributes, const FileIdentity* identity, std::int64_t mtimeNs,
+                        std::int64_t ctimeNs) {
   sourceNr_ = sourceNr;
-  if (!MakeRecord(sourceNr, folder, name, size, dateChanged, dateCreated, attributes, identity))
+  if (!MakeRecord(sourceNr, folder, name, size, dateChanged, dateCreated, attributes, identity,
+                  mtimeNs, ctimeNs))
     return;
   FileRecord& rec = recBuf_;
   std::string fullPath;
@@ -717,6 +722,8 @@ void Cascade::PredictComparisons(const Frame& top, int sourceNr, const FilterOpt
     probe.SIZE = probe.SizeKey = e.size;
     probe.WalkDevice = e.identity.device;
     probe.WalkInode = e.identity.inode;
+    probe.WalkMtimeNs = e.mtimeNs;
+    probe.WalkCtimeNs = e.ctimeNs;
     pathBuf_.assign(top.path).append("/").append(name);
     content_->Prefetch(pathBuf_, probe);
   };

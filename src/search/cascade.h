@@ -69,9 +69,10 @@ class Cascade {
 
   // One file on disk of source `sourceNr` (1-based). `folder` is the file's
   // full folder.
+  // `mtimeNs` and `ctimeNs` are the walk's times in nanoseconds (0: unknown).
   void CheckFile(int sourceNr, std::string_view folder, std::string_view name, std::int64_t size,
                  double dateChanged, double dateCreated, std::int32_t attributes,
-                 const FileIdentity* identity);
+                 const FileIdentity* identity, std::int64_t mtimeNs = 0, std::int64_t ctimeNs = 0);
 
   // One member of an archive of source `sourceNr`: `archivePath` is the
   // archive's full path (the record's Path), `innerFolder` the member's
@@ -110,7 +111,7 @@ class Cascade {
   // The steps of one file.
   bool MakeRecord(int sourceNr, std::string_view folder, std::string_view name, std::int64_t size,
                   double dateChanged, double dateCreated, std::int32_t attributes,
-                  const FileIdentity* identity);
+                  const FileIdentity* identity, std::int64_t mtimeNs, std::int64_t ctimeNs);
   // Whether an ignore-tags option applies to this file's extension.
   bool CutsTags(const FileRecord& rec) const;
   void CompareSize(FileRecord& rec, const std::string& fullPath, bool* isMP3, bool* isJPG,

@@ -121,7 +121,7 @@ bool SearchEngine::CompareWalk::FileFound(DirStack& stack, DirEntry& e) {
   } else {
     e_.cascade_->FileReached(stack.Top(), e_.opt_.Filters);
     e_.cascade_->CheckFile(e_.currentSourceNr_, folder, name, e.size, e.mtime, e.btime,
-                           e.attributes, &e.identity);
+                           e.attributes, &e.identity, e.mtimeNs, e.ctimeNs);
     if (e_.result_->DupCount() >= opt.MaxDupCount && !e_.Stopped())
       e_.ctx_.run.RequestStop(kStopMaxDups);
   }

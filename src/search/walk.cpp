@@ -26,8 +26,8 @@ namespace kelvor {
 namespace {
 
 constexpr std::size_t kMaxOpenDescriptors = 48;
-constexpr unsigned kStatxMask =
-    STATX_TYPE | STATX_MODE | STATX_NLINK | STATX_INO | STATX_SIZE | STATX_MTIME | STATX_BTIME;
+constexpr unsigned kStatxMask = STATX_TYPE | STATX_MODE | STATX_NLINK | STATX_INO | STATX_SIZE |
+                                STATX_MTIME | STATX_BTIME | STATX_CTIME;
 
 }  // namespace
 
@@ -165,6 +165,10 @@ bool DirStack::Stat(DirEntry& e) {
   e.mtime = DateFromTimespec(sx.stx_mtime.tv_sec);
   e.btime = (sx.stx_mask & STATX_BTIME) ? DateFromTimespec(sx.stx_btime.tv_sec) : e.mtime;
   e.identity = IdentityOf(sx);
+  if ((sx.stx_mask & (STATX_MTIME | STATX_CTIME)) == (STATX_MTIME | STATX_CTIME)) {
+    e.mtimeNs = sx.stx_mtime.tv_sec * 1000000000LL + sx.stx_mtime.tv_nsec;
+    e.ctimeNs = sx.stx_ctime.tv_sec * 1000000000LL + sx.stx_ctime.tv_nsec;
+  }
   std::int32_t attr = 0;
   if (!(sx.stx_mode & S_IWUSR)) attr |= kAttrReadOnly;
   if (name[0] == '.') attr |= kAttrHidden;

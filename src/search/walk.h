@@ -29,6 +29,9 @@ struct DirEntry {
   std::int32_t attributes = 0;
   std::int64_t size = 0;
   double mtime = 0, btime = 0;
+  // Modification and status-change times in nanoseconds; 0 when the system
+  // did not report them.
+  std::int64_t mtimeNs = 0, ctimeNs = 0;
   FileIdentity identity;  // from the walk's statx
 };
 

@@ -9,6 +9,7 @@
 #include <random>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 namespace kelvor {
 namespace {
@@ -21,6 +22,9 @@ TEST(DigestIndex, AnswersLikeAHashMapUnderRandomOperations) {
   std::mt19937_64 rng(7);
   DigestIndex index;
   std::unordered_map<std::string, int> model;
+  // Where the caller keeps the digests: the index holds only their numbers.
+  std::vector<std::string> kept;
+  auto digestOf = [&kept](std::uint32_t ref) -> const std::string& { return kept.at(ref); };
   // Few keys and short digests from a small alphabet, so that lookups hit,
   // inserts repeat and digests collide across keys; some digests are long,
   // some empty.
@@ -35,10 +39,12 @@ TEST(DigestIndex, AnswersLikeAHashMapUnderRandomOperations) {
     const std::string d = digest();
     if (rng() % 2 == 0) {
       const int value = static_cast<int>(rng() % 1000);
-      const bool stored = index.TryEmplace(key, d, value);
+      kept.push_back(d);
+      const bool stored =
+          index.TryEmplace(key, d, static_cast<std::uint32_t>(kept.size() - 1), value, digestOf);
       ASSERT_EQ(stored, model.try_emplace(MapKey(key, d), value).second) << op;
     } else {
-      const int* hit = index.Find(key, d);
+      const int* hit = index.Find(key, d, digestOf);
       const auto it = model.find(MapKey(key, d));
       ASSERT_EQ(hit != nullptr, it != model.end()) << op;
       if (hit) {
@@ -51,7 +57,7 @@ TEST(DigestIndex, AnswersLikeAHashMapUnderRandomOperations) {
   for (const auto& [k, v] : model) {
     const std::size_t zero = k.find('\0');
     const auto key = static_cast<std::uint32_t>(std::stoul(k.substr(0, zero)));
-    const int* hit = index.Find(key, std::string_view(k).substr(zero + 1));
+    const int* hit = index.Find(key, std::string_view(k).substr(zero + 1), digestOf);
     ASSERT_NE(hit, nullptr);
     EXPECT_EQ(*hit, v);
   }
@@ -59,8 +65,12 @@ TEST(DigestIndex, AnswersLikeAHashMapUnderRandomOperations) {
 
 TEST(DigestIndex, EmptyIndexFindsNothing) {
   const DigestIndex index;
-  EXPECT_EQ(index.Find(1, "abc"), nullptr);
-  EXPECT_EQ(index.Find(1, ""), nullptr);
+  auto none = [](std::uint32_t) -> std::string_view {
+    ADD_FAILURE() << "an empty index read a digest";
+    return {};
+  };
+  EXPECT_EQ(index.Find(1, "abc", none), nullptr);
+  EXPECT_EQ(index.Find(1, "", none), nullptr);
 }
 
 }  // namespace

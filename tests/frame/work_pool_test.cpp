@@ -241,5 +241,56 @@ TEST(AheadTable, AStoppedResultMadeAheadIsNotHandedOut) {
   EXPECT_EQ(*table.Get("x", 0), "x!");
 }
 
+// A key a worker finished can be asked again from inside the computation of
+// another (as the checksum read-ahead does when a second file shows the
+// prefix of a first): the worker makes it again, and the loop gets the new
+// result. A key still running is made again when it ends.
+TEST(AheadTable, RedoneKeysAreMadeAgainOnTheWorkerAndHandOutTheNewResult) {
+  WorkPool pool(1);
+  std::mutex m;
+  std::map<std::string, int> times;
+  std::map<std::string, int> lastWorker;
+  Gate slowGate;
+  std::atomic<bool> slowStarted{false};
+  Table* tablePtr = nullptr;
+  Table table(pool,
+              [&](const std::string& key, const int&, int worker) -> std::optional<std::string> {
+                int n;
+                {
+                  std::lock_guard<std::mutex> lock(m);
+                  n = ++times[key];
+                  lastWorker[key] = worker;
+                }
+                if (key == "second") {
+                  EXPECT_TRUE(tablePtr->Redo("first"));
+                }
+                if (key == "slow" && n == 1) {
+                  slowStarted = true;
+                  slowGate.Wait();
+                }
+                return key + "#" + std::to_string(n);
+              });
+  tablePtr = &table;
+  EXPECT_FALSE(table.Redo("never asked"));
+
+  ASSERT_TRUE(table.Ahead("first", 0));
+  while (!table.Peek("first", 0, [](const std::string&) {})) std::this_thread::yield();
+  ASSERT_TRUE(table.Ahead("second", 0));
+  EXPECT_EQ(*table.Get("second", 0), "second#1");
+  // The worker that made "second" made "first" again before it left.
+  while (!table.Peek("first", 0, [](const std::string&) {})) std::this_thread::yield();
+  EXPECT_EQ(*table.Get("first", 0), "first#2");
+  EXPECT_EQ(lastWorker["first"], 0) << "made again on the worker, not by the loop";
+  EXPECT_FALSE(table.Redo("first")) << "a result taken is gone from the table";
+
+  ASSERT_TRUE(table.Ahead("slow", 0));
+  while (!slowStarted) std::this_thread::yield();
+  EXPECT_TRUE(table.Redo("slow"));
+  slowGate.Open();
+  EXPECT_EQ(*table.Get("slow", 0), "slow#2") << "the result of the run before the redo is not used";
+  EXPECT_EQ(lastWorker["slow"], 0);
+  EXPECT_EQ(table.Size(), 0u);
+}
+
 }  // namespace
 }  // namespace kelvor
