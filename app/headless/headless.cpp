@@ -15,6 +15,7 @@
 #include "frame/sinks.h"
 #include "frame/startup.h"
 #include "frame/texts.h"
+#include "headless/export_cli.h"
 #include "search/session.h"
 
 namespace kelvor {
@@ -119,6 +120,16 @@ Options:
                     ChecksumCache of section DupVerz does it for good)
   --clear-checksum-cache
                     empty the checksum cache before the search
+  --export FILE     write the result to FILE instead of printing it: a
+                    report (.txt), delimited values (.csv; both UTF-16 with
+                    a byte-order mark, every CSV value in double quotes) or
+                    a spreadsheet (.xlsx), by the extension; one line per
+                    file; the columns, SaveOnlyFiles and the delimiter as
+                    set (section ExportList); an existing FILE is replaced
+                    only once the new one is complete
+  --export-marked   export only the marked files
+  --export-unmarked export only the files not marked
+  --delimiter X     the CSV delimiter: a character or text (tab, space)
   --help            show this text
 
 Items (as on Kelvor's own command line):
@@ -149,9 +160,16 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   std::optional<std::filesystem::path> dataDir;
   bool headless = false, json = false, nul = false, noCache = false, clearCache = false;
   std::vector<std::string> items;
+  ExportRequest exportReq;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
-    if (a == "--help" || a == "-?") {
+    std::string exportError;
+    if (ParseExportOption(args, &i, &exportReq, &exportError)) {
+      if (!exportError.empty()) {
+        err << exportError << '\n';
+        return kExitRejected;
+      }
+    } else if (a == "--help" || a == "-?") {
       out << HelpText();
       return kExitDone;
     } else if (a == "--headless") {
@@ -203,6 +221,10 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   }
   for (const auto& m : prep.messages) err << m << '\n';
   if (prep.verdict != SessionVerdict::Ready) return kExitRejected;
+  if (const std::string e = CheckExportRequest(exportReq, session); !e.empty()) {
+    err << e << '\n';
+    return kExitRejected;
+  }
 
   TerminalProgress progress(err, session.Texts());
   RunState run;
@@ -217,6 +239,14 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   if (!outcome.logError.empty()) err << outcome.logError << '\n';
   if (!outcome.ran) return kExitRejected;
 
+  if (!exportReq.file.empty()) {
+    if (!session.ClosingMessage().empty()) err << session.ClosingMessage() << '\n';
+    if (outcome.stoppedByUser) return kExitStopped;
+    g_interruptTarget.store(&run);
+    const int code = RunExport(exportReq, session, run, err);
+    g_interruptTarget.store(nullptr);
+    return code;
+  }
   if (json) {
     PrintJson(session.Result(), session.Stats(), session.ElapsedSeconds(), out);
   } else if (nul) {
