@@ -19,6 +19,8 @@ namespace {
 // Blocks of this size go to the kernel; small enough to stay in the cache,
 // large enough that a million lines cost a few hundred system calls.
 constexpr std::size_t kBlock = 1 << 20;
+// Write-back is started after this many bytes.
+constexpr std::size_t kWriteBack = 8 << 20;
 
 std::atomic<unsigned> gTempCounter{0};
 
@@ -64,6 +66,8 @@ bool OutputFile::Create(std::string_view target, std::string* error) {
       temp_ = std::move(name);
       buffer_.reserve(kBlock);
       written_ = 0;
+      handedOver_ = 0;
+      synced_ = 0;
       return true;
     }
     if (errno != EEXIST) {
@@ -75,17 +79,23 @@ bool OutputFile::Create(std::string_view target, std::string* error) {
   return false;
 }
 
-bool OutputFile::Flush(std::string* error) {
-  if (buffer_.empty()) return true;
+bool OutputFile::WriteOut(std::string_view bytes, std::string* error) {
   int err = 0;
   if (const int fault = InjectedFault(FsCall::WriteFile, target_)) {
     err = fault;
   } else if (fd_ < 0) {
     err = EBADF;
-  } else {
-    WriteAll(fd_, buffer_.data(), buffer_.size(), &err);
+  } else if (WriteAll(fd_, bytes.data(), bytes.size(), &err)) {
+    // Start the write-back of what is written so far, without waiting for
+    // it: the disk works while the caller makes the next blocks, and the
+    // fsync of Commit has only the tail left to wait for.
+    handedOver_ += bytes.size();
+    if (handedOver_ - synced_ >= kWriteBack) {
+      ::sync_file_range(fd_, static_cast<off_t>(synced_), static_cast<off_t>(handedOver_ - synced_),
+                        SYNC_FILE_RANGE_WRITE);
+      synced_ = handedOver_;
+    }
   }
-  buffer_.clear();
   if (err != 0) {
     if (error) *error = ErrorText(err);
     return false;
@@ -93,19 +103,23 @@ bool OutputFile::Flush(std::string* error) {
   return true;
 }
 
+bool OutputFile::Flush(std::string* error) {
+  if (buffer_.empty()) return true;
+  const bool ok = WriteOut(buffer_, error);
+  buffer_.clear();
+  return ok;
+}
+
 bool OutputFile::Write(std::string_view bytes, std::string* error) {
   if (temp_.empty()) {
     if (error) *error = ErrorText(EBADF);
     return false;
   }
+  // A large block goes to the kernel as it is, without a copy.
+  const bool direct = bytes.size() >= kBlock / 2;
+  if ((direct || buffer_.size() + bytes.size() > kBlock) && !Flush(error)) return false;
   written_ += bytes.size();
-  if (buffer_.size() + bytes.size() > kBlock) {
-    if (!Flush(error)) return false;
-    if (bytes.size() >= kBlock) {
-      buffer_.assign(bytes);
-      return Flush(error);
-    }
-  }
+  if (direct) return WriteOut(bytes, error);
   buffer_.append(bytes);
   return true;
 }

@@ -62,11 +62,14 @@ class OutputFile {
 
  private:
   bool Flush(std::string* error);
+  bool WriteOut(std::string_view bytes, std::string* error);
 
   std::string target_;
   std::string temp_;
   std::string buffer_;
   std::size_t written_ = 0;
+  std::size_t handedOver_ = 0;  // bytes given to the kernel
+  std::size_t synced_ = 0;      // write-back started up to here
   int fd_ = -1;
 };
 

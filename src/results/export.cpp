@@ -4,6 +4,11 @@
 #include "results/export.h"
 
 #include <cmath>
+#include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "data/output_file.h"
 #include "frame/formats.h"
@@ -111,11 +116,6 @@ void SizeValue(std::int64_t bytes, OutValue* v) {
   v->text = std::to_string(bytes);
 }
 
-void AppendUnit(char16_t u, std::string& out) {
-  out.push_back(static_cast<char>(u & 0xFF));
-  out.push_back(static_cast<char>(u >> 8));
-}
-
 }  // namespace
 
 ExportPlan MakePlan(const std::vector<ResultColumn>& columns, const ExportOptions& o,
@@ -187,36 +187,105 @@ void GroupValue(const ResultModel& m, RowRef group, const ResultColumn& c, OutVa
   }
 }
 
-void AppendUtf16(std::string_view s, std::string& out, Utf16Mode mode) {
+char* EncodeUtf16(std::string_view s, char* p, Utf16Mode mode) {
+  auto unit = [&p](char32_t u) {
+    *p++ = static_cast<char>(u & 0xFF);
+    *p++ = static_cast<char>((u >> 8) & 0xFF);
+  };
   std::size_t i = 0;
-  while (i < s.size()) {
+  const std::size_t n = s.size();
+  while (i < n) {
+#if defined(__SSE2__)
+    // Runs of plain printable ASCII (all of most paths), 16 bytes at a time:
+    // each byte becomes the byte and a zero.
+    const __m128i space = _mm_set1_epi8(0x20), quote = _mm_set1_epi8('"'),
+                  del = _mm_set1_epi8(0x7F), zero = _mm_setzero_si128();
+    while (i + 16 <= n) {
+      const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.data() + i));
+      // Signed: bytes of 0x80 and above compare below the blank as well.
+      const __m128i odd = _mm_or_si128(
+          _mm_cmplt_epi8(x, space), _mm_or_si128(_mm_cmpeq_epi8(x, quote), _mm_cmpeq_epi8(x, del)));
+      const int mask = _mm_movemask_epi8(odd);
+      if (mask != 0) {
+        const int plain = __builtin_ctz(static_cast<unsigned>(mask));
+        for (int j = 0; j < plain; ++j) {
+          *p++ = s[i + j];
+          *p++ = 0;
+        }
+        i += static_cast<std::size_t>(plain);
+        break;
+      }
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm_unpacklo_epi8(x, zero));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(p + 16), _mm_unpackhi_epi8(x, zero));
+      p += 32;
+      i += 16;
+    }
+    if (i + 16 > n && i < n) {
+      // The last bytes, through a copy: the same test on what is left.
+      alignas(16) char tail[16] = {};
+      const std::size_t rest = n - i;
+      std::memcpy(tail, s.data() + i, rest);
+      const __m128i x = _mm_load_si128(reinterpret_cast<const __m128i*>(tail));
+      const __m128i odd = _mm_or_si128(
+          _mm_cmplt_epi8(x, space), _mm_or_si128(_mm_cmpeq_epi8(x, quote), _mm_cmpeq_epi8(x, del)));
+      const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(odd)) & ((1u << rest) - 1u);
+      if (mask == 0) {
+        // The room behind the output (kUtf16Slack) takes the full 32 bytes.
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm_unpacklo_epi8(x, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(p + 16), _mm_unpackhi_epi8(x, zero));
+        p += 2 * rest;
+        break;
+      }
+      const int plain = __builtin_ctz(mask);
+      for (int j = 0; j < plain; ++j) {
+        *p++ = tail[j];
+        *p++ = 0;
+      }
+      i += static_cast<std::size_t>(plain);
+    }
+    if (i >= n) break;
+#endif
     const unsigned char b = static_cast<unsigned char>(s[i]);
+    if (b >= 0x20 && b < 0x7F && b != '"') {  // the common case
+      *p++ = static_cast<char>(b);
+      *p++ = 0;
+      ++i;
+      continue;
+    }
     char32_t cp;
     if (b < 0x80) {
       cp = b;
       ++i;
     } else {
-      const std::size_t n = DecodeUtf8(s, i, &cp);
-      if (n == 0) {
+      const std::size_t k = DecodeUtf8(s, i, &cp);
+      if (k == 0) {
         cp = 0xFFFD;
         i += 1;
       } else {
-        i += n;
+        i += k;
       }
     }
     if (cp < 0x80) {
-      if (mode == Utf16Mode::CsvQuoted && cp == '"') AppendUnit(u'"', out);
+      if (mode == Utf16Mode::CsvQuoted && cp == '"') unit(u'"');
       if (mode == Utf16Mode::OneLine && (cp < 0x20 || cp == 0x7F))
         cp = cp == 0x7F ? 0x2421 : 0x2400 + cp;
-      AppendUnit(static_cast<char16_t>(cp), out);
+      unit(cp);
     } else if (cp >= 0x10000) {
       const char32_t x = cp - 0x10000;
-      AppendUnit(static_cast<char16_t>(0xD800 + (x >> 10)), out);
-      AppendUnit(static_cast<char16_t>(0xDC00 + (x & 0x3FF)), out);
+      unit(0xD800 + (x >> 10));
+      unit(0xDC00 + (x & 0x3FF));
     } else {
-      AppendUnit(static_cast<char16_t>(cp), out);
+      unit(cp);
     }
   }
+  return p;
+}
+
+void AppendUtf16(std::string_view s, std::string& out, Utf16Mode mode) {
+  const std::size_t old = out.size();
+  out.resize(old + kUtf16Room * s.size() + kUtf16Slack);
+  char* end = EncodeUtf16(s, out.data() + old, mode);
+  out.resize(static_cast<std::size_t>(end - out.data()));
 }
 
 std::string SheetText(std::string_view s) {

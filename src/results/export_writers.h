@@ -51,8 +51,17 @@ enum class Utf16Mode {
   CsvQuoted,  // a double quote doubled (the caller writes the outer quotes)
   OneLine,    // control characters as their visible pictures (U+2400 + c)
 };
-// Appends the UTF-16LE form of `s` to `out`; bytes that are no UTF-8 become
-// U+FFFD.
+// Bytes of UTF-16LE one byte of UTF-8 may need at most (a double quote,
+// doubled).
+inline constexpr std::size_t kUtf16Room = 4;
+// Room the encoder may write into behind the end (it stores 16 units at a
+// time).
+inline constexpr std::size_t kUtf16Slack = 32;
+// Writes the UTF-16LE form of `s` at `p`, which has room for kUtf16Room *
+// s.size() + kUtf16Slack bytes; returns the end. Bytes that are no UTF-8
+// become U+FFFD.
+char* EncodeUtf16(std::string_view s, char* p, Utf16Mode mode);
+// The same appended to `out`.
 void AppendUtf16(std::string_view s, std::string& out, Utf16Mode mode = Utf16Mode::Plain);
 // UTF-8 text a spreadsheet cell can hold: bytes that are no UTF-8 become
 // U+FFFD, control characters other than tab and line feed their pictures,
