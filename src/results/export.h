@@ -16,9 +16,11 @@
 // only, unmarked only); the group columns follow the file columns unless
 // SaveOnlyFiles. Columns: the result's visible columns with a heading in
 // position order (result_columns.h), the caption column standing for the
-// file's name ("Datei"). The size column gives the size in bytes as a plain
-// number (a number cell in XLSX), whatever the size format of the grid;
-// other columns give the text the grid shows. Names that are no valid UTF-8
+// file's name ("Datei"). The size column gives the size in bytes, whatever
+// the size format of the grid. In CSV and XLSX every number (sizes, counts,
+// percentages) goes out as a plain number (digits without grouping; a number
+// cell), so that a spreadsheet reads it as that number; the TXT report and
+// all other columns give the text the grid shows. Names that are no valid UTF-8
 // show U+FFFD for the bytes that are none.
 //
 // Every write goes to a temporary file beside the target, renamed over it at

@@ -3,6 +3,7 @@
 // lines ended by CR LF, all in UTF-16LE behind the byte-order mark.
 
 #include <charconv>
+#include <cmath>
 #include <cstring>
 #include <vector>
 
@@ -36,7 +37,8 @@ class CsvWriter final : public ExportWriter {
       GroupValue(w_.m, group, *c, &v_);
       groupPart_ += delim_;
       groupPart_.append("\"\0", 2);
-      AppendUtf16(v_.text, groupPart_, Utf16Mode::CsvQuoted);
+      char num[24];
+      AppendUtf16(Plain(v_, num), groupPart_, Utf16Mode::CsvQuoted);
       groupPart_.append("\"\0", 2);
     }
     return true;
@@ -57,7 +59,8 @@ class CsvWriter final : public ExportWriter {
         Value(std::string_view(num, static_cast<std::size_t>(r.ptr - num)), &first);
       } else {
         FileValue(w_.m, file, *c, &v_);
-        Value(v_.text, &first);
+        char num[24];
+        Value(Plain(v_, num), &first);
       }
     }
     Raw(groupPart_);
@@ -70,6 +73,15 @@ class CsvWriter final : public ExportWriter {
   std::string Error() const override { return error_; }
 
  private:
+  // A number as plain digits, which every program reads back the same
+  // (the grid's grouping "1.742" would read as a fraction in many); other
+  // values as the grid shows them.
+  static std::string_view Plain(const OutValue& v, char (&num)[24]) {
+    if (!v.isNumber) return v.text;
+    const auto r = std::to_chars(num, num + sizeof num, std::llround(v.number));
+    return std::string_view(num, static_cast<std::size_t>(r.ptr - num));
+  }
+
   // Room for `n` more bytes at the end of the buffer.
   char* Room(std::size_t n) {
     if (pos_ + n > buf_.size()) buf_.resize(pos_ + n + (64 << 10));

@@ -331,6 +331,27 @@ TEST_F(ExportTest, ColumnsFollowTheirPositionsAndVisibility) {
   EXPECT_TRUE(visible(c, kColPathA));
 }
 
+TEST_F(ExportTest, NumbersArePlainInCsvAndGroupedInTheReport) {
+  SettingsStore st;
+  st.SetBool("Optionen", "ColumnPicWidth", true);
+  st.SetBool("Optionen", "ColumnHardlinks", true);
+  const auto cols = MakeResultColumns(st, s.m.Options(), {}, texts);
+  const RowRef first = s.m.RowByIndex(2);
+  s.m.SetCell(first, CellKey::picW, std::int64_t{1920});
+  s.m.SetCell(first, CellKey::hardlinks, std::int64_t{0});  // a single link
+  ASSERT_EQ(Run(tmp / "n.csv", {}, &cols).status, ExportStatus::Done);
+  const auto rows = Csv(tmp / "n.csv");
+  ASSERT_EQ(rows[0][5], "Hardlinks");
+  ASSERT_EQ(rows[0][6], "Breite");
+  EXPECT_EQ(rows[1][5], "-");
+  EXPECT_EQ(rows[1][6], "1920");
+  EXPECT_EQ(rows[2][5], "");  // not known
+  ExportOptions t;
+  t.format = ExportFormat::Txt;
+  ASSERT_EQ(Run(tmp / "n.txt", t, &cols).status, ExportStatus::Done);
+  EXPECT_NE(ReadUtf16File(tmp / "n.txt").find("\t[1500]\t[-]\t[1.920]\r\n"), std::string::npos);
+}
+
 TEST_F(ExportTest, AFailedWriteLeavesTheChosenNameAsItWas) {
   const fs::path f = tmp / "keep.csv";
   { std::ofstream(f) << "the old export"; }
