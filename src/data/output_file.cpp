@@ -48,7 +48,8 @@ bool OutputFile::Create(std::string_view target, std::string* error) {
   Abandon();
   target_ = std::string(target);
   struct stat st {};
-  if (::stat(target_.c_str(), &st) == 0 && !S_ISREG(st.st_mode)) {
+  const bool replaces = ::stat(target_.c_str(), &st) == 0;
+  if (replaces && !S_ISREG(st.st_mode)) {
     if (error) *error = ErrorText(S_ISDIR(st.st_mode) ? EISDIR : EEXIST);
     return false;
   }
@@ -62,6 +63,8 @@ bool OutputFile::Create(std::string_view target, std::string* error) {
     // file of the user gets.
     const int fd = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
     if (fd >= 0) {
+      // A file that is replaced keeps its permissions.
+      if (replaces) ::fchmod(fd, st.st_mode & 07777);
       fd_ = fd;
       temp_ = std::move(name);
       buffer_.reserve(kBlock);

@@ -28,6 +28,7 @@ TEST(OutputFile, SmallAndLargeWritesKeepTheirOrderAndAppearOnlyAtCommit) {
   test::TempDir tmp;
   const fs::path target = tmp / "out.bin";
   { std::ofstream(target) << "old"; }
+  fs::permissions(target, fs::perms::owner_read | fs::perms::owner_write);
   OutputFile out;
   std::string err;
   ASSERT_TRUE(out.Create(target.string(), &err)) << err;
@@ -45,6 +46,8 @@ TEST(OutputFile, SmallAndLargeWritesKeepTheirOrderAndAppearOnlyAtCommit) {
   EXPECT_EQ(Entries(tmp.path()), 2u);         // the target and the temporary file
   ASSERT_TRUE(out.Commit(&err)) << err;
   EXPECT_TRUE(test::ReadBytes(target) == want);
+  // The file it replaced kept its permissions.
+  EXPECT_EQ(fs::status(target).permissions(), fs::perms::owner_read | fs::perms::owner_write);
   EXPECT_EQ(Entries(tmp.path()), 1u);
 }
 
