@@ -17,6 +17,7 @@
 #include "frame/sinks.h"
 #include "frame/startup.h"
 #include "frame/texts.h"
+#include "headless/export_cli.h"
 #include "headless/result_commands.h"
 #include "results/undo.h"
 #include "search/session.h"
@@ -152,6 +153,16 @@ Options:
                       from the disk, 600/1500 the files in/below folder ARG
                     A removal ends the undo history.
   --undo            take back the latest selection command
+  --export FILE     write the result to FILE instead of printing it: a
+                    report (.txt), delimited values (.csv; both UTF-16 with
+                    a byte-order mark, every CSV value in double quotes) or
+                    a spreadsheet (.xlsx), by the extension; one line per
+                    file; the columns, SaveOnlyFiles and the delimiter as
+                    set (section ExportList); an existing FILE is replaced
+                    only once the new one is complete
+  --export-marked   export only the marked files
+  --export-unmarked export only the files not marked
+  --delimiter X     the CSV delimiter: a character or text (tab, space)
   --help            show this text
 
 Items (as on Kelvor's own command line):
@@ -184,9 +195,16 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   std::vector<std::string> items;
   std::vector<HeadlessCommand> commands;
   const TextCatalog germanTexts;  // the session's texts exist only later
+  ExportRequest exportReq;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
-    if (a == "--help" || a == "-?") {
+    std::string exportError;
+    if (ParseExportOption(args, &i, &exportReq, &exportError)) {
+      if (!exportError.empty()) {
+        err << exportError << '\n';
+        return kExitRejected;
+      }
+    } else if (a == "--help" || a == "-?") {
       out << HelpText();
       return kExitDone;
     } else if (a == "--headless") {
@@ -251,6 +269,10 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   }
   for (const auto& m : prep.messages) err << m << '\n';
   if (prep.verdict != SessionVerdict::Ready) return kExitRejected;
+  if (const std::string e = CheckExportRequest(exportReq, session); !e.empty()) {
+    err << e << '\n';
+    return kExitRejected;
+  }
 
   TerminalProgress progress(err, session.Texts());
   RunState run;
@@ -274,6 +296,14 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
     result = owned.get();
     const int mode = static_cast<int>(session.Settings().GetInt("Optionen", "SelectionMode"));
     if (!RunHeadlessCommands(*owned, undo, commands, mode, err)) return kExitRejected;
+  }
+  if (!exportReq.file.empty()) {
+    if (!session.ClosingMessage().empty()) err << session.ClosingMessage() << '\n';
+    if (outcome.stoppedByUser) return kExitStopped;
+    g_interruptTarget.store(&run);
+    const int code = RunExport(exportReq, session, *result, run, err);
+    g_interruptTarget.store(nullptr);
+    return code;
   }
   if (json) {
     PrintJson(*result, session.Stats(), session.ElapsedSeconds(), out, owned ? &undo : nullptr);

@@ -36,6 +36,8 @@ enum class FsCall : std::uint8_t {
   ReadFile,      // reading from a file opened for reading
   CreateFolder,  // making a folder (xCreatePath_W)
   DeleteFile,    // deleting a file (xDeleteFile_W)
+  WriteFile,     // writing to a file being made (OutputFile; the path is the target's)
+  RenameFile,    // putting a finished file in its place (OutputFile::Commit)
 };
 
 // Failures a test wants to see. Production code never makes one: the calls
