@@ -532,7 +532,6 @@ bool SetFileToZeroLength(std::string_view path, std::string* errorText) {
   if (!err && !S_ISREG(st.st_mode)) err = EINVAL;
   if (!err) err = InjectedFault(FsCall::WriteFile, p);
   if (!err && ::ftruncate(fd.fd, 0) != 0) err = errno;
-  if (!err) err = fs::Sync(fd.fd, p);
   if (const int closeErr = fd.Close(); !err) err = closeErr;
   if (err) {
     SetText(errorText, Bracketed(err));
@@ -580,7 +579,12 @@ BackupResult BackupDaten(std::string_view source, std::string_view targetFolder,
     r.errorText = Bracketed(err);
     return r;
   }
-  const bool targetExists = fs::Stat(r.target, &t) == 0;
+  const int targetErr = fs::Stat(r.target, &t);
+  if (targetErr != 0 && targetErr != ENOENT) {
+    r.errorText = Bracketed(targetErr);
+    return r;
+  }
+  const bool targetExists = targetErr == 0;
   if (targetExists && t.st_dev == s.st_dev && t.st_ino == s.st_ino) {
     r.errorText = texts.Get(txt::T9647);
     return r;

@@ -18,7 +18,8 @@ namespace kelvor::test {
 
 // Every entry below `root` (mount points crossed) as "F <bytes> <mode>",
 // "L <target>" or "D"; files that are one file (hard links) share a number
-// ("#1", "#2" in the order met), so a link made or undone shows.
+// ("#1", "#2" in the order met), so a link made or undone shows. The
+// root's own path inside a file reads "<root>".
 inline std::map<std::string, std::string> TreePicture(const std::filesystem::path& root) {
   std::map<std::string, std::string> out;
   std::map<std::pair<dev_t, ino_t>, int> inodes;
@@ -35,7 +36,12 @@ inline std::map<std::string, std::string> TreePicture(const std::filesystem::pat
       v = "D";
     } else {
       auto [pos, fresh] = inodes.emplace(std::pair{st.st_dev, st.st_ino}, int(inodes.size()) + 1);
-      v = "F " + ReadBytes(it->path()) + " " + std::to_string(st.st_mode & 07777) + " #" +
+      std::string bytes = ReadBytes(it->path());
+      // A file that names the tree (a .trashinfo) reads the same in any tree.
+      for (auto at = bytes.find(root.string()); at != std::string::npos;
+           at = bytes.find(root.string(), at))
+        bytes.replace(at, root.string().size(), "<root>");
+      v = "F " + bytes + " " + std::to_string(st.st_mode & 07777) + " #" +
           std::to_string(pos->second);
     }
     out[rel] = v;
