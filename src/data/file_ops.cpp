@@ -387,7 +387,12 @@ ReplaceResult CloneOver(const ReplaceRequest& req, int src, int dst, const struc
                    err, texts.Get(txt::T9645, {Bracketed(err)}));
   }
   bool same = false;
-  err = SameBytes(clone.fd, dst, st.st_size, &same);
+  {
+    // The clone as the disk has it, read back through its own descriptor
+    // (the one it was made with is for writing only).
+    Fd back(::open(temporary.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    err = back.fd < 0 ? errno : SameBytes(back.fd, dst, st.st_size, &same);
+  }
   if (!err && !same) {
     ::unlink(temporary.c_str());
     return Failure(ReplaceOutcome::ContentDiffers, 0, texts.Get(txt::T9646));

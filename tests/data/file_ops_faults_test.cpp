@@ -10,6 +10,8 @@
 
 #include <functional>
 #include <map>
+#include <memory>
+#include <optional>
 #include <string>
 
 #include "data/file_ops.h"
@@ -58,38 +60,67 @@ std::string Describe(const Picture& p) {
   return s;
 }
 
+// The tree of one run: a temporary folder, or a fresh folder below `base`
+// (a file system mounted for the whole sweep); with a second file system
+// when the operation needs one.
+class RunTree {
+ public:
+  RunTree(const Operation& op, const std::filesystem::path* base, int run) {
+    if (base) {
+      root_ = *base / ("run-" + std::to_string(run));
+      std::filesystem::create_directories(root_);
+    } else {
+      temp_.emplace();
+      root_ = temp_->path();
+    }
+    std::filesystem::create_directories(root_ / "second");
+    if (op.acrossFileSystems) other_ = std::make_unique<test::SecondFileSystem>(root_ / "second");
+  }
+  ~RunTree() {
+    other_.reset();
+    if (!temp_) std::filesystem::remove_all(root_);
+  }
+  const std::filesystem::path& root() const { return root_; }
+  std::filesystem::path second() const { return root_ / "second"; }
+  bool ready() const { return !other_ || other_->mounted(); }
+
+ private:
+  std::optional<TempDir> temp_;
+  std::filesystem::path root_;
+  std::unique_ptr<test::SecondFileSystem> other_;
+};
+
 // Runs `op` with the n-th call failing, for n = 1, 2, ... until a run no
 // longer reaches a failing call.
-void Sweep(const Operation& op) {
+void Sweep(const Operation& op, const std::filesystem::path* base = nullptr) {
+  int run = 0;
   // The state the operation promises, from a run without faults.
   Picture done;
   {
-    TempDir d;
-    test::SecondFileSystem other(d / "second");
-    if (op.acrossFileSystems && !other.mounted()) GTEST_SKIP() << "no second file system";
-    op.setup(d.path(), other.path());
+    RunTree t(op, base, ++run);
+    if (!t.ready()) GTEST_SKIP() << "cannot mount a second file system here: skipped";
+    op.setup(t.root(), t.second());
     std::string text;
-    ASSERT_TRUE(op.run(d.path(), other.path(), &text)) << op.name << ": " << text;
-    done = test::TreePicture(d.path());
+    ASSERT_TRUE(op.run(t.root(), t.second(), &text)) << op.name << ": " << text;
+    done = test::TreePicture(t.root());
   }
   for (int err : kErrors) {
     for (int n = 1; n < 200; ++n) {
       SCOPED_TRACE(std::string(op.name) + ": call " + std::to_string(n) + " fails with " +
                    ErrorText(err));
-      TempDir d;
-      test::SecondFileSystem other(d / "second");
-      op.setup(d.path(), other.path());
-      const Picture before = test::TreePicture(d.path());
+      RunTree t(op, base, ++run);
+      op.setup(t.root(), t.second());
+      const Picture before = test::TreePicture(t.root());
       FileSystemFaults faults;
       faults.FailNth(FsCall::Any, n, err);
       std::string text;
       bool ok = false;
       {
         FileSystemFaults::Scope scope(&faults);
-        ok = op.run(d.path(), other.path(), &text);
+        ok = op.run(t.root(), t.second(), &text);
       }
-      const Picture after = test::TreePicture(d.path());
-      EXPECT_EQ(test::LeftoverTemporaries(d.path()), 0);
+      const Picture after = test::TreePicture(t.root());
+      EXPECT_EQ(test::LeftoverTemporaries(t.root()), 0);
       if (ok && op.isDone) {
         EXPECT_TRUE(op.isDone(after)) << Describe(after);
       } else if (ok) {
@@ -148,6 +179,15 @@ TEST(FaultSweep, HardLinkReplacement) {
 TEST(FaultSweep, SymbolicLinkReplacement) {
   Sweep({"symbolic link", TwoCopies,
          [](auto& root, auto&, std::string* t) { return Linked(root, LinkKind::Symlink, t); }});
+}
+
+TEST(FaultSweep, ReflinkReplacement) {
+  TempDir d;
+  test::ReflinkFileSystem xfs(d.path());
+  if (!xfs.mounted()) GTEST_SKIP() << "no XFS with reflinks here (needs xfsprogs and loop mounts)";
+  Sweep({"reflink", TwoCopies,
+         [](auto& root, auto&, std::string* t) { return Linked(root, LinkKind::Reflink, t); }},
+        &xfs.path());
 }
 
 TEST(FaultSweep, CopyIntoAFolder) {

@@ -4,6 +4,9 @@
 #include "data/file_ops.h"
 
 #include <fcntl.h>
+#include <linux/fiemap.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -307,6 +310,90 @@ TEST(ReplaceWithLink, ReflinkOfDifferentBytesIsRefusedByTheSize) {
   const ReplaceResult r = ReplaceWithLink(Req(dup, keep, LinkKind::Reflink), kGerman);
   EXPECT_EQ(r.outcome, ReplaceOutcome::ContentDiffers);
   EXPECT_EQ(ReadBytes(dup), "abcd");
+}
+
+// The first extent of the file is shared with another file (FIEMAP).
+bool FirstExtentShared(const std::filesystem::path& p) {
+  const int fd = ::open(p.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  alignas(fiemap) unsigned char buf[sizeof(fiemap) + sizeof(fiemap_extent)] = {};
+  auto* map = reinterpret_cast<fiemap*>(buf);
+  auto* extent = reinterpret_cast<fiemap_extent*>(buf + sizeof(fiemap));
+  map->fm_length = ~0ULL;
+  map->fm_flags = FIEMAP_FLAG_SYNC;
+  map->fm_extent_count = 1;
+  const bool ok = ::ioctl(fd, FS_IOC_FIEMAP, map) == 0 && map->fm_mapped_extents == 1 &&
+                  (extent->fe_flags & FIEMAP_EXTENT_SHARED) != 0;
+  ::close(fd);
+  return ok;
+}
+
+TEST(ReplaceWithLink, AReflinkSharesTheBlocksAndTheFileKeepsItsInodeOwnerAndDates) {
+  TempDir d;
+  test::ReflinkFileSystem xfs(d.path());
+  if (!xfs.mounted()) GTEST_SKIP() << "no XFS with reflinks here (needs xfsprogs and loop mounts)";
+  const std::string bytes(1 << 20, 'r');
+  const auto keep = xfs.path() / "keep";
+  const auto dup = xfs.path() / "dup";
+  for (const auto& p : {keep, dup}) {
+    std::FILE* f = std::fopen(p.c_str(), "w");
+    std::fwrite(bytes.data(), 1, bytes.size(), f);
+    std::fclose(f);
+  }
+  ::chown(dup.c_str(), 1234, 5678);
+  ::chmod(dup.c_str(), 0640);
+  test::SetMtime(dup, 1400000000);
+  const struct stat before = Lstat(dup);
+  EXPECT_FALSE(FirstExtentShared(dup));
+  ReplaceRequest req = Req(dup, keep, LinkKind::Reflink);
+  req.pathState = Recorded(dup);
+  ReplaceResult r = ReplaceWithLink(req, kGerman);
+  ASSERT_TRUE(r.ok()) << r.errorText;
+  const struct stat after = Lstat(dup);
+  EXPECT_EQ(after.st_ino, before.st_ino);
+  EXPECT_EQ(after.st_uid, 1234u);
+  EXPECT_EQ(after.st_mode & 07777, 0640u);
+  EXPECT_EQ(after.st_mtim.tv_sec, 1400000000);
+  EXPECT_EQ(ReadBytes(dup), bytes);
+  EXPECT_TRUE(FirstExtentShared(dup));
+
+  // Where only cloning works: a checked clone takes the file's place with
+  // its owner, mode and dates.
+  {
+    FileSystemFaults faults;
+    faults.FailNth(FsCall::ShareBlocks, 1, EOPNOTSUPP);
+    FileSystemFaults::Scope scope(&faults);
+    r = ReplaceWithLink(Req(dup, keep, LinkKind::Reflink), kGerman);
+  }
+  ASSERT_TRUE(r.ok()) << r.errorText;
+  const struct stat cloned = Lstat(dup);
+  EXPECT_NE(cloned.st_ino, before.st_ino);
+  EXPECT_EQ(cloned.st_uid, 1234u);
+  EXPECT_EQ(cloned.st_mode & 07777, 0640u);
+  EXPECT_EQ(cloned.st_mtim.tv_sec, 1400000000);
+  EXPECT_EQ(ReadBytes(dup), bytes);
+
+  // Equal sizes, different bytes: the kernel refuses, the file stays.
+  std::string other = bytes;
+  other[700000] = 'X';
+  {
+    std::FILE* f = std::fopen(dup.c_str(), "w");
+    std::fwrite(other.data(), 1, other.size(), f);
+    std::fclose(f);
+  }
+  r = ReplaceWithLink(Req(dup, keep, LinkKind::Reflink), kGerman);
+  EXPECT_EQ(r.outcome, ReplaceOutcome::ContentDiffers);
+  EXPECT_EQ(r.errorText, "Die Inhalte der Dateien sind nicht gleich");
+  EXPECT_EQ(ReadBytes(dup), other);
+  {
+    FileSystemFaults faults;
+    faults.FailNth(FsCall::ShareBlocks, 1, EOPNOTSUPP);
+    FileSystemFaults::Scope scope(&faults);
+    r = ReplaceWithLink(Req(dup, keep, LinkKind::Reflink), kGerman);
+  }
+  EXPECT_EQ(r.outcome, ReplaceOutcome::ContentDiffers);
+  EXPECT_EQ(ReadBytes(dup), other);
+  EXPECT_EQ(test::LeftoverTemporaries(xfs.path()), 0);
 }
 
 // --- emptying, backup, folders ---

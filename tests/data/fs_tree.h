@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -74,6 +75,32 @@ class SecondFileSystem {
   }
   SecondFileSystem(const SecondFileSystem&) = delete;
   SecondFileSystem& operator=(const SecondFileSystem&) = delete;
+  bool mounted() const { return mounted_; }
+  const std::filesystem::path& path() const { return at_; }
+
+ private:
+  std::filesystem::path at_;
+  bool mounted_ = false;
+};
+
+// An XFS with reflinks on a loop device, made in a file of a temporary tree:
+// a file system that shares blocks. Skipped where mkfs.xfs (Debian package
+// xfsprogs) or loop mounts are missing.
+class ReflinkFileSystem {
+ public:
+  explicit ReflinkFileSystem(const std::filesystem::path& base) : at_(base / "xfs") {
+    std::filesystem::create_directories(at_);
+    const std::string image = (base / "xfs.img").string();
+    const std::string make = "truncate -s 320M '" + image + "' && mkfs.xfs -q -m reflink=1 '" +
+                             image + "' >/dev/null 2>&1 && mount -o loop '" + image + "' '" +
+                             at_.string() + "' >/dev/null 2>&1";
+    mounted_ = std::system(make.c_str()) == 0;
+  }
+  ~ReflinkFileSystem() {
+    if (mounted_) ::umount2(at_.c_str(), MNT_DETACH);
+  }
+  ReflinkFileSystem(const ReflinkFileSystem&) = delete;
+  ReflinkFileSystem& operator=(const ReflinkFileSystem&) = delete;
   bool mounted() const { return mounted_; }
   const std::filesystem::path& path() const { return at_; }
 
