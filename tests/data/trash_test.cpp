@@ -185,6 +185,20 @@ TEST(Trash, AMountWhereNoTrashCanBeMadeHasNone) {
   EXPECT_EQ(r.errorText, "(" + ErrorText(EROFS) + ")");
   EXPECT_EQ(ReadBytes(file), "stays");
   EXPECT_FALSE(FindTrashFor(file, Home(d)).available);
+  EXPECT_FALSE(FindTrashFor(file, Home(d), false).available);
+}
+
+TEST(Trash, AskingWhetherADriveHasATrashMakesNothing) {
+  TempDir d;
+  test::SecondFileSystem other(d / "mnt");
+  KELVOR_NEED_SECOND_FS(other);
+  const TrashLocation loc = FindTrashFor(other.path().string(), Home(d), false);
+  EXPECT_TRUE(loc.available) << loc.errorText;
+  EXPECT_TRUE(std::filesystem::is_empty(other.path()));
+  EXPECT_TRUE(FindTrashFor(d.Write("x", "x").string(), Home(d), false).available);
+  EXPECT_FALSE(std::filesystem::exists(d / "xdg/Trash"));
+  // A file that is gone is no question of the drive.
+  EXPECT_EQ(MoveToTrash((d / "gone").string(), Home(d)).outcome, TrashOutcome::Failed);
 }
 
 TEST(Trash, AFailedMoveTakesTheInfoBack) {
