@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -311,12 +312,19 @@ ReplaceResult SystemFailure(int err) {
 // the file, which is still the one `expected` describes just before.
 ReplaceResult LinkOver(const ReplaceRequest& req, const struct stat& expected) {
   const std::string folder = fs::FolderOf(req.path);
+  // A symbolic link points by an absolute path: a relative one would be read
+  // from the link's own folder.
+  std::string target = req.source;
+  if (req.kind == LinkKind::Symlink && (target.empty() || target.front() != '/')) {
+    char cwd[PATH_MAX];
+    if (::getcwd(cwd, sizeof cwd)) target = std::string(cwd) + "/" + target;
+  }
   std::string temporary;
   int err = EEXIST;
   for (int attempt = 0; attempt < 8 && err == EEXIST; ++attempt) {
     temporary = fs::TemporaryNameIn(folder, "link");
     err = req.kind == LinkKind::HardLink ? fs::Link(req.source, temporary)
-                                         : fs::Symlink(req.source, temporary);
+                                         : fs::Symlink(target, temporary);
   }
   if (err) return SystemFailure(err);
   // The file is looked at once more right before it is replaced: one taken

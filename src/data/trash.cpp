@@ -135,12 +135,17 @@ std::string DeletionDateText(double date) {
 
 // "name", then "name.2", "name.3", ... with the number before the
 // extension ("photo.2.jpg") where the name has one.
+// A name too long to take ".trashinfo" and a number is cut in its base
+// (the Path of the info keeps the whole name).
 std::string NumberedTrashName(const std::string& name, int n) {
-  if (n == 1) return name;
+  constexpr std::size_t kMaxName = NAME_MAX - 10 - 6;  // ".trashinfo", ".99999"
   const auto dot = name.rfind('.');
-  const std::string num = "." + std::to_string(n);
-  if (dot == std::string::npos || dot == 0) return name + num;
-  return name.substr(0, dot) + num + name.substr(dot);
+  const bool hasExt = dot != std::string::npos && dot != 0 && name.size() - dot <= 32;
+  std::string base = hasExt ? name.substr(0, dot) : name;
+  const std::string ext = hasExt ? name.substr(dot) : std::string();
+  if (base.size() + ext.size() > kMaxName) base.resize(kMaxName - ext.size());
+  if (n == 1) return base + ext;
+  return base + "." + std::to_string(n) + ext;
 }
 
 }  // namespace

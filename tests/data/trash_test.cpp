@@ -76,6 +76,14 @@ TEST(Trash, OddNamesGoToTheHomeTrashAndComeBackByTheirInfo) {
     EXPECT_EQ(ReadBytes(path), "bytes of " + name);
   }
   EXPECT_EQ(TrashPercentEncode("/a b/c\n%"), "/a%20b/c%0A%25");
+  // A name of 255 bytes has no room for ".trashinfo": cut in the trash, whole
+  // in the info.
+  const std::string longName = std::string(251, 'n') + ".txt";
+  const std::string path = d.Write("files/" + longName, "long").string();
+  const TrashResult r = MoveToTrash(path, Home(d));
+  ASSERT_TRUE(r.ok()) << r.errorText;
+  EXPECT_EQ(TrashPercentDecode(ReadInfo(r.infoFile).path), path);
+  EXPECT_EQ(r.trashedAs.substr(r.trashedAs.size() - 4), ".txt");
 }
 
 TEST(Trash, ASecondFileOfTheSameNameGetsItsOwnName) {
