@@ -236,6 +236,62 @@ TEST(FaultSweep, BackupWithoutStructure) {
          }});
 }
 
+TEST(FaultSweep, BackupWithStructureAcrossFileSystems) {
+  Sweep({"backup with structure",
+         [](auto& root, auto& second) {
+           Put(root / "src/r.txt", "new");
+           Put(second / "t" / (root / "src").relative_path() / "r.txt", "replaced copy");
+         },
+         [](auto& root, auto& second, std::string* t) {
+           const BackupResult r = BackupDaten((root / "src/r.txt").string(),
+                                              (second / "t").string(), true, true, kGerman);
+           *t = r.errorText;
+           return r.ok;
+         },
+         true,
+         [](const Picture& p) {
+           // The folders below the target name the run's own tree.
+           int moved = 0;
+           for (const auto& [name, v] : p) {
+             if (name.rfind("second/t/", 0) == 0 && name.ends_with("/src/r.txt") &&
+                 v.rfind("F new ", 0) == 0)
+               ++moved;
+           }
+           return moved == 1 && !p.count("src/r.txt") && p.size() == 7;
+         }});
+}
+
+TEST(FaultSweep, TrashOnAnotherMount) {
+  Sweep({"trash on another mount",
+         [](auto& root, auto& second) {
+           Put(second / "dir/ -x\xff", "to trash");
+           const std::string own = ".Trash-" + std::to_string(::getuid());
+           std::filesystem::create_directories(second / own / "files");
+           std::filesystem::create_directories(second / own / "info");
+           std::filesystem::create_directories(root / "home/Trash");
+         },
+         [](auto& root, auto& second, std::string* t) {
+           TrashOptions o;
+           o.dataHome = (root / "home").string();
+           o.uid = ::getuid();
+           const TrashResult r = MoveToTrash((second / "dir/ -x\xff").string(), o, 45000.5);
+           *t = r.errorText;
+           return r.ok();
+         },
+         true,
+         [](const Picture& p) {
+           int files = 0, infos = 0;
+           for (const auto& [name, v] : p) {
+             if (name.find("/files/") != std::string::npos && v.rfind("F to trash", 0) == 0)
+               ++files;
+             if (name.find("/info/") != std::string::npos &&
+                 v.find("Path=dir/%20-x%FF") != std::string::npos)
+               ++infos;
+           }
+           return files == 1 && infos == 1 && !p.count("second/dir/ -x\xff");
+         }});
+}
+
 TEST(FaultSweep, Emptying) {
   Sweep({"zero length", [](auto& root, auto&) { Put(root / "a", "content"); },
          [](auto& root, auto&, std::string* t) {

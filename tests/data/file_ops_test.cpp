@@ -176,6 +176,43 @@ TEST(MoveFile, AcrossFileSystemsASourceThatCannotGoTakesTheCopyBack) {
   EXPECT_EQ(test::LeftoverTemporaries(d.path()), 0);
 }
 
+TEST(OddNames, EveryOperationTakesAnyName) {
+  for (const std::string name :
+       {"-leading dash", "blank at end ", "line\nbreak", "bad\xff\xfe", "--", "*?[x]", " "}) {
+    SCOPED_TRACE(name);
+    TempDir d;
+    const auto a = d.Write("a/" + name, "bytes");
+    const auto b = d.Write("b/" + name, "bytes");
+    std::string err;
+    d.Mkdir("c");
+    ASSERT_TRUE(xCopyFile_W(a.string(), (d / "c" / name).string(), &err)) << err;
+    EXPECT_EQ(ReadBytes(d / "c" / name), "bytes");
+    ASSERT_TRUE(xMoveFile_W((d / "c" / name).string(), (d / "c" / (name + "2")).string(), &err));
+    const BackupResult r = BackupDaten(a.string(), (d / "c").string(), false, false, kGerman);
+    ASSERT_TRUE(r.ok) << r.errorText;
+    EXPECT_EQ(r.target, (d / "c" / name).string());
+    ASSERT_TRUE(ReplaceWithLink(Req(b, a, LinkKind::HardLink), kGerman).ok());
+    EXPECT_EQ(Lstat(b).st_ino, Lstat(a).st_ino);
+    ASSERT_TRUE(ReplaceWithLink(Req(d / "c" / name, a, LinkKind::Symlink), kGerman).ok());
+    EXPECT_EQ(ReadBytes(d / "c" / name), "bytes");
+    ASSERT_TRUE(SetFileToZeroLength((d / "c" / (name + "2")).string(), &err)) << err;
+    EXPECT_EQ(test::LeftoverTemporaries(d.path()), 0);
+  }
+}
+
+TEST(OddNames, ASymbolicLinkToARelativePathPointsToTheRightFile) {
+  TempDir d;
+  const auto keep = d.Write("keep", "k");
+  const auto dup = d.Write("sub/dup", "k");
+  char cwd[4096];
+  ASSERT_NE(::getcwd(cwd, sizeof cwd), nullptr);
+  ASSERT_EQ(::chdir(d.path().c_str()), 0);
+  const ReplaceResult r = ReplaceWithLink(Req(dup, "keep", LinkKind::Symlink), kGerman);
+  ASSERT_EQ(::chdir(cwd), 0);
+  ASSERT_TRUE(r.ok()) << r.errorText;
+  EXPECT_EQ(std::filesystem::read_symlink(dup), keep);
+}
+
 // --- the state the search saw ---
 
 TEST(CheckFileUnchanged, NamesTheFirstDifference) {
