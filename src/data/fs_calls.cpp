@@ -51,9 +51,18 @@ int RenameNoReplace(const std::string& from, const std::string& to) {
   const int err = errno;
   if (err != EINVAL && err != ENOSYS) return err;
   // A file system without RENAME_NOREPLACE: a second name, then the first
-  // goes. link refuses an existing name, so nothing is replaced. (Folders
-  // and file systems without hard links end here with the error.)
-  if (::link(from.c_str(), to.c_str()) != 0) return err;
+  // goes. link refuses an existing name, so nothing is replaced.
+  if (::link(from.c_str(), to.c_str()) != 0) {
+    const int linkErr = errno;
+    if (linkErr != EPERM && linkErr != EOPNOTSUPP && linkErr != EMLINK) return linkErr;
+    // No hard links either (FAT, exFAT; or a folder): a look, then the
+    // rename. Only another program making the name in between could be
+    // replaced.
+    struct stat st {};
+    if (::lstat(to.c_str(), &st) == 0) return EEXIST;
+    if (errno != ENOENT) return errno;
+    return Result(::rename(from.c_str(), to.c_str()));
+  }
   if (::unlink(from.c_str()) != 0) {
     const int e = errno;
     ::unlink(to.c_str());

@@ -183,7 +183,7 @@ TEST(FaultSweep, SymbolicLinkReplacement) {
 
 TEST(FaultSweep, ReflinkReplacement) {
   TempDir d;
-  test::ReflinkFileSystem xfs(d.path());
+  test::LoopFileSystem xfs(d.path(), test::LoopFileSystem::Xfs);
   if (!xfs.mounted()) GTEST_SKIP() << "no XFS with reflinks here (needs xfsprogs and loop mounts)";
   Sweep({"reflink", TwoCopies,
          [](auto& root, auto&, std::string* t) { return Linked(root, LinkKind::Reflink, t); }},

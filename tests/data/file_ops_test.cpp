@@ -213,6 +213,35 @@ TEST(OddNames, ASymbolicLinkToARelativePathPointsToTheRightFile) {
   EXPECT_EQ(std::filesystem::read_symlink(dup), keep);
 }
 
+TEST(FatFileSystem, NoHardLinksNoOwnersAndStillNothingReplacedUnasked) {
+  TempDir d;
+  test::LoopFileSystem fat(d.path(), test::LoopFileSystem::Fat);
+  if (!fat.mounted())
+    GTEST_SKIP() << "no FAT here (needs dosfstools, a kernel with vfat and loop mounts)";
+  const auto src = d.Write("src/photo.jpg", "picture");
+  const std::string target = (fat.path() / "photo.jpg").string();
+  std::string err;
+  ASSERT_TRUE(xCopyFile_W(src.string(), target, &err)) << err;
+  EXPECT_FALSE(xCopyFile_W(src.string(), target, &err));
+  EXPECT_EQ(err, "(" + ErrorText(EEXIST) + ")");
+  ASSERT_TRUE(xMoveFile_W(target, (fat.path() / "renamed.jpg").string(), &err)) << err;
+  EXPECT_FALSE(Exists(target));
+  d.Write("src/other.jpg", "other");
+  ASSERT_TRUE(xMoveFile_W((d / "src/other.jpg").string(), target, &err)) << err;  // across
+  EXPECT_FALSE(xMoveFile_W(target, (fat.path() / "renamed.jpg").string(), &err));
+  EXPECT_EQ(ReadBytes(fat.path() / "renamed.jpg"), "picture");
+  EXPECT_EQ(ReadBytes(target), "other");
+  BackupResult b = BackupDaten(src.string(), fat.path().string(), false, false, kGerman);
+  ASSERT_TRUE(b.ok) << b.errorText;
+  EXPECT_EQ(b.renamedTo, (fat.path() / "photo-001.jpg").string());
+  // A hard link cannot be made: the duplicate stays.
+  const ReplaceResult r = ReplaceWithLink(
+      Req(fat.path() / "renamed.jpg", fat.path() / "photo.jpg", LinkKind::HardLink), kGerman);
+  EXPECT_EQ(r.outcome, ReplaceOutcome::Failed);
+  EXPECT_EQ(ReadBytes(fat.path() / "renamed.jpg"), "picture");
+  EXPECT_EQ(test::LeftoverTemporaries(fat.path()), 0);
+}
+
 // --- the state the search saw ---
 
 TEST(CheckFileUnchanged, NamesTheFirstDifference) {
@@ -367,7 +396,7 @@ bool FirstExtentShared(const std::filesystem::path& p) {
 
 TEST(ReplaceWithLink, AReflinkSharesTheBlocksAndTheFileKeepsItsInodeOwnerAndDates) {
   TempDir d;
-  test::ReflinkFileSystem xfs(d.path());
+  test::LoopFileSystem xfs(d.path(), test::LoopFileSystem::Xfs);
   if (!xfs.mounted()) GTEST_SKIP() << "no XFS with reflinks here (needs xfsprogs and loop mounts)";
   const std::string bytes(1 << 20, 'r');
   const auto keep = xfs.path() / "keep";

@@ -83,24 +83,30 @@ class SecondFileSystem {
   bool mounted_ = false;
 };
 
-// An XFS with reflinks on a loop device, made in a file of a temporary tree:
-// a file system that shares blocks. Skipped where mkfs.xfs (Debian package
-// xfsprogs) or loop mounts are missing.
-class ReflinkFileSystem {
+// A file system made in a file of a temporary tree and mounted on a loop
+// device: XFS with reflinks (a file system that shares blocks) or FAT (one
+// without hard links, owners or RENAME_NOREPLACE). Skipped where the
+// mkfs tool (Debian packages xfsprogs, dosfstools) or loop mounts are
+// missing.
+class LoopFileSystem {
  public:
-  explicit ReflinkFileSystem(const std::filesystem::path& base) : at_(base / "xfs") {
+  enum Kind { Xfs, Fat };
+  LoopFileSystem(const std::filesystem::path& base, Kind kind)
+      : at_(base / (kind == Xfs ? "xfs" : "fat")) {
     std::filesystem::create_directories(at_);
-    const std::string image = (base / "xfs.img").string();
-    const std::string make = "truncate -s 320M '" + image + "' && mkfs.xfs -q -m reflink=1 '" +
-                             image + "' >/dev/null 2>&1 && mount -o loop '" + image + "' '" +
+    const std::string image = at_.string() + ".img";
+    const std::string mkfs =
+        kind == Xfs ? "truncate -s 320M '" + image + "' && mkfs.xfs -q -m reflink=1 '" + image + "'"
+                    : "truncate -s 64M '" + image + "' && mkfs.vfat '" + image + "'";
+    const std::string make = mkfs + " >/dev/null 2>&1 && mount -o loop '" + image + "' '" +
                              at_.string() + "' >/dev/null 2>&1";
     mounted_ = std::system(make.c_str()) == 0;
   }
-  ~ReflinkFileSystem() {
+  ~LoopFileSystem() {
     if (mounted_) ::umount2(at_.c_str(), MNT_DETACH);
   }
-  ReflinkFileSystem(const ReflinkFileSystem&) = delete;
-  ReflinkFileSystem& operator=(const ReflinkFileSystem&) = delete;
+  LoopFileSystem(const LoopFileSystem&) = delete;
+  LoopFileSystem& operator=(const LoopFileSystem&) = delete;
   bool mounted() const { return mounted_; }
   const std::filesystem::path& path() const { return at_; }
 

@@ -209,6 +209,22 @@ TEST(Trash, AskingWhetherADriveHasATrashMakesNothing) {
   EXPECT_EQ(MoveToTrash((d / "gone").string(), Home(d)).outcome, TrashOutcome::Failed);
 }
 
+TEST(Trash, AFatDriveGetsItsOwnTrash) {
+  TempDir d;
+  test::LoopFileSystem fat(d.path(), test::LoopFileSystem::Fat);
+  if (!fat.mounted())
+    GTEST_SKIP() << "no FAT here (needs dosfstools, a kernel with vfat and loop mounts)";
+  const std::string file = (fat.path() / "a.txt").string();
+  std::FILE* f = std::fopen(file.c_str(), "w");
+  std::fputs("a", f);
+  std::fclose(f);
+  const TrashResult r = MoveToTrash(file, Home(d));
+  ASSERT_TRUE(r.ok()) << r.errorText;
+  EXPECT_EQ(r.trashedAs,
+            fat.path().string() + "/.Trash-" + std::to_string(::getuid()) + "/files/a.txt");
+  EXPECT_EQ(TrashPercentDecode(ReadInfo(r.infoFile).path), "a.txt");
+}
+
 TEST(Trash, AFailedMoveTakesTheInfoBack) {
   TempDir d;
   const std::string a = d.Write("a", "x").string();
