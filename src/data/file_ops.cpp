@@ -86,22 +86,23 @@ int CopyToTemporary(int in, const struct stat& st, const std::string& target, co
     return err;
   }
   err = fs::CopyData(in, out.fd, target);
+  // A file system that keeps no owners or modes (FAT, exFAT) refuses to set
+  // them: the copy is the user's data all the same.
+  const auto refusedByTheFileSystem = [](int e) {
+    return e == EPERM || e == EOPNOTSUPP || e == EINVAL;
+  };
   if (!err && plan.keepOwner && ::geteuid() == 0) {
     // Only root can give a file away; for anyone else the copy is theirs.
-    if (const int f = InjectedFault(FsCall::SetMode, *temporary)) {
-      err = f;
-    } else if (::fchown(out.fd, st.st_uid, st.st_gid) != 0) {
-      err = errno;
-    }
+    int e = InjectedFault(FsCall::SetMode, *temporary);
+    if (!e && ::fchown(out.fd, st.st_uid, st.st_gid) != 0) e = errno;
+    if (e && !refusedByTheFileSystem(e)) err = e;
   }
   if (!err) {
     // Permission bits without set-user and set-group (a copy does not hand
     // out its owner's rights); after the owner, which would clear them.
-    if (const int f = InjectedFault(FsCall::SetMode, *temporary)) {
-      err = f;
-    } else if (::fchmod(out.fd, st.st_mode & 01777) != 0) {
-      err = errno;
-    }
+    int e = InjectedFault(FsCall::SetMode, *temporary);
+    if (!e && ::fchmod(out.fd, st.st_mode & 01777) != 0) e = errno;
+    if (e && !refusedByTheFileSystem(e)) err = e;
   }
   if (!err && plan.keepDates) err = fs::SetTimes(out.fd, st, *temporary);
   if (!err && plan.sync) err = fs::Sync(out.fd, *temporary);
