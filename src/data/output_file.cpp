@@ -157,7 +157,7 @@ bool OutputFile::Commit(std::string* error) {
     struct stat st {};
     if (::lstat(target_.c_str(), &st) == 0 && !S_ISREG(st.st_mode) && !S_ISLNK(st.st_mode))
       err = S_ISDIR(st.st_mode) ? EISDIR : EEXIST;
-    else if (const int fault = InjectedFault(FsCall::RenameFile, target_))
+    else if (const int fault = InjectedFault(FsCall::Rename, target_))
       err = fault;
     else if (::rename(temp_.c_str(), target_.c_str()) != 0)
       err = errno;

@@ -15,7 +15,7 @@
 // leaves room for a target name of any allowed length.
 //
 // Faults for tests (data/file_system.h): FsCall::WriteFile fails a write,
-// FsCall::RenameFile the final rename; both match the target's path.
+// FsCall::Rename the final rename; both match the target's path.
 
 #include <cstddef>
 #include <string>

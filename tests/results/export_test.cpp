@@ -355,7 +355,7 @@ TEST_F(ExportTest, NumbersArePlainInCsvAndGroupedInTheReport) {
 TEST_F(ExportTest, AFailedWriteLeavesTheChosenNameAsItWas) {
   const fs::path f = tmp / "keep.csv";
   { std::ofstream(f) << "the old export"; }
-  for (FsCall call : {FsCall::WriteFile, FsCall::RenameFile}) {
+  for (FsCall call : {FsCall::WriteFile, FsCall::Rename}) {
     for (ExportFormat format : {ExportFormat::Csv, ExportFormat::Txt, ExportFormat::Xlsx}) {
       FileSystemFaults faults;
       faults.Fail(call, "keep.csv", ENOSPC);
