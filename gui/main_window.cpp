@@ -216,6 +216,7 @@ enum SourceColumn { kColPath = 0, kColSubfolders = 1, kColProtect = 2 };
 MainWindow::MainWindow(SessionOptions options, QWidget* parent)
     : QMainWindow(parent), options_(std::move(options)), prompt_(this), binder_(this, kBindings) {
   setObjectName(QStringLiteral("frmMain"));
+  qRegisterMetaType<SearchWindow*>();
   session_ = std::make_unique<SearchSession>(options_, &prompt_);
   // The command line is read once, by the first session; later sessions of
   // this window start from the settings alone.
