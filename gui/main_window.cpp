@@ -743,6 +743,17 @@ void MainWindow::Connect() {
   for (QComboBox* c : findChildren<QComboBox*>())
     connect(c, &QComboBox::currentIndexChanged, this, [this] { UpdateEnabled(); });
 
+  // Archives switched on with no type chosen would search none: all types
+  // are offered checked then.
+  auto* archives = findChild<QGroupBox*>(QStringLiteral("chkScanArchives"));
+  connect(archives, &QGroupBox::clicked, this, [this](bool on) {
+    auto* types = findChild<QListWidget*>(QStringLiteral("lbArchive"));
+    bool any = false;
+    for (int i = 0; i < types->count(); ++i)
+      any = any || types->item(i)->checkState() == Qt::Checked;
+    if (on && !any)
+      for (int i = 0; i < types->count(); ++i) types->item(i)->setCheckState(Qt::Checked);
+  });
   connect(findChild<QComboBox*>(QStringLiteral("cboContentCompare")), &QComboBox::activated, this,
           [this](int index) { ContentMethodChosen(index); });
   const auto mendOnLeave = [this](const char* control, std::string (*mend)(std::string_view)) {

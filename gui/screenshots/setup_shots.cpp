@@ -54,6 +54,7 @@ int TakeSetupShots(const QString& dir, const QString& sample, const QString& dat
   int written = 0;
   for (int i = 0; i < tabs->count() && i < 5; ++i) {
     tabs->setCurrentIndex(i);
+    if (i == 3) Click(w, QStringLiteral("chkScanArchives"));
     written += Save(&w, dir, QString::fromLatin1(kPages[i]));
   }
   // Similar pictures: the other criteria step back.

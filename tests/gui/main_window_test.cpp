@@ -177,6 +177,10 @@ TEST(SetupWindow, CriteriaFollowTheRulesOfTheSearch) {
   Toggle(w, "chkSuchKriterien(7)");
   Toggle(w, "chkScanArchives");
   EXPECT_TRUE(IsOn(w, "chkScanArchives"));
+  // With no type chosen before, every type is offered checked.
+  auto* types = Find<QListWidget>(w, "lbArchive");
+  ASSERT_EQ(types->count(), 16);
+  EXPECT_EQ(types->item(15)->checkState(), Qt::Checked);
   Toggle(w, "chkSuchKriterien(7)");
   EXPECT_FALSE(IsOn(w, "chkScanArchives"));
   // Similar names follow the name and give way to the content.
