@@ -4,20 +4,38 @@
 #include <QInputDialog>
 #include <QMessageBox>
 #include <QThread>
+#include <mutex>
 
 namespace kelvor::gui {
 
 namespace {
 
 // Runs `f` on the interface thread and returns its value; from the worker the
-// call waits until the dialog is answered.
+// call waits until the dialog is answered. The question and the answer pass
+// under a mutex of their own, so that the hand-over between the threads is
+// plain to see (also to the thread sanitizer) and does not rest on Qt's
+// event queue alone.
 template <class F>
 auto OnInterfaceThread(F f) -> decltype(f()) {
   QCoreApplication* app = QCoreApplication::instance();
   if (app == nullptr || QThread::currentThread() == app->thread()) return f();
+  std::mutex handOver;
   decltype(f()) result{};
+  {
+    std::lock_guard<std::mutex> lock(handOver);  // f's captures are complete
+  }
   QMetaObject::invokeMethod(
-      app, [&] { result = f(); }, Qt::BlockingQueuedConnection);
+      app,
+      [&] {
+        {
+          std::lock_guard<std::mutex> lock(handOver);  // the question as the worker made it
+        }
+        auto answer = f();
+        std::lock_guard<std::mutex> lock(handOver);
+        result = std::move(answer);
+      },
+      Qt::BlockingQueuedConnection);
+  std::lock_guard<std::mutex> lock(handOver);
   return result;
 }
 

@@ -120,6 +120,8 @@ TEST(SetupWindow, ItsStateIsTheSettingsFileReadAgainOnTheNextStart) {
     QTest::mouseClick(Find(w, "optSourceFolderCompareMethod(1)"), Qt::LeftButton);
     Toggle(w, "chkDateifilterVerwenden");
     Toggle(w, "chkOptFilterPlatzhalterVerwenden(0)");  // wildcards off
+    w.findChild<QTabWidget*>(QStringLiteral("tabMain"))->setCurrentIndex(2);
+    w.resize(900, 640);
     w.close();
   }
   // What the window showed is what the file holds.
@@ -140,6 +142,8 @@ TEST(SetupWindow, ItsStateIsTheSettingsFileReadAgainOnTheNextStart) {
   EXPECT_EQ(Stored(data, "DupFilterOrdner", "F1"), std::string(kTrashFolderFilter));
 
   MainWindow again(Options(data));
+  EXPECT_EQ(again.size(), QSize(900, 640));
+  EXPECT_EQ(again.findChild<QTabWidget*>(QStringLiteral("tabMain"))->currentIndex(), 2);
   EXPECT_TRUE(IsOn(again, "chkSuchKriterien(3)"));
   EXPECT_TRUE(IsOn(again, "chkSuchKriterien(2)"));
   EXPECT_FALSE(IsOn(again, "chkSuchKriterien(1)"));
