@@ -3,7 +3,9 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QCheckBox>
+#include <QColor>
 #include <QGroupBox>
+#include <QListWidget>
 #include <QMessageBox>
 #include <QPainter>
 #include <QPixmap>
@@ -54,6 +56,14 @@ int TakeSetupShots(const QString& dir, const QString& sample, const QString& dat
   int written = 0;
   for (int i = 0; i < tabs->count() && i < 5; ++i) {
     tabs->setCurrentIndex(i);
+    if (i == 2) {
+      // A file filter as a user would write one: two patterns in a row.
+      Click(w, QStringLiteral("chkDateifilterVerwenden"));
+      auto* files = w.findChild<QListWidget*>(QStringLiteral("lvwFiF"));
+      auto* row = new QListWidgetItem(QStringLiteral("*.tmp | *.bak"), files);
+      row->setFlags(row->flags() | Qt::ItemIsUserCheckable);
+      row->setCheckState(Qt::Checked);
+    }
     if (i == 3) Click(w, QStringLiteral("chkScanArchives"));
     written += Save(&w, dir, QString::fromLatin1(kPages[i]));
   }
@@ -71,8 +81,14 @@ int TakeSetupShots(const QString& dir, const QString& sample, const QString& dat
       // The box drawn where the desktop would put it, over the window's centre.
       QPixmap boxShot = box->grab();
       QPainter p(&shot);
-      p.drawPixmap((shot.width() - boxShot.width()) / 2, (shot.height() - boxShot.height()) / 2,
-                   boxShot);
+      // Without a window manager the box has no frame: the window behind is
+      // dimmed and the box gets a border, as a desktop would show it.
+      p.fillRect(shot.rect(), QColor(0, 0, 0, 60));
+      const QRect at((shot.width() - boxShot.width()) / 2, (shot.height() - boxShot.height()) / 2,
+                     boxShot.width(), boxShot.height());
+      p.drawPixmap(at.topLeft(), boxShot);
+      p.setPen(QColor(90, 90, 90));
+      p.drawRect(at.adjusted(-1, -1, 0, 0));
       p.end();
       const QString file = dir + QStringLiteral("/setup-start-check.png");
       if (shot.save(file)) {
