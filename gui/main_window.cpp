@@ -546,13 +546,17 @@ QWidget* MainWindow::BuildFilterPage() {
     lists->addWidget(g, 1);
     return v;
   };
-  filterGroup(T(txt::T9731), "chkDateifilterVerwenden", "lvwFiF", "optDateiInkEx",
-              "chkOptFilterPlatzhalterVerwenden(0)", "chkOptFilterGrossKleinBeachten(0)");
+  QVBoxLayout* files =
+      filterGroup(T(txt::T9731), "chkDateifilterVerwenden", "lvwFiF", "optDateiInkEx",
+                  "chkOptFilterPlatzhalterVerwenden(0)", "chkOptFilterGrossKleinBeachten(0)");
   QVBoxLayout* folders =
       filterGroup(T(txt::T9732), "chkOrdnerfilter", "lvwFoF", "optOrdnerInkEx",
                   "chkOptFilterPlatzhalterVerwenden(1)", "chkOptFilterGrossKleinBeachten(1)");
-  folders->addWidget(
-      Named(new QCheckBox(T(txt::T9735)), "chkOptFilterOrdnerUnterordnerNichtFiltern"));
+  auto* subfolders =
+      Named(new QCheckBox(T(txt::T9735)), "chkOptFilterOrdnerUnterordnerNichtFiltern");
+  folders->addWidget(subfolders);
+  // The two lists end on one line.
+  files->addSpacing(subfolders->sizeHint().height() + files->spacing());
 
   auto* size = new QGroupBox;
   auto* grid = new QGridLayout(size);
