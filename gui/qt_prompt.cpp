@@ -4,40 +4,54 @@
 #include <QInputDialog>
 #include <QMessageBox>
 #include <QThread>
+#include <condition_variable>
 #include <mutex>
 
 namespace kelvor::gui {
 
 namespace {
 
-// Runs `f` on the interface thread and returns its value; from the worker the
-// call waits until the dialog is answered. The question and the answer pass
-// under a mutex of their own, so that the hand-over between the threads is
-// plain to see (also to the thread sanitizer) and does not rest on Qt's
-// event queue alone.
-template <class F>
-auto OnInterfaceThread(F f) -> decltype(f()) {
-  QCoreApplication* app = QCoreApplication::instance();
-  if (app == nullptr || QThread::currentThread() == app->thread()) return f();
-  std::mutex handOver;
-  decltype(f()) result{};
-  {
-    std::lock_guard<std::mutex> lock(handOver);  // f's captures are complete
-  }
-  QMetaObject::invokeMethod(
-      app,
-      [&] {
-        {
-          std::lock_guard<std::mutex> lock(handOver);  // the question as the worker made it
-        }
-        auto answer = f();
-        std::lock_guard<std::mutex> lock(handOver);
-        result = std::move(answer);
-      },
-      Qt::BlockingQueuedConnection);
-  std::lock_guard<std::mutex> lock(handOver);
-  return result;
+// A question of another thread, posted to the interface thread as an event.
+// The worker waits on the call's own mutex and condition, so that the
+// hand-over between the threads is plain to see (also to the thread
+// sanitizer) and rests on no lock hidden inside Qt.
+struct Call {
+  std::mutex m;
+  std::condition_variable cv;
+  std::function<void()> job;
+  bool done = false;
+};
+
+QEvent::Type AskEventType() {
+  static const QEvent::Type type = static_cast<QEvent::Type>(QEvent::registerEventType());
+  return type;
 }
+
+class AskEvent final : public QEvent {
+ public:
+  explicit AskEvent(Call* c) : QEvent(AskEventType()), call(c) {}
+  Call* call;
+};
+
+class Dispatcher final : public QObject {
+ public:
+  bool event(QEvent* e) override {
+    if (e->type() != AskEventType()) return QObject::event(e);
+    Call* call = static_cast<AskEvent*>(e)->call;
+    std::function<void()> job;
+    {
+      std::lock_guard<std::mutex> lock(call->m);
+      job = call->job;
+    }
+    job();
+    // Told under the lock: the waiting thread owns the call and ends it as
+    // soon as it sees `done`.
+    std::lock_guard<std::mutex> lock(call->m);
+    call->done = true;
+    call->cv.notify_all();
+    return true;
+  }
+};
 
 QString Q(std::string_view s) {
   return QString::fromUtf8(s.data(), static_cast<qsizetype>(s.size()));
@@ -59,34 +73,57 @@ QMessageBox::Icon BoxIcon(MessageIcon icon) {
 
 }  // namespace
 
+QtPrompt::QtPrompt(QWidget* parent)
+    : parent_(parent), dispatcher_(std::make_unique<Dispatcher>()) {}
+
+QtPrompt::~QtPrompt() = default;
+
+void QtPrompt::OnInterfaceThread(const std::function<void()>& job) {
+  QCoreApplication* app = QCoreApplication::instance();
+  if (app == nullptr || QThread::currentThread() == dispatcher_->thread()) {
+    job();
+    return;
+  }
+  Call call;
+  {
+    std::lock_guard<std::mutex> lock(call.m);
+    call.job = job;
+  }
+  QCoreApplication::postEvent(dispatcher_.get(), new AskEvent(&call));
+  std::unique_lock<std::mutex> lock(call.m);
+  call.cv.wait(lock, [&] { return call.done; });
+}
+
 void QtPrompt::Message(std::string_view text, MessageIcon icon) {
   const QString t = Q(text);
   OnInterfaceThread([&] {
     QMessageBox box(BoxIcon(icon), QApplication::applicationDisplayName(), t, QMessageBox::Ok,
                     parent_.data());
     box.exec();
-    return 0;
   });
 }
 
 bool QtPrompt::AskYesNo(std::string_view text) {
   const QString t = Q(text);
-  return OnInterfaceThread([&] {
-    return QMessageBox::question(parent_.data(), QApplication::applicationDisplayName(), t,
-                                 QMessageBox::Yes | QMessageBox::No,
-                                 QMessageBox::Yes) == QMessageBox::Yes;
+  bool yes = false;
+  OnInterfaceThread([&] {
+    yes = QMessageBox::question(parent_.data(), QApplication::applicationDisplayName(), t,
+                                QMessageBox::Yes | QMessageBox::No,
+                                QMessageBox::Yes) == QMessageBox::Yes;
   });
+  return yes;
 }
 
 std::optional<std::string> QtPrompt::Input(std::string_view prompt, std::string_view deflt) {
   const QString p = Q(prompt), d = Q(deflt);
-  return OnInterfaceThread([&]() -> std::optional<std::string> {
+  std::optional<std::string> typed;
+  OnInterfaceThread([&] {
     bool ok = false;
     const QString answer = QInputDialog::getText(
         parent_.data(), QApplication::applicationDisplayName(), p, QLineEdit::Normal, d, &ok);
-    if (!ok) return std::nullopt;
-    return answer.toStdString();
+    if (ok) typed = answer.toStdString();
   });
+  return typed;
 }
 
 }  // namespace kelvor::gui
