@@ -664,16 +664,20 @@ class ReadAhead {
 
 }  // namespace compare_detail
 
+void MendCompareBuffers(std::array<std::int64_t, 4>& buffers) {
+  static constexpr std::int64_t kRepair[4] = {50000, 500000, 50000, 100000};
+  for (int i = 0; i < 4; ++i)
+    if (buffers[i] <= 0) buffers[i] = kRepair[i];
+  if (buffers[0] > buffers[1]) buffers[0] = buffers[1];
+  if (buffers[2] > buffers[1]) buffers[2] = buffers[1];
+}
+
 ContentComparer::ContentComparer(const ContentCompareOptions& options, const TextCatalog& texts,
                                  Logger& log, RunState& run, ProgressSink& progress)
     : opt_(options), texts_(texts), log_(log), run_(run), progress_(progress) {
   // Mend buffer sizes the way the setup window does, so that no loop below
   // can run with a read size of 0.
-  static constexpr std::int64_t kRepair[4] = {50000, 500000, 50000, 100000};
-  for (int i = 0; i < 4; ++i)
-    if (opt_.compareBuffer[i] <= 0) opt_.compareBuffer[i] = kRepair[i];
-  if (opt_.compareBuffer[0] > opt_.compareBuffer[1]) opt_.compareBuffer[0] = opt_.compareBuffer[1];
-  if (opt_.compareBuffer[2] > opt_.compareBuffer[1]) opt_.compareBuffer[2] = opt_.compareBuffer[1];
+  MendCompareBuffers(opt_.compareBuffer);
   if (opt_.compareFileEndFirst < 0) opt_.compareFileEndFirst = 0;
   if (opt_.mode != kCompareSideBySide || opt_.percent <= 0 || opt_.percent > 100)
     opt_.percent = 100;

@@ -73,6 +73,12 @@ constexpr std::int64_t kPrefixDigestBytes = 4096;
 // opening and reading even a small file, so every range asks.
 constexpr std::int64_t kCacheMinBytes = 0;
 
+// The buffer sizes as the setup window's fields mend them when left, and as
+// the comparer takes them: 0 or less becomes 50000, 500000, 50000 or 100000
+// (index 0..3); the first read size and the growth step are at most the
+// largest read size.
+void MendCompareBuffers(std::array<std::int64_t, 4>& buffers);
+
 // Digest length in bytes of a checksum mode (0 for side by side or unknown).
 int DigestLength(int mode);
 // The method's list text: "MD5", "SHA1-160", ... ("" for side by side).

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <optional>
 
 #include "frame/settings_store.h"
 #include "frame/texts.h"
@@ -142,24 +143,12 @@ SearchOptions Init_Variablen(const SettingsStore& s, const TextCatalog& texts) {
   o.AudioSameExtension = s.GetBool(kSec, "SimilarAudioOnlySameFileType");
   o.PictureAlgorithm =
       static_cast<std::int32_t>(std::clamp<long long>(s.GetInt(kSec, "SimiliarImagesAlgo"), 0, 2));
-  {
-    // The percentage as its field mends it: 95 when not a number, 100 when
-    // above 100 or not above 0.
-    long long percent = 0;
-    std::string text = s.Get(kSec, "SimilarPicsMatchPercent", "91");
-    while (!text.empty() && text.back() == ' ') text.pop_back();
-    const std::size_t lead = text.find_first_not_of(' ');
-    text.erase(0, lead == std::string::npos ? text.size() : lead);
-    const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), percent);
-    if (text.empty() || ec != std::errc() || end != text.data() + text.size()) percent = 95;
-    if (percent > 100 || percent <= 0) percent = 100;
-    o.PictureMatch = static_cast<std::int32_t>(percent);
-  }
+  o.PictureMatch = static_cast<std::int32_t>(
+      std::stoi(MendPicturePercent(s.Get(kSec, "SimilarPicsMatchPercent", "91"))));
   static constexpr int kThumb[] = {8, 16, 24};
-  long long sizeIndex = std::clamp<long long>(s.GetInt(kSec, "SimilarPicsThumbSizeIndex"), 0, 2);
-  // 24 x 24 is offered with pHash only; the others fall back to 16 x 16.
-  if (sizeIndex == 2 && o.PictureAlgorithm != 2) sizeIndex = 1;
-  o.ThumbnailSize = kThumb[sizeIndex];
+  o.ThumbnailSize = kThumb[OfferedThumbSizeIndex(
+      o.PictureAlgorithm,
+      static_cast<int>(std::clamp<long long>(s.GetInt(kSec, "SimilarPicsThumbSizeIndex"), 0, 2)))];
   o.PicSameType = s.GetBool(kSec, "SimiliarImagesOnlySameFileType");
   o.PicSameDimension = s.GetBool(kSec, "SimiliarImagesOnlySameDimension");
   o.PicSameFormat = s.GetBool(kSec, "SimiliarImagesOnlySameFormat");
@@ -257,6 +246,53 @@ SearchOptions Init_Variablen(const SettingsStore& s, const TextCatalog& texts) {
   o.Colors = LoadResultColors(s);
   o.FormatSize = static_cast<std::int32_t>(s.GetInt("Optionen", "FormatSize"));
   return o;
+}
+
+namespace {
+
+// A whole number with blanks around it, or nullopt.
+std::optional<long long> WholeNumber(std::string_view text) {
+  const std::size_t b = text.find_first_not_of(' ');
+  if (b == std::string_view::npos) return std::nullopt;
+  text = text.substr(b, text.find_last_not_of(' ') - b + 1);
+  long long n = 0;
+  const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), n);
+  if (ec != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return n;
+}
+
+std::string MendPercent(std::string_view text, const char* notNumeric) {
+  const std::optional<long long> n = WholeNumber(text);
+  if (!n) return notNumeric;
+  if (*n > 100 || *n <= 0) return "100";
+  return std::to_string(*n);
+}
+
+}  // namespace
+
+std::string MendPicturePercent(std::string_view text) {
+  return MendPercent(text, "95");
+}
+
+std::string MendAudioMatchPercent(std::string_view text) {
+  return MendPercent(text, "90");
+}
+
+std::string MendContentPercent(std::string_view text) {
+  return MendPercent(text, "100");
+}
+
+std::array<std::string, 4> MendCompareBufferFields(const std::array<std::string, 4>& fields) {
+  std::array<std::int64_t, 4> values{};
+  for (int i = 0; i < 4; ++i) values[i] = WholeNumber(fields[i]).value_or(0);
+  MendCompareBuffers(values);
+  std::array<std::string, 4> out;
+  for (int i = 0; i < 4; ++i) out[i] = std::to_string(values[i]);
+  return out;
+}
+
+int OfferedThumbSizeIndex(int algorithm, int index) {
+  return index == 2 && algorithm != 2 ? 1 : std::clamp(index, 0, 2);
 }
 
 void chkSuchKriterien_Click(SettingsStore& s, int index, bool on) {

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "compare/content.h"
@@ -157,6 +158,23 @@ void chkSuchKriterien_Click(SettingsStore& s, int index, bool on);
 // Caption of a criterion and of a source compare method.
 std::string CriterionCaption(const TextCatalog& texts, int index);
 std::string SourceCompareCaption(const TextCatalog& texts, int method);
+
+// The fields of the setup window as they are mended when the user leaves
+// them; the search reads the stored values through the same rules.
+// txtSimilarPicsMatchPercent: "95" when not a whole number, "100" when above
+// 100 or not above 0.
+std::string MendPicturePercent(std::string_view text);
+// txtSimilarAudioMatch: "90" when not a whole number, "100" when above 100 or
+// not above 0.
+std::string MendAudioMatchPercent(std::string_view text);
+// txtContentComparePercent: "100" when not a whole number, above 100 or 0.
+std::string MendContentPercent(std::string_view text);
+// txtCompareBuffer(0..3): a field that is not a number counts as 0, then
+// MendCompareBuffers (compare/content.h).
+std::array<std::string, 4> MendCompareBufferFields(const std::array<std::string, 4>& fields);
+// cboSimilarImagesCompareSize: "24x24" (index 2) is offered with pHash
+// (algorithm 2) only; the others fall back to "16x16".
+int OfferedThumbSizeIndex(int algorithm, int index);
 
 // GetSearchDescription: the one-line description of the chosen criteria.
 std::string GetSearchDescription(const SettingsStore& s, const TextCatalog& texts);
