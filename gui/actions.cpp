@@ -52,7 +52,7 @@ const std::vector<CommandDef>& CommandTable() {
       {26, M::Select, txt::T9775, nullptr, K::UnknownKey, "Ctrl+I", false, false, true},
       {32, M::Select, txt::T9776, nullptr, K::UnknownKey, nullptr, false, false, false},
       {33, M::Select, txt::T9777, nullptr, K::UnknownKey, nullptr, false, false, false},
-      {13, M::Select, txt::T9778, nullptr, K::UnknownKey, nullptr, false, true, true},
+      {13, M::Select, txt::T9778, nullptr, K::UnknownKey, nullptr, false, false, true},
       {14, M::Select, txt::T9779, nullptr, K::UnknownKey, nullptr, false, false, true},
       {27, M::Select, txt::T9780, nullptr, K::UnknownKey, nullptr, false, false, false},
       {41, M::Select, txt::T9781, nullptr, K::UnknownKey, nullptr, false, false, false},

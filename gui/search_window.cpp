@@ -14,6 +14,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QPainter>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
@@ -103,7 +104,19 @@ class StepRecorder final : public ProgressSink {
   StepRecorder(ProgressSnapshot& s, RunState& run) : snapshot_(s), run_(run) {}
   void SetLabel(Label l, std::string_view text) override {
     snapshot_.SetLabel(l, text);
+    if (l == Label::Dauer && holdArmed_) {
+      // The first full refresh inside the step to hold at: the counters
+      // stand filled, the run stands still.
+      holdArmed_ = false;
+      pauseWanted.store(true);
+      std::int32_t running = kRunning;
+      run_.SearchState.compare_exchange_strong(running, kPaused);
+    }
     if (l != Label::Step || text.empty()) return;
+    if (!holdAt.empty() && text.find(holdAt) != std::string_view::npos) {
+      holdAt.clear();
+      holdArmed_ = true;
+    }
     if (stopWanted.load()) {
       if (!run_.StopRequested()) run_.RequestStop(kStopUser);
     } else if (pauseWanted.load()) {
@@ -124,8 +137,10 @@ class StepRecorder final : public ProgressSink {
 
   std::atomic<bool> pauseWanted{false};
   std::atomic<bool> stopWanted{false};
+  std::string holdAt;  // set before the run starts; worker only afterwards
 
  private:
+  bool holdArmed_ = false;
   ProgressSnapshot& snapshot_;
   RunState& run_;
   std::mutex mutex_;
@@ -223,6 +238,15 @@ void ResultTreeView::keyPressEvent(QKeyEvent* e) {
   QTreeView::keyPressEvent(e);
 }
 
+void ResultTreeView::drawRow(QPainter* painter, const QStyleOptionViewItem& option,
+                             const QModelIndex& index) const {
+  // A row's own back colour (group rows) reaches under the branch lines too.
+  const QVariant back = index.siblingAtColumn(0).data(Qt::BackgroundRole);
+  if (back.canConvert<QColor>() && !selectionModel()->isSelected(index))
+    painter->fillRect(option.rect, back.value<QColor>());
+  QTreeView::drawRow(painter, option, index);
+}
+
 void ResultTreeView::contextMenuEvent(QContextMenuEvent* e) {
   if (context_.empty()) return;
   QMenu menu(this);
@@ -315,6 +339,8 @@ void SearchWindow::StartSearch(std::unique_ptr<SearchSession> session) {
   actions_->SetLongOperation(true);
   for (int p = 1; p <= 5; ++p) panes_[static_cast<std::size_t>(p)]->clear();
 
+  recorder_->holdAt = holdAt_;
+  holdAt_.clear();
   worker_ = std::thread([this] {
     outcome_ = session_->Run(*recorder_, *workerPrompt_, run_);
     QMetaObject::invokeMethod(
@@ -385,9 +411,16 @@ void SearchWindow::BuildUi() {
        "lblArchive");
   pair(txt::T9336, Label::FilesExtracted, "lblFilesExtracted", txt::T9326, Label::FilterFiles,
        "lblFilterFiles");
-  pair(txt::T9327, Label::FilterFolder, "lblFilterFolder", txt::T9770, Label::ZipProgress,
-       "lblZipProgress");
-  wide(txt::T9770, Label::Zipdatei, "lblZipdatei");
+  grid->addWidget(caption(txt::T9327), row, 0);
+  grid->addWidget(value(Label::FilterFolder, "lblFilterFolder"), row, 1);
+  ++row;
+  // The archive being read, and how far its reading got.
+  grid->addWidget(caption(txt::T9770), row, 0);
+  QLabel* zip = value(Label::Zipdatei, "lblZipdatei");
+  zip->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+  grid->addWidget(zip, row, 1, 1, 2);
+  grid->addWidget(value(Label::ZipProgress, "lblZipProgress"), row, 3);
+  ++row;
   grid->addWidget(caption(txt::T9332), row, 0);
   bar_ = new QProgressBar(left);
   bar_->setObjectName(QStringLiteral("picProgress"));
@@ -431,6 +464,7 @@ void SearchWindow::BuildUi() {
   steps_->setObjectName(QStringLiteral("lstSteps"));
   steps_->setSelectionMode(QAbstractItemView::NoSelection);
   steps_->setFocusPolicy(Qt::NoFocus);
+  steps_->setIconSize(QSize(16, 16));
   rightLayout->addWidget(steps_, 2);
   auto* logCaption = new QLabel(T(texts, txt::T9792), right);
   logCaption->setFont(bold);
@@ -512,7 +546,7 @@ void SearchWindow::BuildMenus() {
 
   QToolBar* bar = addToolBar(T(texts, txt::T9793));
   bar->setObjectName(QStringLiteral("tbMain"));
-  bar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+  bar->setToolButtonStyle(Qt::ToolButtonFollowStyle);
   for (QAction* a : actions_->ToolBarActions()) bar->addAction(a);
 
   std::vector<QAction*> context = actions_->ContextActions();
@@ -570,6 +604,7 @@ void SearchWindow::PollProgress() {
   if (!pause.empty()) pauseButton_->setText(Q(pause));
   panes_[1]->setText(Q(v.Get(Label::StatusBar)));
   panes_[2]->setText(Q(v.Get(Label::Suchmethode)));
+  panes_[2]->setToolTip(panes_[2]->text());
   for (const std::string& line : v.newLines) log_->appendPlainText(Q(line));
 
   // The steps list: the steps passed are ticked, the current one is bold.
@@ -610,6 +645,10 @@ void SearchWindow::TogglePause() {
   run_.SearchState.compare_exchange_strong(expected, pause ? kPaused : kRunning);
   pauseButton_->setIcon(
       style()->standardIcon(pause ? QStyle::SP_MediaPlay : QStyle::SP_MediaPause));
+}
+
+void SearchWindow::PauseInStep(const QString& text) {
+  holdAt_ = text.toStdString();
 }
 
 void SearchWindow::CancelSearch() {
@@ -709,6 +748,9 @@ void SearchWindow::ShowResult() {
   // Column widths from the rows on screen only, never from all rows.
   for (int id = 1; id <= 17; ++id)
     if (!tree_->isColumnHidden(id)) tree_->resizeColumnToContents(id);
+  // Names and folders get room even when only group rows are on screen.
+  for (int id : {1, 2})
+    if (tree_->columnWidth(id) < 220) tree_->setColumnWidth(id, 220);
   tree_->setCurrentIndex(model_->index(0, 0, root).isValid() ? model_->index(0, 0, root) : root);
   tree_->setFocus();
   ShowDupCount();

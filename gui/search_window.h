@@ -50,6 +50,8 @@ class ResultTreeView final : public QTreeView {
  protected:
   void keyPressEvent(QKeyEvent* e) override;
   void contextMenuEvent(QContextMenuEvent* e) override;
+  void drawRow(QPainter* painter, const QStyleOptionViewItem& option,
+               const QModelIndex& index) const override;
 
  private:
   std::vector<QAction*> context_;
@@ -84,6 +86,10 @@ class SearchWindow : public QMainWindow {
   // The stop bar: pause toggles, stop asks first (text 4125).
   void TogglePause();
   void CancelSearch();
+  // The next search pauses by itself at its first progress refresh inside
+  // the step whose text holds `text` (a demonstration of the panel, and
+  // its pictures, at a known point of the run).
+  void PauseInStep(const QString& text);
   const RunOutcome& Outcome() const { return outcome_; }
   std::int32_t StopReason() const;
 
@@ -154,6 +160,7 @@ class SearchWindow : public QMainWindow {
   bool saved_ = true;
   bool positionsDirty_ = false;
   std::size_t stepsShown_ = 0;
+  std::string holdAt_;
 
   // What the settings and the criteria of the search say about the grid.
   SearchOptions searchOptions_;
