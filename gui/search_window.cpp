@@ -228,9 +228,9 @@ ResultTreeView::ResultTreeView(QWidget* parent) : QTreeView(parent) {
   header()->setSectionResizeMode(QHeaderView::Interactive);
   header()->setContextMenuPolicy(Qt::CustomContextMenu);
   // The tips of the grid: grey frame, plum text on a pale ground.
-  setStyleSheet(QStringLiteral(
-      "QToolTip { border: 1px solid rgb(118,118,118); color: rgb(141,87,116); "
-      "background-color: rgb(246,247,250); }"));
+  setStyleSheet(
+      QStringLiteral("QToolTip { border: 1px solid rgb(118,118,118); color: rgb(141,87,116); "
+                     "background-color: rgb(246,247,250); }"));
 }
 
 void ResultTreeView::keyPressEvent(QKeyEvent* e) {

@@ -138,6 +138,10 @@ TEST_F(SearchWindowTest, ShowsTheGroupsWithTheirColumnsAndCounters) {
   EXPECT_EQ(
       m->data(Group(w, 0).siblingAtColumn(4), Qt::TextAlignmentRole).value<int>() & Qt::AlignRight,
       Qt::AlignRight);
+  // The tip of a file names its whole path, set off from the frame.
+  const QString tip = m->data(m->index(0, 1, Group(w, 0)), Qt::ToolTipRole).toString();
+  EXPECT_TRUE(tip.startsWith(QChar(0xA0)) && tip.endsWith(QChar(0xA0))) << tip.toStdString();
+  EXPECT_TRUE(tip.contains(QString::fromStdString(tree_.string()) + "/")) << tip.toStdString();
   const QString groupCount = m->data(Group(w, 0).siblingAtColumn(4), Qt::DisplayRole).toString();
   EXPECT_TRUE(groupCount == "3" || groupCount == "2") << groupCount.toStdString();
 
@@ -254,6 +258,8 @@ TEST_F(SearchWindowTest, ColumnsShownAndMovedSurviveANewWindow) {
 
 TEST_F(SearchWindowTest, APartialSetOfColumnPositionsGivesTheDefaultOrder) {
   fs::create_directories(data_);
+  // A font size out of range is brought into 8 to 16 points.
+  ASSERT_TRUE(ProfileWriteItemWide("Optionen", "Fontsize", "20", data_ / "config4.ini"));
   for (int id = 1; id <= 5; ++id)
     ASSERT_TRUE(ProfileWriteItemWide("Optionen", std::to_string(id) + "FolderColumnIndex",
                                      std::to_string(6 - id), data_ / "config4.ini"));
@@ -265,6 +271,30 @@ TEST_F(SearchWindowTest, APartialSetOfColumnPositionsGivesTheDefaultOrder) {
   }
   EXPECT_EQ(w.List_Folder_GetColIndexByID(0), 0);
   EXPECT_EQ(w.List_Folder_GetColIndexByID(18), 0);
+  EXPECT_EQ(w.Tree()->font().pointSize(), 16);
+}
+
+TEST_F(SearchWindowTest, ClosingDuringARunAsksAndStopsFirst) {
+  for (int i = 0; i < 2000; ++i)
+    tmp_.Write("tree/many/f" + std::to_string(i), "same " + std::to_string(i % 5));
+  SearchWindow w;
+  w.SetPrompt(&prompt_);
+  w.StartSearch(Session({"-s3", tree_.string()}));
+  w.show();
+  w.TogglePause();
+  auto* pause = w.findChild<QPushButton*>("cmdStop_1");
+  ASSERT_TRUE(
+      QTest::qWaitFor([&] { return !w.IsRunning() || pause->text() == "Fortsetzen"; }, 120000));
+  ASSERT_TRUE(w.IsRunning());
+  prompt_.yes = false;
+  EXPECT_FALSE(w.close());  // the user stays
+  EXPECT_TRUE(w.IsRunning());
+  prompt_.yes = true;
+  EXPECT_FALSE(w.close());  // the run stops first, then the window goes
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !w.isVisible(); }, 120000));
+  EXPECT_FALSE(w.IsRunning());
+  EXPECT_EQ(w.StopReason(), kStopUser);
+  EXPECT_EQ(prompt_.questions.size(), 2u);
 }
 
 TEST_F(SearchWindowTest, SizeFormatsChangeTheHeadingAndTheCells) {
