@@ -150,6 +150,20 @@ void CommandActions::SetHandler(int id, Handler handler) {
   Refresh();
 }
 
+void CommandActions::SetAvailable(int id, bool available) {
+  if (available)
+    unavailable_.erase(id);
+  else
+    unavailable_[id] = true;
+  Refresh();
+}
+
+void CommandActions::Run(int id, int argument) {
+  const auto it = handlers_.find(id);
+  if (it != handlers_.end() && !running_ && hasResult_ && unavailable_.count(id) == 0)
+    it->second(argument);
+}
+
 void CommandActions::SetLongOperation(bool running) {
   running_ = running;
   Refresh();
@@ -162,7 +176,7 @@ void CommandActions::SetHasResult(bool has) {
 
 void CommandActions::Refresh() {
   for (auto& [id, a] : actions_) {
-    const bool handled = handlers_.count(id) != 0;
+    const bool handled = handlers_.count(id) != 0 && unavailable_.count(id) == 0;
     // Closing the window is always possible; all else needs a result and
     // no long operation.
     a->setEnabled(handled && (id == -1 || (!running_ && hasResult_)));

@@ -53,6 +53,12 @@ class CommandActions final : public QObject {
   // The operation of a command; commands without one stay disabled.
   void SetHandler(int id, Handler handler);
   bool HasHandler(int id) const { return handlers_.count(id) != 0; }
+  // Whether the command can run now, as its operation says (undo with no
+  // step left); true unless set.
+  void SetAvailable(int id, bool available);
+  // Runs the operation of `id` with `argument` as the id it is given (the
+  // entries of a drop-down run their command with their own id).
+  void Run(int id, int argument);
   // While a long operation runs every command is disabled.
   void SetLongOperation(bool running);
   // Whether a result is shown: commands on the result need one.
@@ -63,6 +69,7 @@ class CommandActions final : public QObject {
 
   std::map<int, QAction*> actions_;
   std::map<int, Handler> handlers_;
+  std::map<int, bool> unavailable_;
   bool running_ = false;
   bool hasResult_ = false;
 };

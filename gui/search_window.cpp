@@ -22,6 +22,7 @@
 #include <QStatusBar>
 #include <QStyle>
 #include <QToolBar>
+#include <QToolButton>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <atomic>
@@ -552,6 +553,16 @@ void SearchWindow::BuildMenus() {
   bar->setObjectName(QStringLiteral("tbMain"));
   bar->setToolButtonStyle(Qt::ToolButtonFollowStyle);
   for (QAction* a : actions_->ToolBarActions()) bar->addAction(a);
+  // Undo carries the older steps as a drop-down beside its button.
+  undoMenu_ = new QMenu(this);
+  undoMenu_->setObjectName(QStringLiteral("mnuUndo"));
+  if (auto* undo = qobject_cast<QToolButton*>(bar->widgetForAction(actions_->Action(239)))) {
+    undo->setMenu(undoMenu_);
+    undo->setPopupMode(QToolButton::MenuButtonPopup);
+  }
+  connect(undoMenu_, &QMenu::triggered, this,
+          [this](QAction* entry) { actions_->Run(239, entry->data().toInt()); });
+  actions_->SetAvailable(239, false);
 
   std::vector<QAction*> context = actions_->ContextActions();
   tree_->SetContextActions(context);
@@ -580,6 +591,16 @@ void SearchWindow::BuildMenus() {
       Report_Change_Column_Visible(cmd, actions_->Action(cmd)->isChecked());
     });
   }
+}
+
+void SearchWindow::ShowUndoState(bool enabled, const QString& toolTip,
+                                 const std::vector<std::pair<int, QString>>& olderSteps) {
+  if (actions_ == nullptr) return;
+  QAction* undo = actions_->Action(239);
+  undo->setToolTip(toolTip.isEmpty() ? undo->text() : toolTip);
+  actions_->SetAvailable(239, enabled);
+  undoMenu_->clear();
+  for (const auto& [id, caption] : olderSteps) undoMenu_->addAction(caption)->setData(id);
 }
 
 void SearchWindow::SetCommandHandler(int commandId, std::function<void(int)> handler) {

@@ -115,6 +115,13 @@ class SearchWindow : public QMainWindow {
   // A command of the core run by id (selection, removal, undo, saving):
   // the window enables the command once it has an operation.
   void SetCommandHandler(int commandId, std::function<void(int)> handler);
+  // The undo command's state as the undo history gives it: enabled, its
+  // tool tip ("Rückgängig:" and the latest step) and the drop-down of older
+  // steps (id 6000 + step index, caption). A drop-down entry runs the undo
+  // command's operation with the entry's id.
+  void ShowUndoState(bool enabled, const QString& toolTip,
+                     const std::vector<std::pair<int, QString>>& olderSteps);
+  QMenu* UndoMenu() const { return undoMenu_; }
   // After a command changed marks or rows of the result behind the tree.
   void ResultChanged(bool rowsChanged);
   // Saving says when the result on screen is kept on disk.
@@ -181,6 +188,7 @@ class SearchWindow : public QMainWindow {
   QPushButton* stopButton_ = nullptr;
   QPushButton* pauseButton_ = nullptr;
   std::array<QLabel*, 6> panes_{};
+  QMenu* undoMenu_ = nullptr;
   QTimer timer_;
 };
 

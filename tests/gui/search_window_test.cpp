@@ -8,6 +8,7 @@
 #include <QAction>
 #include <QHeaderView>
 #include <QListWidget>
+#include <QMenu>
 #include <QPushButton>
 #include <QStyle>
 #include <QStyleOptionViewItem>
@@ -295,6 +296,37 @@ TEST_F(SearchWindowTest, ClosingDuringARunAsksAndStopsFirst) {
   EXPECT_FALSE(w.IsRunning());
   EXPECT_EQ(w.StopReason(), kStopUser);
   EXPECT_EQ(prompt_.questions.size(), 2u);
+}
+
+// The seam for the core's commands: an operation given by id enables its
+// action, and the undo command shows the state the undo history gives it.
+TEST_F(SearchWindowTest, CommandsOfTheCoreRunByTheirIds) {
+  SearchWindow w;
+  SearchTree(w);
+  std::vector<int> ran;
+  QAction* all = w.Actions()->Action(11);
+  EXPECT_EQ(all->objectName(), "cmd11");
+  EXPECT_EQ(all->data().toInt(), 11);
+  EXPECT_FALSE(all->isEnabled());
+  w.SetCommandHandler(11, [&](int id) { ran.push_back(id); });
+  EXPECT_TRUE(all->isEnabled());
+  all->trigger();
+
+  QAction* undo = w.Actions()->Action(239);
+  w.SetCommandHandler(239, [&](int id) { ran.push_back(id); });
+  EXPECT_FALSE(undo->isEnabled());  // no step yet
+  w.ShowUndoState(true, "Rückgängig:\nAlle Duplikate auswählen",
+                  {{6000, "1. Alle Duplikate auswählen"}, {6001, "2. Auswahl umkehren"}});
+  EXPECT_TRUE(undo->isEnabled());
+  EXPECT_EQ(undo->toolTip(), "Rückgängig:\nAlle Duplikate auswählen");
+  ASSERT_EQ(w.UndoMenu()->actions().size(), 2);
+  EXPECT_EQ(w.UndoMenu()->actions()[1]->text(), "2. Auswahl umkehren");
+  undo->trigger();
+  w.UndoMenu()->actions()[0]->trigger();
+  EXPECT_EQ(ran, (std::vector<int>{11, 239, 6000}));
+  w.ShowUndoState(false, {}, {});
+  EXPECT_FALSE(undo->isEnabled());
+  EXPECT_TRUE(w.UndoMenu()->actions().isEmpty());
 }
 
 TEST_F(SearchWindowTest, SizeFormatsChangeTheHeadingAndTheCells) {
