@@ -7,6 +7,7 @@
 #include <QIcon>
 #include <iostream>
 
+#include "gui/screenshots/result_shots.h"
 #include "gui/screenshots/setup_shots.h"
 
 int main(int argc, char** argv) {
@@ -23,5 +24,9 @@ int main(int argc, char** argv) {
   const QString data = QString::fromLocal8Bit(argv[3]);
   int written = 0;
   written += kelvor::gui::TakeSetupShots(out, sample, data);
-  return written > 0 ? 0 : 1;
+  QString error;
+  const QStringList results = kelvor::gui::TakeResultShots(out, sample, &error);
+  if (!error.isEmpty()) std::cerr << error.toStdString();
+  written += static_cast<int>(results.size());
+  return written > 0 && error.isEmpty() ? 0 : 1;
 }

@@ -1,18 +1,25 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <QThreadPool>
 
 #if defined(__SANITIZE_THREAD__)
-// ThreadSanitizer, window tests only. Qt converts and scales large images
-// (a window's backing store) on a pool of its own threads and hands the work
-// over through its own futex-based locks, which the sanitizer cannot see
-// inside the uninstrumented Qt libraries: memory Qt allocates on one thread
-// and frees on another is then reported. Only the calls of the allocator and
-// the other intercepted functions made from within Qt are ignored; every
-// access of Kelvor's own code is still checked.
+// The thread sanitizer in the window tests. Qt is not built with it and its
+// locks are futexes it cannot see, so memory that Qt hands between its own
+// threads (fonts, images and a window's backing store are converted and
+// scaled on Qt's thread pool) looks unsynchronised. Left out: reports with
+// Qt's GUI library in a stack, the allocator and the other intercepted calls
+// made from within Qt Core and Qt Gui, Qt Core's pool hand-overs by name,
+// and the pool's threads ended by Qt at the program's exit. Every access of
+// Kelvor's own code is still checked: the window's code that meets the
+// search worker runs in Qt Core and Qt Widgets frames, not in these.
 extern "C" const char* __tsan_default_suppressions() {
   return "called_from_lib:libQt6Core.so.6\n"
-         "called_from_lib:libQt6Gui.so.6\n";
+         "called_from_lib:libQt6Gui.so.6\n"
+         "race:libQt6Gui.so.6\n"
+         "race:QRunnable::create\n"
+         "race:QThreadPool\n"
+         "race:QWaitCondition::~QWaitCondition\n";
 }
 #endif
 
@@ -21,6 +28,10 @@ extern "C" const char* __tsan_default_suppressions() {
 int main(int argc, char** argv) {
   if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
   QApplication app(argc, argv);
+  // Qt's own background work (its global thread pool) on one thread: the
+  // thread sanitizer cannot see Qt's locks, and one pooled thread leaves it
+  // nothing of Qt's to mistake for a race between two of them.
+  QThreadPool::globalInstance()->setMaxThreadCount(1);
   ::testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();
 }
