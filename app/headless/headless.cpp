@@ -82,6 +82,30 @@ class TerminalPrompt final : public Prompt {
   std::ostream& err_;
 };
 
+void PrintResult(SearchSession& session, bool json, bool nul, std::ostream& out) {
+  if (json) {
+    PrintJson(session.Result(), session.Stats(), session.ElapsedSeconds(), out);
+  } else if (nul) {
+    PrintNullSeparated(session.Result(), out);
+  } else {
+    PrintGroups(session.Result(), out);
+  }
+}
+
+// --save NAME: the user named the result, so a saved result of that name is
+// replaced without a question. A result with nothing to save is no failure.
+bool SaveNamed(SearchSession& session, const std::string& name, Prompt& prompt,
+               std::ostream& err) {
+  NullProgressSink quiet;
+  RunState run;
+  const SaveOutcome saved = session.SaveResult(name, false, false, quiet, prompt, run);
+  if (saved.verdict == SaveVerdict::Failed) {
+    err << saved.message << '\n';
+    return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 std::string ProgressLine(const TextCatalog& texts, std::string_view elapsed, std::string_view files,
@@ -119,6 +143,12 @@ Options:
                     ChecksumCache of section DupVerz does it for good)
   --clear-checksum-cache
                     empty the checksum cache before the search
+  --save NAME       save the result after the search as NAME in the data
+                    folder's "data" (NAME.ksr4a, NAME.ini4a, NAME.txt); a
+                    saved result of that name is replaced
+  --load NAME       load the saved result NAME instead of searching, then
+                    print it as after a search (items are not allowed); a
+                    result that is missing or damaged exits with 1
   --help            show this text
 
 Items (as on Kelvor's own command line):
@@ -149,6 +179,7 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   std::optional<std::filesystem::path> dataDir;
   bool headless = false, json = false, nul = false, noCache = false, clearCache = false;
   std::vector<std::string> items;
+  std::optional<std::string> saveName, loadName;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
     if (a == "--help" || a == "-?") {
@@ -170,6 +201,12 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
         return kExitRejected;
       }
       dataDir = args[++i];
+    } else if (a == "--save" || a == "--load") {
+      if (i + 1 >= args.size() || !IsValidResultName(args[i + 1])) {
+        err << "kelvor: " << a << " needs the name of a saved result (no '/')\n";
+        return kExitRejected;
+      }
+      (a == "--save" ? saveName : loadName) = args[++i];
     } else if (a.rfind("--data-dir=", 0) == 0) {
       dataDir = a.substr(11);
     } else if (a.rfind("--", 0) == 0) {
@@ -195,6 +232,26 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   so.clearChecksumCache = clearCache;
   SearchSession session(std::move(so), &prompt);
 
+  if (loadName) {
+    if (!items.empty()) {
+      err << "kelvor: --load takes no search items or folders\n";
+      return kExitRejected;
+    }
+    NullProgressSink quiet;
+    RunState run;
+    const std::string refused = session.LoadResult(*loadName, quiet, prompt, run);
+    if (!refused.empty()) {
+      err << refused << '\n';
+      return kExitRejected;
+    }
+    // A loaded result starts without undo history: there is none to reset
+    // in a run without a window.
+    if (saveName && !SaveNamed(session, *saveName, prompt, err)) return kExitRejected;
+    PrintResult(session, json, nul, out);
+    out.flush();
+    return kExitDone;
+  }
+
   const Preparation& prep = session.Prepare();
   if (prep.verdict == SessionVerdict::BadCommandLine) {
     for (const auto& u : prep.unknownItems)
@@ -217,13 +274,11 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   if (!outcome.logError.empty()) err << outcome.logError << '\n';
   if (!outcome.ran) return kExitRejected;
 
-  if (json) {
-    PrintJson(session.Result(), session.Stats(), session.ElapsedSeconds(), out);
-  } else if (nul) {
-    PrintNullSeparated(session.Result(), out);
-  } else {
-    PrintGroups(session.Result(), out);
-  }
+  if (outcome.autoSave && outcome.autoSave->verdict == SaveVerdict::Failed)
+    err << outcome.autoSave->message << '\n';
+  if (saveName && !outcome.stoppedByUser && !SaveNamed(session, *saveName, prompt, err))
+    return kExitRejected;
+  PrintResult(session, json, nul, out);
   if (!session.ClosingMessage().empty()) err << session.ClosingMessage() << '\n';
   out.flush();
   return outcome.stoppedByUser ? kExitStopped : kExitDone;

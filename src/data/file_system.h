@@ -36,6 +36,8 @@ enum class FsCall : std::uint8_t {
   ReadFile,      // reading from a file opened for reading
   CreateFolder,  // making a folder (xCreatePath_W)
   DeleteFile,    // deleting a file (xDeleteFile_W)
+  WriteFile,     // writing to a file made for writing (data/file_write.h)
+  RenameFile,    // moving a file to its final name (data/file_write.h)
 };
 
 // Failures a test wants to see. Production code never makes one: the calls

@@ -455,6 +455,17 @@ class ResultModel {
   void SetDescription(std::string d);
   const std::string& Description() const;
 
+  // ----- saved results (result_branch.cpp)
+  // SaveBranch: appends the record of a group row and all its file rows to
+  // `out`: caption, expanded flag, check states, colours and every cell. The
+  // record carries `stamp` (see result_branch.h), which ties it to its .ini4a.
+  void SaveBranch(std::string& out, RowRef group, std::uint32_t stamp) const;
+  // LoadBranch: the group of one record's payload (checked by
+  // CheckBranchRecord of result_branch.h), appended under the root. Counters
+  // are not touched (a saved result brings its own). False, and nothing
+  // added, for a payload whose content does not hold together.
+  bool LoadBranch(std::string_view payload);
+
  private:
   result_detail::GroupRow* G(RowRef r);
   const result_detail::GroupRow* G(RowRef r) const;

@@ -171,6 +171,9 @@ class RowStore {
   int AddGroup();
   // A new file row at the end of a live group.
   RowRef AddFile(int group);
+  // Counts `n` file rows that were put into the group's slot directly (a
+  // loaded branch).
+  void AddFileRows(int group, std::int64_t n) { rows_.Add(static_cast<std::size_t>(group), n); }
   // Marks a file row or a whole group dead, in O(log n).
   void RemoveFile(RowRef file);
   void RemoveGroup(int group);
