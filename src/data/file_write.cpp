@@ -101,10 +101,10 @@ bool OutFile::Write(std::string_view bytes) {
   return true;
 }
 
-bool OutFile::Close() {
+bool OutFile::Close(bool sync) {
   if (fd_ < 0) return error_.empty();
   bool ok = Flush();
-  if (ok && ::fsync(fd_) != 0) {
+  if (ok && sync && ::fsync(fd_) != 0) {
     SetError(&error_, errno);
     ok = false;
   }
@@ -126,7 +126,8 @@ void OutFile::Discard() {
   if (!path_.empty()) ::unlink(path_.c_str());
 }
 
-bool xCopyFileInto(const std::string& from, const std::string& to, std::string* errorText) {
+bool xCopyFileInto(const std::string& from, const std::string& to, std::string* errorText,
+                   bool sync) {
   ReadFile in;
   std::string err;
   if (!in.Open(from, true, &err)) {
@@ -148,7 +149,7 @@ bool xCopyFileInto(const std::string& from, const std::string& to, std::string* 
     if (!out.Write(std::string_view(buf.data(), static_cast<std::size_t>(n)))) break;
     offset += n;
   }
-  if (!out.Close()) {
+  if (!out.Close(sync)) {
     if (errorText) *errorText = out.Error();
     ::unlink(to.c_str());
     return false;

@@ -34,9 +34,10 @@ class OutFile {
   // Appends bytes; they reach the disk in blocks. False (and every later
   // call false) once a write failed.
   bool Write(std::string_view bytes);
-  // Writes what is left, syncs and closes. False with the first failure's
-  // text.
-  bool Close();
+  // Writes what is left, syncs (unless `sync` is false: a scratch copy
+  // that no crash needs to find whole) and closes. False with the first
+  // failure's text.
+  bool Close(bool sync = true);
   // Closes without caring and deletes the file.
   void Discard();
   const std::string& Error() const { return error_; }
@@ -63,7 +64,9 @@ bool xMoveFileReplace(const std::string& from, const std::string& to, std::strin
 bool xMoveFileNoReplace(const std::string& from, const std::string& to, std::string* errorText);
 
 // Copies the regular file `from` into the existing (empty) file `to`,
-// through OutFile: `to` then holds all of `from`, or the call fails.
-bool xCopyFileInto(const std::string& from, const std::string& to, std::string* errorText);
+// through OutFile: `to` then holds all of `from`, or the call fails. A
+// scratch copy (`sync` false) is not flushed to the disk.
+bool xCopyFileInto(const std::string& from, const std::string& to, std::string* errorText,
+                   bool sync = true);
 
 }  // namespace kelvor

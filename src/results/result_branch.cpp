@@ -317,7 +317,8 @@ bool ReadBranchHeader(std::string_view header, std::uint32_t stamp, std::int64_t
                       const BranchFiles& files, const TextCatalog& texts, BranchHeader* h,
                       std::string* why) {
   const std::string nr = std::to_string(n);
-  if (header.size() < kBranchHeaderSize || header[0] != 'K' || header[1] != 'B') {
+  if (header.size() < kBranchHeaderSize || header[0] != 'K' || header[1] != 'B' ||
+      header[3] != 0) {
     *why = texts.Get(txt::T9605, {files.rows, nr});
     return false;
   }

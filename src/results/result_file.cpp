@@ -516,7 +516,7 @@ LoadOutcome Report_Laden(ResultFileState& state, ResultOptions options, std::int
     std::string path;
     ~RemoveCopy() { xDeleteFile_W(path); }
   } removeCopy{copy};
-  if (!xCopyFileInto(rowsFile, copy, &error)) return refuse(rowsFile + " " + error);
+  if (!xCopyFileInto(rowsFile, copy, &error, false)) return refuse(rowsFile + " " + error);
   ReadFile in;
   if (!in.Open(copy, true, &error)) return refuse(rowsFile + " " + error);
   const std::int64_t fileSize = in.Size(&error);
