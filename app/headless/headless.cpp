@@ -94,8 +94,7 @@ void PrintResult(SearchSession& session, bool json, bool nul, std::ostream& out)
 
 // --save NAME: the user named the result, so a saved result of that name is
 // replaced without a question. A result with nothing to save is no failure.
-bool SaveNamed(SearchSession& session, const std::string& name, Prompt& prompt,
-               std::ostream& err) {
+bool SaveNamed(SearchSession& session, const std::string& name, Prompt& prompt, std::ostream& err) {
   NullProgressSink quiet;
   RunState run;
   const SaveOutcome saved = session.SaveResult(name, false, false, quiet, prompt, run);

@@ -30,12 +30,37 @@ namespace {
 
 // The cells in the bit order of layout 1. Never reorder: append.
 constexpr std::string_view kBranchCellNames[] = {
-    "anz",       "size",       "desc",    "sizeG",         "dupname",          "dateG",
-    "dateVal",   "dateEval",   "date",    "dateE",         "attr2",            "Sel",
-    "archiv",    "tmppath",    "qnr",     "path",          "pathA",            "attr",
-    "owner",     "AudioDurationVal",      "AudioDuration", "AudioBitrate",     "AudioSamplingrate",
-    "picW",      "picH",       "hardlinks", "hardlinkID",  "similar",          "IsRefFile",
-    "thumbnailpath", "GetFileInfo",
+    "anz",
+    "size",
+    "desc",
+    "sizeG",
+    "dupname",
+    "dateG",
+    "dateVal",
+    "dateEval",
+    "date",
+    "dateE",
+    "attr2",
+    "Sel",
+    "archiv",
+    "tmppath",
+    "qnr",
+    "path",
+    "pathA",
+    "attr",
+    "owner",
+    "AudioDurationVal",
+    "AudioDuration",
+    "AudioBitrate",
+    "AudioSamplingrate",
+    "picW",
+    "picH",
+    "hardlinks",
+    "hardlinkID",
+    "similar",
+    "IsRefFile",
+    "thumbnailpath",
+    "GetFileInfo",
 };
 constexpr int kBranchCells = static_cast<int>(std::size(kBranchCellNames));
 
@@ -179,9 +204,8 @@ class BranchStrings {
 };
 
 const std::uint64_t kFileTextCells = CellBit(CellKey::tmppath) | CellBit(CellKey::path) |
-                                         CellBit(CellKey::pathA) | CellBit(CellKey::owner) |
-                                         CellBit(CellKey::hardlinkID) |
-                                         CellBit(CellKey::thumbnailpath);
+                                     CellBit(CellKey::pathA) | CellBit(CellKey::owner) |
+                                     CellBit(CellKey::hardlinkID) | CellBit(CellKey::thumbnailpath);
 
 // File row flags.
 constexpr std::uint8_t kFMarked = 1, kFBack = 2, kFText = 4, kFExtra = 8, kFRef = 16;
@@ -317,8 +341,7 @@ bool ReadBranchHeader(std::string_view header, std::uint32_t stamp, std::int64_t
                       const BranchFiles& files, const TextCatalog& texts, BranchHeader* h,
                       std::string* why) {
   const std::string nr = std::to_string(n);
-  if (header.size() < kBranchHeaderSize || header[0] != 'K' || header[1] != 'B' ||
-      header[3] != 0) {
+  if (header.size() < kBranchHeaderSize || header[0] != 'K' || header[1] != 'B' || header[3] != 0) {
     *why = texts.Get(txt::T9605, {files.rows, nr});
     return false;
   }
@@ -498,8 +521,8 @@ bool ResultModel::LoadBranch(std::string_view payload) {
   g.files.resize(static_cast<std::size_t>(nFiles));
   std::int32_t marked = 0;
   const std::uint64_t kRootOrGroupOnly = CellBit(CellKey::anz) | CellBit(CellKey::desc) |
-                                             CellBit(CellKey::sizeG) | CellBit(CellKey::dateG) |
-                                             CellBit(CellKey::Sel);
+                                         CellBit(CellKey::sizeG) | CellBit(CellKey::dateG) |
+                                         CellBit(CellKey::Sel);
   for (FileRow& f : g.files) {
     mask = in.Var();
     if (!FromRecordMask(mask, &f.present) || (f.present & kRootOrGroupOnly)) return false;

@@ -70,7 +70,8 @@ std::string ProgressText(double elapsed, std::int64_t done, std::int64_t total) 
   const std::int64_t pct = total > 0 ? done * 100 / total : 0;
   std::string remaining = "?";
   if (elapsed >= 1) {
-    const double rest = elapsed / static_cast<double>(done + 1) * static_cast<double>(total) - elapsed;
+    const double rest =
+        elapsed / static_cast<double>(done + 1) * static_cast<double>(total) - elapsed;
     remaining = FormatElapsed(static_cast<long long>(std::max(0.0, rest)));
   }
   return FormatElapsed(static_cast<long long>(elapsed)) + " | " + std::to_string(pct) + "% | " +
@@ -398,8 +399,9 @@ bool ReadResultIni(const fs::path& iniFile, SavedResultInfo* info, const TextCat
     std::string_view key;
     std::int64_t lo, hi;
   };
-  for (const Counter& c : {Counter{"DupCount", 0, INT32_MAX}, Counter{"DupCountSelected", 0, INT32_MAX},
-                           Counter{"ListCount", 0, INT32_MAX}}) {
+  for (const Counter& c :
+       {Counter{"DupCount", 0, INT32_MAX}, Counter{"DupCountSelected", 0, INT32_MAX},
+        Counter{"ListCount", 0, INT32_MAX}}) {
     const std::string* s = Find(keys, c.key);
     if (!s) return missing(c.key);
     if (!StrictInt(*s, c.lo, c.hi, &n)) return invalid(c.key, *s);
@@ -533,9 +535,8 @@ LoadOutcome Report_Laden(ResultFileState& state, ResultOptions options, std::int
   model->SetDescription(info.SearchCriteriaDesc);
   model->SetExpanded(RowRef{}, true);
 
-  const std::uint32_t stamp =
-      ResultStamp(info.DupCount, info.DupCountSelected, info.FilesizeAll, info.FilesizeSelected,
-                  info.ListCount, info.GroupID);
+  const std::uint32_t stamp = ResultStamp(info.DupCount, info.DupCountSelected, info.FilesizeAll,
+                                          info.FilesizeSelected, info.ListCount, info.GroupID);
   const auto start = Clock::now();
   LongOperation pacing(env.run, kLoadRefresh);
   std::int64_t offset = 0;
@@ -557,16 +558,16 @@ LoadOutcome Report_Laden(ResultFileState& state, ResultOptions options, std::int
     std::int64_t got = in.ReadAt(header.data(), header.size(), offset, &error);
     if (got < 0) return refuse(rowsFile + " " + error);
     if (got == 0) {
-      return refuse(texts.Get(txt::T9607, {iniFile, std::to_string(info.ListCount), rowsFile,
-                                           std::to_string(n - 1)}));
+      return refuse(texts.Get(
+          txt::T9607, {iniFile, std::to_string(info.ListCount), rowsFile, std::to_string(n - 1)}));
     }
     if (got < static_cast<std::int64_t>(kBranchHeaderSize))
       return refuse(texts.Get(txt::T9602, {rowsFile, std::to_string(n)}));
     BranchHeader h;
     if (!ReadBranchHeader(header, stamp, n, names, texts, &h, &error)) return refuse(error);
     payload.resize(h.length);
-    got = in.ReadAt(payload.data(), payload.size(), offset + static_cast<std::int64_t>(kBranchHeaderSize),
-                    &error);
+    got = in.ReadAt(payload.data(), payload.size(),
+                    offset + static_cast<std::int64_t>(kBranchHeaderSize), &error);
     if (got < 0) return refuse(rowsFile + " " + error);
     payload.resize(static_cast<std::size_t>(got));
     if (!CheckBranchPayload(h, payload, n, names, texts, &error)) return refuse(error);
@@ -586,8 +587,9 @@ LoadOutcome Report_Laden(ResultFileState& state, ResultOptions options, std::int
       std::memcpy(&len, header.data() + 8, 4);
       at += static_cast<std::int64_t>(kBranchHeaderSize) + len;
     }
-    return refuse(texts.Get(txt::T9607, {iniFile, std::to_string(info.ListCount), rowsFile,
-                                         std::to_string(info.ListCount + std::max<std::int64_t>(more, 1))}));
+    return refuse(
+        texts.Get(txt::T9607, {iniFile, std::to_string(info.ListCount), rowsFile,
+                               std::to_string(info.ListCount + std::max<std::int64_t>(more, 1))}));
   }
   in.Close();
 
@@ -597,7 +599,8 @@ LoadOutcome Report_Laden(ResultFileState& state, ResultOptions options, std::int
     model->ForEachFile(g, [&](RowRef f) {
       ++files;
       if (model->IsMarked(f)) ++marked;
-      if (model->HasCell(f, CellKey::thumbnailpath)) model->SetCell(f, CellKey::thumbnailpath, std::string());
+      if (model->HasCell(f, CellKey::thumbnailpath))
+        model->SetCell(f, CellKey::thumbnailpath, std::string());
       return true;
     });
     return true;
@@ -628,7 +631,8 @@ std::vector<SavedResultLine> Init_SearchResults(const fs::path& dataFolder,
   xReadFolder(fd, nullptr, [&](const char* name, std::size_t len, unsigned char type) {
     std::string_view n(name, len);
     if (type == DT_DIR) return;
-    if (n.size() > kResultRowsExt.size() && n.substr(n.size() - kResultRowsExt.size()) == kResultRowsExt)
+    if (n.size() > kResultRowsExt.size() &&
+        n.substr(n.size() - kResultRowsExt.size()) == kResultRowsExt)
       names.emplace_back(n.substr(0, n.size() - kResultRowsExt.size()));
   });
   xCloseFd(fd);

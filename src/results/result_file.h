@@ -142,7 +142,7 @@ bool ReadResultIni(const std::filesystem::path& iniFile, SavedResultInfo* info,
 struct SavedResultLine {
   std::string name;
   std::int32_t DupCount = 0;
-  std::string DupCountText;  // formatted as a number
+  std::string DupCountText;   // formatted as a number
   std::int64_t fileSize = 0;  // of the .ksr4a
   double fileDate = 0;        // change date of the .ksr4a
   std::string comment;        // SearchCriteriaDesc

@@ -134,9 +134,12 @@ std::unique_ptr<ResultModel> SearchSession::TakeResult() {
 }
 
 ResultFileEnv SearchSession::FileEnv(ProgressSink& progress, Prompt& prompt, RunState& run) const {
-  return ResultFileEnv{start_.paths.dataSubFolder, start_.paths.tempFolder,
-                       start_.paths.lastSearchLog,  start_.texts,
-                       prompt,                      progress,
+  return ResultFileEnv{start_.paths.dataSubFolder,
+                       start_.paths.tempFolder,
+                       start_.paths.lastSearchLog,
+                       start_.texts,
+                       prompt,
+                       progress,
                        run};
 }
 
@@ -181,8 +184,8 @@ SaveOutcome SearchSession::SaveResult(std::string_view name, bool askName, bool 
   return out;
 }
 
-std::string SearchSession::LoadResult(std::string_view name, ProgressSink& progress,
-                                      Prompt& prompt, RunState& run) {
+std::string SearchSession::LoadResult(std::string_view name, ProgressSink& progress, Prompt& prompt,
+                                      RunState& run) {
   const ResultFileEnv env = FileEnv(progress, prompt, run);
   if (std::string bad = Searchresult_Check(env.dataFolder, name, start_.texts); !bad.empty())
     return bad;

@@ -114,8 +114,8 @@ class SearchSession {
   ResultFileState& FileState() { return fileState_; }
   // Report_Save of the current result. A non-empty `name` becomes the
   // ResultFileName first (a later save writes there again without asking).
-  SaveOutcome SaveResult(std::string_view name, bool askName, bool autoSave,
-                         ProgressSink& progress, Prompt& prompt, RunState& run);
+  SaveOutcome SaveResult(std::string_view name, bool askName, bool autoSave, ProgressSink& progress,
+                         Prompt& prompt, RunState& run);
   // Searchresult_Load and Report_Laden: the saved result `name` replaces the
   // session's result. "" when loaded, else text 3938 with the reason (the
   // result is then empty). After a load the front end resets the undo

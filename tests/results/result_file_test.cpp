@@ -7,9 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstring>
 #include <deque>
 #include <filesystem>
-#include <cstring>
 #include <fstream>
 #include <sstream>
 
@@ -269,8 +269,8 @@ TEST_F(SavedResults, IniIsUtf16WithItsKeysInOrder) {
   EXPECT_EQ(keys, (std::vector<std::string>{
                       "DupCount", "DupCountSelected", "GroupID", "ContextCount", "Context1",
                       "ContextA1", "ContextS1", "Context2", "ContextA2", "ContextS2",
-                      "ContextQserials", "Tag", "SearchCriteria", "FilesizeAll",
-                      "FilesizeSelected", "ListCount", "SearchCriteriaDesc", "Unicode", "v"}));
+                      "ContextQserials", "Tag", "SearchCriteria", "FilesizeAll", "FilesizeSelected",
+                      "ListCount", "SearchCriteriaDesc", "Unicode", "v"}));
   EXPECT_NE(text.find("v=\"405\""), std::string::npos);
   EXPECT_NE(text.find("ListCount=\"2\""), std::string::npos);
   EXPECT_NE(text.find("FilesizeAll=\"13000\""), std::string::npos);
@@ -282,7 +282,8 @@ TEST_F(SavedResults, FilesWithoutDuplicatesGroupRoundTrips) {
   o.SourceFolders = {"/x"};
   m.SetOptions(o);
   const int g = m.BeginFilesWithoutDupsGroup();
-  for (int i = 0; i < 40; ++i) m.AddFileRow(g, Rec("lonely" + std::to_string(i), 10 + i, 1, "/d" + std::to_string(i % 3)));
+  for (int i = 0; i < 40; ++i)
+    m.AddFileRow(g, Rec("lonely" + std::to_string(i), 10 + i, 1, "/d" + std::to_string(i % 3)));
   m.FinishFilesWithoutDupsGroup(g);
   ASSERT_EQ(Save(m, "alone").verdict, SaveVerdict::Saved);
   LoadOutcome l = Load("alone");
@@ -381,7 +382,8 @@ TEST_F(SavedResults, FullDiskKeepsThePreviousSaveWhole) {
     FileSystemFaults::Scope scope(&faults);
     const SaveOutcome o = Save(*m, "safe");
     EXPECT_EQ(o.verdict, SaveVerdict::Failed);
-    EXPECT_NE(o.message.find("Das Suchergebnis konnte nicht gespeichert werden"), std::string::npos);
+    EXPECT_NE(o.message.find("Das Suchergebnis konnte nicht gespeichert werden"),
+              std::string::npos);
     EXPECT_NE(o.message.find(std::strerror(ENOSPC)), std::string::npos) << o.message;
   }
   EXPECT_EQ(ReadBytes(Rows("safe")), rows);
