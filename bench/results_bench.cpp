@@ -48,7 +48,7 @@ void Memory(const std::string& what) {
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);)
     if (line.rfind("VmHWM:", 0) == 0) peakKb = std::stol(line.substr(6));
-  std::printf("%s_rss_mb %.1f\n%s_heap_mb %.1f\n%s_peak_mb %.1f\n", what.c_str(), rssMb,
+  std::printf("%s_rss_mb %.1f\n%s_heap_mb %.2f\n%s_peak_mb %.1f\n", what.c_str(), rssMb,
               what.c_str(), static_cast<double>(mi.uordblks + mi.hblkhd) / 1048576.0, what.c_str(),
               static_cast<double>(peakKb) / 1024.0);
 }

@@ -177,38 +177,13 @@ void PutOverflow(std::string& o, const Overflow& extra) {
   }
 }
 
-// The texts of one branch, each once, by their pool id.
-class BranchStrings {
- public:
-  std::uint32_t Local(std::uint32_t poolId) {
-    if (poolId == 0) return 0;
-    if (map_.empty()) {
-      for (std::size_t i = 0; i < ids_.size(); ++i)
-        if (ids_[i] == poolId) return static_cast<std::uint32_t>(i + 1);
-      ids_.push_back(poolId);
-      if (ids_.size() > 16) {
-        for (std::size_t i = 0; i < ids_.size(); ++i)
-          map_.emplace(ids_[i], static_cast<std::uint32_t>(i + 1));
-      }
-      return static_cast<std::uint32_t>(ids_.size());
-    }
-    auto [it, added] = map_.emplace(poolId, static_cast<std::uint32_t>(ids_.size() + 1));
-    if (added) ids_.push_back(poolId);
-    return it->second;
-  }
-  const std::vector<std::uint32_t>& Ids() const { return ids_; }
-
- private:
-  std::vector<std::uint32_t> ids_;  // local index i+1 -> pool id
-  std::unordered_map<std::uint32_t, std::uint32_t> map_;
-};
-
 const std::uint64_t kFileTextCells = CellBit(CellKey::tmppath) | CellBit(CellKey::path) |
                                      CellBit(CellKey::pathA) | CellBit(CellKey::owner) |
                                      CellBit(CellKey::hardlinkID) | CellBit(CellKey::thumbnailpath);
 
 // File row flags.
-constexpr std::uint8_t kFMarked = 1, kFBack = 2, kFText = 4, kFExtra = 8, kFRef = 16;
+constexpr std::uint8_t kFMarked = 1, kFBack = 2, kFText = 4, kFExtra = 8, kFRef = 16,
+                       kFSameDates = 32;  // dateEval equals dateVal and is not written
 // Group row flags: bits 0-1 the check state.
 constexpr std::uint8_t kGExpanded = 4, kGExtra = 8;
 
@@ -379,13 +354,24 @@ bool CheckBranchPayload(const BranchHeader& h, std::string_view payload, std::in
 
 // ----- SaveBranch ----------------------------------------------------------------------
 
-void ResultModel::SaveBranch(std::string& out, RowRef group, std::uint32_t stamp) const {
+void ResultModel::SaveBranch(std::string& out, RowRef group, std::uint32_t stamp,
+                             BranchTexts& texts) const {
   const GroupRow* g = group.file < 0 ? G(group) : nullptr;
   if (!g) return;
   const auto& pool = rows_->pool;
 
-  // The texts of the branch first, then the rows that name them.
-  BranchStrings strings;
+  // Texts no record before brought go first, then the rows that name them.
+  if (texts.numberOf.size() < pool.Size()) texts.numberOf.resize(pool.Size(), 0);
+  std::vector<std::uint32_t> fresh;
+  auto number = [&](std::uint32_t id) -> std::uint32_t {
+    if (id == 0) return 0;
+    std::uint32_t& n = texts.numberOf[id];
+    if (n == 0) {
+      n = ++texts.written;
+      fresh.push_back(id);
+    }
+    return n;
+  };
   std::string rows;
   rows.reserve(64 + static_cast<std::size_t>(g->live) * 48);
 
@@ -418,22 +404,25 @@ void ResultModel::SaveBranch(std::string& out, RowRef group, std::uint32_t stamp
     if (extra) flags |= kFExtra;
     if (f.isRef) flags |= kFRef;
     const std::uint64_t p = f.present;
+    const std::uint64_t bothDates = CellBit(CellKey::dateVal) | CellBit(CellKey::dateEval);
+    if ((p & bothDates) == bothDates && std::memcmp(&f.dateVal, &f.dateEval, sizeof(double)) == 0)
+      flags |= kFSameDates;
     PutVar(rows, ToRecordMask(p));
     rows.push_back(static_cast<char>(flags));
     if (flags & kFBack) PutZz(rows, f.back);
     if (flags & kFText) PutZz(rows, f.text);
     PutStr(rows, f.name);
     if (p & kFileTextCells) {
-      if (p & CellBit(CellKey::path)) PutVar(rows, strings.Local(f.folder));
-      if (p & CellBit(CellKey::pathA)) PutVar(rows, strings.Local(f.folderA));
-      if (p & CellBit(CellKey::tmppath)) PutVar(rows, strings.Local(f.tmp));
-      if (p & CellBit(CellKey::hardlinkID)) PutVar(rows, strings.Local(f.hardlinkID));
-      if (p & CellBit(CellKey::owner)) PutVar(rows, strings.Local(f.C().owner));
-      if (p & CellBit(CellKey::thumbnailpath)) PutVar(rows, strings.Local(f.C().thumb));
+      if (p & CellBit(CellKey::path)) PutVar(rows, number(f.folder));
+      if (p & CellBit(CellKey::pathA)) PutVar(rows, number(f.folderA));
+      if (p & CellBit(CellKey::tmppath)) PutVar(rows, number(f.tmp));
+      if (p & CellBit(CellKey::hardlinkID)) PutVar(rows, number(f.hardlinkID));
+      if (p & CellBit(CellKey::owner)) PutVar(rows, number(f.C().owner));
+      if (p & CellBit(CellKey::thumbnailpath)) PutVar(rows, number(f.C().thumb));
     }
     if (p & CellBit(CellKey::size)) PutZz(rows, f.size);
     if (p & CellBit(CellKey::dateVal)) PutF64(rows, f.dateVal);
-    if (p & CellBit(CellKey::dateEval)) PutF64(rows, f.dateEval);
+    if ((p & CellBit(CellKey::dateEval)) && !(flags & kFSameDates)) PutF64(rows, f.dateEval);
     if (p & CellBit(CellKey::qnr)) PutZz(rows, f.qnr);
     if (p & CellBit(CellKey::attr)) PutZz(rows, f.attr);
     if (p & CellBit(CellKey::archiv)) rows.push_back(static_cast<char>(f.archiv));
@@ -453,8 +442,8 @@ void ResultModel::SaveBranch(std::string& out, RowRef group, std::uint32_t stamp
   out[start] = 'K';
   out[start + 1] = 'B';
   out[start + 2] = static_cast<char>(kBranchLayout);
-  PutVar(out, strings.Ids().size());
-  for (std::uint32_t id : strings.Ids()) PutStr(out, pool.Get(id));
+  PutVar(out, fresh.size());
+  for (std::uint32_t id : fresh) PutStr(out, pool.Get(id));
   out.append(rows);
   const std::string_view payload(out.data() + start + kBranchHeaderSize,
                                  out.size() - start - kBranchHeaderSize);
@@ -465,19 +454,24 @@ void ResultModel::SaveBranch(std::string& out, RowRef group, std::uint32_t stamp
 
 // ----- LoadBranch ----------------------------------------------------------------------
 
-bool ResultModel::LoadBranch(std::string_view payload) {
+void ResultModel::ReserveGroups(int n) {
+  if (n > 0) rows_->ReserveGroups(static_cast<std::size_t>(n));
+}
+
+bool ResultModel::LoadBranch(std::string_view payload, BranchTexts& texts) {
   if (!rows_->root.exists) Report_Create_Root_Node();
   Reader in(payload);
   auto& pool = rows_->pool;
 
-  // Texts of the branch, as pool ids (0 stands for "").
-  const std::uint64_t nStrings = in.Var();
-  if (in.Bad() || nStrings > in.Left()) return false;
-  std::vector<std::uint32_t> ids;
-  ids.reserve(static_cast<std::size_t>(nStrings) + 1);
-  ids.push_back(0);
-  for (std::uint64_t i = 0; i < nStrings && !in.Bad(); ++i) ids.push_back(pool.Intern(in.Str()));
+  // The texts this record brings; a failed record's texts do no harm, as a
+  // file loads whole or not at all.
+  const std::uint64_t nTexts = in.Var();
+  if (in.Bad() || nTexts > in.Left()) return false;
+  texts.idOf.reserve(texts.idOf.size() + static_cast<std::size_t>(nTexts));
+  for (std::uint64_t i = 0; i < nTexts && !in.Bad(); ++i)
+    texts.idOf.push_back(pool.Intern(in.Str()));
   if (in.Bad()) return false;
+  const std::vector<std::uint32_t>& ids = texts.idOf;
   auto text = [&](std::uint32_t* field) {
     const std::uint64_t i = in.Var();
     if (i >= ids.size()) {
@@ -527,7 +521,7 @@ bool ResultModel::LoadBranch(std::string_view payload) {
     mask = in.Var();
     if (!FromRecordMask(mask, &f.present) || (f.present & kRootOrGroupOnly)) return false;
     const std::uint8_t flags = in.U8();
-    if (flags & ~(kFMarked | kFBack | kFText | kFExtra | kFRef)) return false;
+    if (flags & ~(kFMarked | kFBack | kFText | kFExtra | kFRef | kFSameDates)) return false;
     f.check = (flags & kFMarked) ? kCheckMarked : kCheckNone;
     marked += f.check;
     f.isRef = (flags & kFRef) != 0;
@@ -545,7 +539,7 @@ bool ResultModel::LoadBranch(std::string_view payload) {
     }
     if (p & CellBit(CellKey::size)) f.size = in.Zz();
     if (p & CellBit(CellKey::dateVal)) f.dateVal = in.F64();
-    if (p & CellBit(CellKey::dateEval)) f.dateEval = in.F64();
+    if (p & CellBit(CellKey::dateEval)) f.dateEval = (flags & kFSameDates) ? f.dateVal : in.F64();
     if (p & CellBit(CellKey::qnr)) f.qnr = in.I32();
     if (p & CellBit(CellKey::attr)) f.attr = in.I32();
     if (p & CellBit(CellKey::archiv)) f.archiv = in.U8();

@@ -13,9 +13,11 @@
 //
 // All numbers little-endian. The payload (layout 1):
 //
-//   strings   varint count, then each text as varint length + UTF-8 bytes:
-//             the folders, archive paths, owners, ... of the branch, each
-//             once; rows refer to them by their position
+//   texts     varint count, then each text as varint length + UTF-8 bytes:
+//             the folders, archive paths, owners, ... that no record before
+//             this one brought; rows refer to every text of the file by its
+//             number (1 the first text of the first record, 0 the empty
+//             text), so a folder is written once per file
 //   group     varint cell mask, flags (check state, expanded), back and text
 //             colour, caption, then the cells the mask names, then the cells
 //             under keys of no column
@@ -28,18 +30,29 @@
 // cell gets a new bit at the end.
 //
 // A reader checks the header, the length and the CRC before it looks at the
-// payload; a payload that reads past its end or leaves bytes over is
-// refused: a damaged file is never read as rows.
+// payload; a payload that reads past its end, leaves bytes over or names a
+// text not brought yet is refused: a damaged file is never read as rows.
+// Records are read in order from the first (the texts build up), and a file
+// loads whole or not at all.
 
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kelvor {
 
 class TextCatalog;
 
 inline constexpr std::size_t kBranchHeaderSize = 16;
+
+// The texts the records of one file have brought so far, for writing (by
+// the model's text id) and for reading (by their number in the file).
+struct BranchTexts {
+  std::vector<std::uint32_t> numberOf;  // writing: text id -> number, 0 = not yet
+  std::uint32_t written = 0;
+  std::vector<std::uint32_t> idOf{0};  // reading: number -> text id
+};
 inline constexpr std::uint8_t kBranchLayout = 1;
 // No branch holds more: a length above it is damage, not a group.
 inline constexpr std::uint32_t kMaxBranchPayload = 1u << 30;

@@ -299,6 +299,7 @@ SaveOutcome Report_Save(const ResultModel& model, const SavedResultInfo& info, b
   LongOperation pacing(env.run, kSaveRefresh);
   bool stopped = false;
   std::string record;
+  BranchTexts branchTexts;
   model.ForEachGroup([&](RowRef g) {
     if (!pacing.Step([&] {
           const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
@@ -309,7 +310,7 @@ SaveOutcome Report_Save(const ResultModel& model, const SavedResultInfo& info, b
       return false;
     }
     record.clear();
-    model.SaveBranch(record, g, stamp);
+    model.SaveBranch(record, g, stamp, branchTexts);
     ++done;
     return out.Write(record);
   });
@@ -542,6 +543,7 @@ LoadOutcome Report_Laden(ResultFileState& state, ResultOptions options, std::int
   std::int64_t offset = 0;
   std::string header(kBranchHeaderSize, '\0');
   std::string payload;
+  BranchTexts branchTexts;
   for (std::int64_t n = 1; n <= info.ListCount; ++n) {
     if (!pacing.Step([&] {
           const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
@@ -565,13 +567,15 @@ LoadOutcome Report_Laden(ResultFileState& state, ResultOptions options, std::int
       return refuse(texts.Get(txt::T9602, {rowsFile, std::to_string(n)}));
     BranchHeader h;
     if (!ReadBranchHeader(header, stamp, n, names, texts, &h, &error)) return refuse(error);
+    // The stamp vouches for ListCount: room for all groups at once.
+    if (n == 1) model->ReserveGroups(static_cast<int>(info.ListCount));
     payload.resize(h.length);
     got = in.ReadAt(payload.data(), payload.size(),
                     offset + static_cast<std::int64_t>(kBranchHeaderSize), &error);
     if (got < 0) return refuse(rowsFile + " " + error);
     payload.resize(static_cast<std::size_t>(got));
     if (!CheckBranchPayload(h, payload, n, names, texts, &error)) return refuse(error);
-    if (!model->LoadBranch(payload))
+    if (!model->LoadBranch(payload, branchTexts))
       return refuse(texts.Get(txt::T9610, {rowsFile, std::to_string(n)}));
     offset += static_cast<std::int64_t>(kBranchHeaderSize) + h.length;
   }
