@@ -159,8 +159,7 @@ const std::string* Find(const IniKeys& keys, std::string_view key) {
 
 // A whole number: optional sign and digits only, within [lo, hi].
 bool StrictInt(std::string_view s, std::int64_t lo, std::int64_t hi, std::int64_t* out) {
-  s = std::string_view(Trimmed(s)).empty() ? std::string_view() : s;
-  std::string t = Trimmed(s);
+  const std::string t = Trimmed(s);
   if (t.empty()) return false;
   std::size_t i = 0;
   bool neg = false;
