@@ -205,6 +205,10 @@ std::string SearchSession::LoadResult(std::string_view name, ProgressSink& progr
     if (!out.error.empty()) logger_->LogProtokoll(out.error, true);
     return out.error;
   }
+  // Load_SearchResult: a result saved with Unicode support only ever switches
+  // it on.
+  if (out.info.Unicode && !start_.settings.GetBool("DupVerz", "UnicodeSupport"))
+    start_.settings.SetBool("DupVerz", "UnicodeSupport", true);
   // What the criteria made equal for whole groups, as the search had it.
   const std::string& c = out.info.SearchCriteria;
   auto crit = [&](int i) { return static_cast<std::size_t>(i) < c.size() && c[i] != '0'; };
