@@ -87,6 +87,59 @@ class TerminalPrompt final : public Prompt {
   std::ostream& err_;
 };
 
+void PrintResult(const SearchSession& session, bool json, bool nul, std::ostream& out,
+                 const UndoHistory* undo) {
+  if (json) {
+    PrintJson(session.Result(), session.Stats(), session.ElapsedSeconds(), out, undo);
+  } else if (nul) {
+    PrintNullSeparated(session.Result(), out);
+  } else {
+    PrintGroups(session.Result(), out);
+  }
+}
+
+// --save NAME: the user named the result, so a saved result of that name is
+// replaced without a question. A result with nothing to save is no failure.
+bool SaveNamed(SearchSession& session, const std::string& name, Prompt& prompt, std::ostream& err) {
+  NullProgressSink quiet;
+  RunState run;
+  const SaveOutcome saved = session.SaveResult(name, false, false, quiet, prompt, run);
+  if (saved.verdict == SaveVerdict::Failed) {
+    err << saved.message << '\n';
+    return false;
+  }
+  return true;
+}
+
+// What follows a search or a load, in this order: the result commands
+// (marks, removals, undo), the save under a name, then the export in place
+// of printing, or the print.
+struct AfterResult {
+  std::vector<HeadlessCommand> commands;
+  std::optional<std::string> saveName;
+  ExportRequest exportReq;
+  bool json = false, nul = false;
+};
+
+int FinishResult(SearchSession& session, const AfterResult& after, Prompt& prompt, RunState& run,
+                 std::ostream& out, std::ostream& err) {
+  UndoHistory undo(&session.Texts());
+  ResultModel* result = session.EditResult();
+  if (!after.commands.empty() && result != nullptr) {
+    const int mode = static_cast<int>(session.Settings().GetInt("Optionen", "SelectionMode"));
+    if (!RunHeadlessCommands(*result, undo, after.commands, mode, err)) return kExitRejected;
+  }
+  if (after.saveName && !SaveNamed(session, *after.saveName, prompt, err)) return kExitRejected;
+  if (!after.exportReq.file.empty()) {
+    if (!session.ClosingMessage().empty()) err << session.ClosingMessage() << '\n';
+    return RunExport(after.exportReq, session, session.Result(), run, err);
+  }
+  PrintResult(session, after.json, after.nul, out, after.commands.empty() ? nullptr : &undo);
+  if (!session.ClosingMessage().empty()) err << session.ClosingMessage() << '\n';
+  out.flush();
+  return kExitDone;
+}
+
 }  // namespace
 
 std::string ProgressLine(const TextCatalog& texts, std::string_view elapsed, std::string_view files,
@@ -163,6 +216,12 @@ Options:
   --export-marked   export only the marked files
   --export-unmarked export only the files not marked
   --delimiter X     the CSV delimiter: a character or text (tab, space)
+  --save NAME       save the result after the search as NAME in the data
+                    folder's "data" (NAME.ksr4a, NAME.ini4a, NAME.txt); a
+                    saved result of that name is replaced
+  --load NAME       load the saved result NAME instead of searching, then
+                    print it as after a search (items are not allowed); a
+                    result that is missing or damaged exits with 1
   --help            show this text
 
 Items (as on Kelvor's own command line):
@@ -196,6 +255,7 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   std::vector<HeadlessCommand> commands;
   const TextCatalog germanTexts;  // the session's texts exist only later
   ExportRequest exportReq;
+  std::optional<std::string> saveName, loadName;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
     std::string exportError;
@@ -223,6 +283,12 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
         return kExitRejected;
       }
       dataDir = args[++i];
+    } else if (a == "--save" || a == "--load") {
+      if (i + 1 >= args.size() || !IsValidResultName(args[i + 1])) {
+        err << "kelvor: " << a << " needs the name of a saved result (no '/')\n";
+        return kExitRejected;
+      }
+      (a == "--save" ? saveName : loadName) = args[++i];
     } else if (a.rfind("--data-dir=", 0) == 0) {
       dataDir = a.substr(11);
     } else if (a == "--select" || a == "--remove") {
@@ -261,6 +327,27 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   so.clearChecksumCache = clearCache;
   SearchSession session(std::move(so), &prompt);
 
+  const AfterResult after{std::move(commands), saveName, exportReq, json, nul};
+  if (loadName) {
+    if (!items.empty()) {
+      err << "kelvor: --load takes no search items or folders\n";
+      return kExitRejected;
+    }
+    if (const std::string e = CheckExportRequest(exportReq, session); !e.empty()) {
+      err << e << '\n';
+      return kExitRejected;
+    }
+    NullProgressSink quiet;
+    RunState run;
+    const std::string refused = session.LoadResult(*loadName, quiet, prompt, run);
+    if (!refused.empty()) {
+      err << refused << '\n';
+      return kExitRejected;
+    }
+    // A loaded result starts without undo history: the history below is new.
+    return FinishResult(session, after, prompt, run, out, err);
+  }
+
   const Preparation& prep = session.Prepare();
   if (prep.verdict == SessionVerdict::BadCommandLine) {
     for (const auto& u : prep.unknownItems)
@@ -287,34 +374,20 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   if (!outcome.logError.empty()) err << outcome.logError << '\n';
   if (!outcome.ran) return kExitRejected;
 
-  // The result commands work on the result taken over from the session.
-  std::unique_ptr<ResultModel> owned;
-  const ResultModel* result = &session.Result();
-  UndoHistory undo(&session.Texts());
-  if (!commands.empty() && session.HasResult()) {
-    owned = session.TakeResult();
-    result = owned.get();
-    const int mode = static_cast<int>(session.Settings().GetInt("Optionen", "SelectionMode"));
-    if (!RunHeadlessCommands(*owned, undo, commands, mode, err)) return kExitRejected;
-  }
-  if (!exportReq.file.empty()) {
+  if (outcome.autoSave && outcome.autoSave->verdict == SaveVerdict::Failed)
+    err << outcome.autoSave->message << '\n';
+  if (outcome.stoppedByUser) {
+    // A stopped search prints what it found, but takes no commands and
+    // writes no saved result or export.
+    PrintResult(session, after.json, after.nul, out, nullptr);
     if (!session.ClosingMessage().empty()) err << session.ClosingMessage() << '\n';
-    if (outcome.stoppedByUser) return kExitStopped;
-    g_interruptTarget.store(&run);
-    const int code = RunExport(exportReq, session, *result, run, err);
-    g_interruptTarget.store(nullptr);
-    return code;
+    out.flush();
+    return kExitStopped;
   }
-  if (json) {
-    PrintJson(*result, session.Stats(), session.ElapsedSeconds(), out, owned ? &undo : nullptr);
-  } else if (nul) {
-    PrintNullSeparated(*result, out);
-  } else {
-    PrintGroups(*result, out);
-  }
-  if (!session.ClosingMessage().empty()) err << session.ClosingMessage() << '\n';
-  out.flush();
-  return outcome.stoppedByUser ? kExitStopped : kExitDone;
+  g_interruptTarget.store(&run);
+  const int code = FinishResult(session, after, prompt, run, out, err);
+  g_interruptTarget.store(nullptr);
+  return code;
 }
 
 }  // namespace kelvor

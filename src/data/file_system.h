@@ -44,7 +44,8 @@ enum class FsCall : std::uint8_t {
   CreateFile,    // creating a file for writing: a copy's temporary file, a
                  // .trashinfo, the open of SetFileToZeroLength (the new path)
   WriteFile,     // writing data into a created file: each block of a copy, of
-                 // an export (OutputFile: the path is the target's)
+                 // an export (OutputFile: the path is the target's), of a
+                 // saved result (data/file_write.h)
   SyncFile,      // flushing a written file to the disk
   SetTimes,      // setting a file's dates (the file)
   SetMode,       // setting mode or owner (the file)

@@ -17,6 +17,7 @@ namespace kelvor::result_detail {
 class Fenwick {
  public:
   void Clear() { t_.clear(); }
+  void Reserve(std::size_t n) { t_.reserve(n); }
   std::size_t Size() const { return t_.size(); }
   bool Empty() const { return t_.empty(); }
   std::int64_t Weight(std::size_t i) const { return Prefix(i + 1) - Prefix(i); }

@@ -62,6 +62,7 @@ namespace kelvor {
 class TextCatalog;
 class SettingsStore;
 struct RunState;
+struct BranchTexts;
 
 namespace result_detail {
 class RowStore;
@@ -454,6 +455,23 @@ class ResultModel {
   // Root row text cell "desc" (the search description).
   void SetDescription(std::string d);
   const std::string& Description() const;
+
+  // ----- saved results (result_branch.cpp)
+  // SaveBranch: appends the record of a group row and all its file rows to
+  // `out`: caption, expanded flag, check states, colours and every cell. The
+  // record carries `stamp` (see result_branch.h), which ties it to its .ini4a.
+  // `texts` carries the texts written by the records before (a folder is
+  // written once per file, not once per group).
+  void SaveBranch(std::string& out, RowRef group, std::uint32_t stamp, BranchTexts& texts) const;
+  // LoadBranch: the group of one record's payload (checked by
+  // CheckBranchPayload of result_branch.h), appended under the root; the
+  // records before it were loaded with the same `texts`. Counters are not
+  // touched (a saved result brings its own). False, and nothing added, for a
+  // payload whose content does not hold together.
+  bool LoadBranch(std::string_view payload, BranchTexts& texts);
+  // Room for `n` groups, so that loading a result of known size grows no
+  // array twice.
+  void ReserveGroups(int n);
 
  private:
   result_detail::GroupRow* G(RowRef r);

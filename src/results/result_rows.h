@@ -48,6 +48,7 @@ class StringPool {
   std::string_view Get(std::uint32_t id) const {
     return id < pool_.size() ? std::string_view(pool_[id]) : std::string_view();
   }
+  std::size_t Size() const { return pool_.size(); }
 
  private:
   std::deque<std::string> pool_{std::string()};
@@ -171,6 +172,15 @@ class RowStore {
   int AddGroup();
   // A new file row at the end of a live group.
   RowRef AddFile(int group);
+  // Counts `n` file rows that were put into the group's slot directly (a
+  // loaded branch).
+  void AddFileRows(int group, std::int64_t n) { rows_.Add(static_cast<std::size_t>(group), n); }
+  // Room for `n` group slots.
+  void ReserveGroups(std::size_t n) {
+    groups_.reserve(n);
+    rows_.Reserve(n);
+    alive_.Reserve(n);
+  }
   // Marks a file row or a whole group dead, in O(log n).
   void RemoveFile(RowRef file);
   void RemoveGroup(int group);

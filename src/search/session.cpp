@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "compare/checksum_cache.h"
+#include "data/file_system.h"
 #include "frame/log.h"
 #include "search/command_line.h"
 #include "search/options.h"
@@ -83,6 +84,10 @@ RunOutcome SearchSession::Run(ProgressSink& progress, Prompt& prompt, RunState& 
   runPending_ = false;
   hasResult_ = false;
   engine_.reset();
+  loaded_.reset();
+  loadedInfo_.reset();
+  // A new search has never been saved.
+  fileState_.ResultFileName.clear();
   SearchOptions options = Init_Variablen(start_.settings, start_.texts);
   if (start_.fpcalc) options.FingerprintTool = start_.fpcalc->string();
   if (options_.noChecksumCache) options.Content.checksumCache = false;
@@ -106,6 +111,9 @@ RunOutcome SearchSession::Run(ProgressSink& progress, Prompt& prompt, RunState& 
   std::string logError;
   if (!logger_->SaveTmpLog(&logError)) outcome.logError = std::move(logError);
   outcome.stoppedByUser = run.StopReason.load() == kStopUser;
+  // The automatic save, after the log is complete so that its copy is too.
+  if (hasResult_ && !outcome.stoppedByUser && start_.settings.GetBool("DupVerz", "SaveReport"))
+    outcome.autoSave = SaveResult({}, false, true, progress, prompt, run);
   return outcome;
 }
 
@@ -114,13 +122,115 @@ bool SearchSession::HasResult() const {
 }
 
 const ResultModel& SearchSession::Result() const {
-  return HasResult() ? engine_->Result() : emptyResult_;
+  if (!HasResult()) return emptyResult_;
+  return loaded_ ? *loaded_ : engine_->Result();
+}
+
+ResultModel* SearchSession::EditResult() {
+  if (!HasResult()) return nullptr;
+  return loaded_ ? loaded_.get() : &engine_->Result();
 }
 
 std::unique_ptr<ResultModel> SearchSession::TakeResult() {
   if (!hasResult_) return nullptr;
   hasResult_ = false;
+  if (loaded_) return std::move(loaded_);
   return engine_->TakeResult();
+}
+
+ResultFileEnv SearchSession::FileEnv(ProgressSink& progress, Prompt& prompt, RunState& run) const {
+  return ResultFileEnv{start_.paths.dataSubFolder,
+                       start_.paths.tempFolder,
+                       start_.paths.lastSearchLog,
+                       start_.texts,
+                       prompt,
+                       progress,
+                       run};
+}
+
+SavedResultInfo SearchSession::InfoForSave(const ResultModel& result) const {
+  const SettingsStore& s = start_.settings;
+  SavedResultInfo info;
+  if (loaded_ && loadedInfo_) {
+    // A loaded result keeps the folders and criteria of its own search.
+    info = *loadedInfo_;
+  } else {
+    for (const std::string& folder : result.Options().SourceFolders) {
+      SavedSource src;
+      src.path = folder;
+      for (const SourceFolderRow& row : rows_)
+        if (NormalizeSourcePath(row.path) == folder) src.protectedFlag = row.protect ? 1 : 0;
+      FileIdentity id;
+      if (xFolderIdentity(folder.empty() ? std::string("/") : folder, &id))
+        src.serial = static_cast<std::int32_t>(static_cast<std::uint32_t>(id.device));
+      info.Context.push_back(std::move(src));
+    }
+    for (int i = 0; i < kCriterionCount; ++i)
+      info.SearchCriteria += s.GetBool("DupVerz", "Suchkriterien" + std::to_string(i)) ? '1' : '0';
+    info.Unicode = s.GetBool("DupVerz", "UnicodeSupport");
+  }
+  info.GroupID = result.Options().GroupTitleMode;
+  info.Tag = result.Description();
+  info.SearchCriteriaDesc = GetSearchDescription(s, start_.texts);
+  return info;
+}
+
+SaveOutcome SearchSession::SaveResult(std::string_view name, bool askName, bool autoSave,
+                                      ProgressSink& progress, Prompt& prompt, RunState& run) {
+  if (!HasResult()) return SaveOutcome{};
+  if (!name.empty()) fileState_.ResultFileName = std::string(name) + std::string(kResultRowsExt);
+  const ResultModel& result = Result();
+  SaveOutcome out = Report_Save(result, InfoForSave(result), askName, autoSave, fileState_,
+                                FileEnv(progress, prompt, run));
+  if (out.verdict == SaveVerdict::Saved)
+    logger_->LogProtokoll(start_.texts.Get(txt::T9614, {out.name}));
+  else if (out.verdict == SaveVerdict::Failed)
+    logger_->LogProtokoll(out.message, true);
+  return out;
+}
+
+std::string SearchSession::LoadResult(std::string_view name, ProgressSink& progress, Prompt& prompt,
+                                      RunState& run) {
+  const ResultFileEnv env = FileEnv(progress, prompt, run);
+  if (std::string bad = Searchresult_Check(env.dataFolder, name, start_.texts); !bad.empty())
+    return bad;
+  // The window's model options as the settings give them now; the grouping
+  // and the source folders come from the saved result.
+  const SettingsStore& s = start_.settings;
+  ResultOptions ro;
+  ro.DateFormat = s.Get("DupVerz", "DateFormat3");
+  ro.IgnoreTime = s.GetBool("DupVerz", "IgnoreTime");
+  ro.IgnoreSeconds = s.GetBool("DupVerz", "IgnoreSeconds");
+  ro.Colors = LoadResultColors(s);
+  const auto sizeFormat = static_cast<std::int32_t>(s.GetInt("Optionen", "FormatSize"));
+  ResultFileState state = fileState_;
+  state.ResultFileName = std::string(name) + std::string(kResultRowsExt);
+  LoadOutcome out = Report_Laden(state, std::move(ro), sizeFormat, env);
+  if (!out.model) {
+    if (!out.error.empty()) logger_->LogProtokoll(out.error, true);
+    return out.error;
+  }
+  // Load_SearchResult: a result saved with Unicode support only ever switches
+  // it on.
+  if (out.info.Unicode && !start_.settings.GetBool("DupVerz", "UnicodeSupport"))
+    start_.settings.SetBool("DupVerz", "UnicodeSupport", true);
+  // What the criteria made equal for whole groups, as the search had it.
+  const std::string& c = out.info.SearchCriteria;
+  auto crit = [&](int i) { return static_cast<std::size_t>(i) < c.size() && c[i] != '0'; };
+  ResultOptions o = out.model->Options();
+  o.GroupSize = crit(kCritSize) || crit(kCritContent);
+  o.GroupDateA = crit(kCritDateA);
+  o.GroupDateB = crit(kCritDateB);
+  o.GroupAttributes = crit(kCritAttributes);
+  o.CriterionHardlink = crit(kCritHardlink);
+  out.model->SetOptions(std::move(o));
+  fileState_ = state;
+  engine_.reset();
+  loaded_ = std::move(out.model);
+  loadedInfo_ = std::move(out.info);
+  hasResult_ = true;
+  runPending_ = false;
+  return {};
 }
 
 const SearchStatistics& SearchSession::Stats() const {

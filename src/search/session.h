@@ -27,6 +27,7 @@
 #include "frame/run_state.h"
 #include "frame/sinks.h"
 #include "frame/startup.h"
+#include "results/result_file.h"
 #include "results/result_model.h"
 #include "search/engine.h"
 #include "search/source_folders.h"
@@ -66,6 +67,9 @@ struct RunOutcome {
   bool ran = false;            // false: no search ran (no usable source folder)
   bool stoppedByUser = false;  // the run ended on a stop of the user
   std::string logError;        // the run's log could not be kept (SaveTmpLog)
+  // The automatic save at the end of the search (setting "SaveReport" of
+  // section "DupVerz"); nullopt when none was due.
+  std::optional<SaveOutcome> autoSave;
 };
 
 class SearchSession {
@@ -99,11 +103,31 @@ class SearchSession {
   bool HasResult() const;
   const ResultModel& Result() const;
   std::unique_ptr<ResultModel> TakeResult();
+  // The result for the commands that change it (marks, removals); null
+  // without one.
+  ResultModel* EditResult();
   const SearchStatistics& Stats() const;
   double ElapsedSeconds() const;
   // "Duplikate: ..." or "Es wurden ... keine Duplikate gefunden."; the
   // message of a search that could not start.
   const std::string& ClosingMessage() const;
+
+  // ----- saved results (caller's thread, or the worker as Run)
+  // The window's ResultFileName and ResultListChanged.
+  ResultFileState& FileState() { return fileState_; }
+  // Report_Save of the current result. A non-empty `name` becomes the
+  // ResultFileName first (a later save writes there again without asking).
+  SaveOutcome SaveResult(std::string_view name, bool askName, bool autoSave, ProgressSink& progress,
+                         Prompt& prompt, RunState& run);
+  // Searchresult_Load and Report_Laden: the saved result `name` replaces the
+  // session's result. "" when loaded, else text 3938 with the reason (the
+  // result is then empty). After a load the front end resets the undo
+  // history of the result it showed (UNDO_reset): the loaded result starts
+  // with none.
+  std::string LoadResult(std::string_view name, ProgressSink& progress, Prompt& prompt,
+                         RunState& run);
+  // What a save writes into the .ini4a for `result`.
+  SavedResultInfo InfoForSave(const ResultModel& result) const;
 
   // The session's frame, for the front end (caller's thread, not while Run
   // runs elsewhere).
@@ -124,6 +148,11 @@ class SearchSession {
   SearchStatistics emptyStats_;
   std::string noMessage_;
   const Preparation& StartCheck(Preparation& p);
+
+  ResultFileEnv FileEnv(ProgressSink& progress, Prompt& prompt, RunState& run) const;
+  ResultFileState fileState_;
+  std::unique_ptr<ResultModel> loaded_;  // a loaded saved result
+  std::optional<SavedResultInfo> loadedInfo_;
 
   bool runPending_ = false;  // a Ready preparation that has not run yet
   bool hasResult_ = false;
