@@ -9,12 +9,15 @@
 #include <chrono>
 #include <cstdio>
 #include <iostream>
+#include <memory>
 #include <optional>
 
 #include "frame/run_state.h"
 #include "frame/sinks.h"
 #include "frame/startup.h"
 #include "frame/texts.h"
+#include "headless/action.h"
+#include "results/result_model.h"
 #include "search/session.h"
 
 namespace kelvor {
@@ -140,7 +143,21 @@ Items (as on Kelvor's own command line):
   FOLDER            a source folder; "FOLDER" in quotes also works; a folder
                     that does not exist is skipped
 
-Exit codes: 0 done, 1 bad command line or rejected setup, 3 stopped.
+File manager (on the files marked in the result):
+  --action WHAT     delete, trash, move:DIR, copy:DIR, rename[:MASK] (%1 name,
+                    %2 extension with its dot), hardlink or symlink (the
+                    marked files are replaced by links to the group's first
+                    unmarked file); the action log's path is printed at the end
+  --dry-run         the whole action with every check and log line, no file
+                    touched
+  --set Aktionen.KEY=VALUE
+                    a setting of the file manager (section Aktionen), e.g.
+                    Aktionen.Ordnerstruktur=0, Aktionen.CheckUnchanged=1
+
+Exit codes: 0 done (with --action: every marked file was treated), 1 bad
+command line or rejected setup (with --action: nothing marked or no target
+folder), 2 with --action: some marked files were skipped or failed,
+3 stopped.
 )";
 }
 
@@ -149,6 +166,8 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   std::optional<std::filesystem::path> dataDir;
   bool headless = false, json = false, nul = false, noCache = false, clearCache = false;
   std::vector<std::string> items;
+  std::optional<ActionRequest> action;
+  ActionRequest actionExtra;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
     if (a == "--help" || a == "-?") {
@@ -172,6 +191,30 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
       dataDir = args[++i];
     } else if (a.rfind("--data-dir=", 0) == 0) {
       dataDir = a.substr(11);
+    } else if (a == "--action" || a.rfind("--action=", 0) == 0 || a == "--set" ||
+               a.rfind("--set=", 0) == 0) {
+      const bool isSet = a.rfind("--set", 0) == 0;
+      const std::size_t eq = a.find('=');
+      std::string v;
+      if (eq != std::string::npos) {
+        v = a.substr(eq + 1);
+      } else if (i + 1 < args.size()) {
+        v = args[++i];
+      }
+      std::string e;
+      std::pair<std::string, std::string> kv;
+      ActionRequest req;
+      if (isSet ? !ParseSetting(v, &kv, &e) : !ParseActionRequest(v, &req, &e)) {
+        err << "kelvor: " << e << '\n';
+        return kExitRejected;
+      }
+      if (isSet) {
+        actionExtra.extra.push_back(kv);
+      } else {
+        action = req;
+      }
+    } else if (a == "--dry-run") {
+      actionExtra.dryRun = true;
     } else if (a.rfind("--", 0) == 0) {
       err << "kelvor: unknown option '" << a << "' (see kelvor --help)\n";
       return kExitRejected;
@@ -217,6 +260,28 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   if (!outcome.logError.empty()) err << outcome.logError << '\n';
   if (!outcome.ran) return kExitRejected;
 
+  if (action) {
+    // The file manager on the marks of the result; the output shows the
+    // result as the action left it.
+    action->extra = actionExtra.extra;
+    action->dryRun = actionExtra.dryRun;
+    if (outcome.stoppedByUser) return kExitStopped;
+    std::unique_ptr<ResultModel> model = session.TakeResult();
+    g_interruptTarget.store(&run);
+    const int code = RunHeadlessAction(*action, *model, session.Settings(), session.Rows(),
+                                       session.Paths(), session.Texts(), progress, run, out, err);
+    g_interruptTarget.store(nullptr);
+    progress.Finish();
+    if (json) {
+      PrintJson(*model, session.Stats(), session.ElapsedSeconds(), out);
+    } else if (nul) {
+      PrintNullSeparated(*model, out);
+    } else {
+      PrintGroups(*model, out);
+    }
+    out.flush();
+    return code;
+  }
   if (json) {
     PrintJson(session.Result(), session.Stats(), session.ElapsedSeconds(), out);
   } else if (nul) {

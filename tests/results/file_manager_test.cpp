@@ -1,0 +1,528 @@
+// The file manager on real trees: every action leaves exactly the unmarked
+// file of each group as it was, changed files and kept copies are never
+// touched, failures keep their rows marked, and a dry run changes nothing.
+
+#include "results/file_manager.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "data/file_system.h"
+#include "frame/fake_prompt.h"
+#include "frame/formats.h"
+#include "frame/run_state.h"
+#include "frame/texts.h"
+#include "results/result_model.h"
+#include "support/temp_tree.h"
+
+namespace kelvor {
+namespace {
+
+namespace fs = std::filesystem;
+using test::TempDir;
+
+// Every entry below `root` with what a user would notice of it: the bytes
+// and change time of a file, the target of a link, a folder as such.
+std::map<std::string, std::string> TreeDigest(const fs::path& root) {
+  std::map<std::string, std::string> out;
+  std::error_code ec;
+  for (auto it = fs::recursive_directory_iterator(root, ec);
+       !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) {
+    const std::string rel = fs::relative(it->path(), root).string();
+    struct stat st {};
+    ::lstat(it->path().c_str(), &st);
+    if (S_ISLNK(st.st_mode)) {
+      out[rel] = "L:" + fs::read_symlink(it->path()).string();
+    } else if (S_ISDIR(st.st_mode)) {
+      out[rel] = "D";
+    } else {
+      out[rel] = "F:" + test::ReadBytes(it->path()) + ":" + std::to_string(st.st_mtim.tv_sec) +
+                 "." + std::to_string(st.st_mtim.tv_nsec) + ":" + std::to_string(st.st_ino);
+    }
+  }
+  return out;
+}
+
+// A result of `groups` groups of `perGroup` equal files each, spread over
+// folders a/, b/ and c/ of the source, as a search would have left it.
+struct Fixture {
+  TempDir dir;
+  fs::path src;
+  ResultModel model;
+  std::vector<std::vector<std::string>> files;  // by group, in row order
+  std::vector<std::string> lines;               // the action log as written
+  FileManagerOptions o;
+  FileManagerContext ctx;
+  test::FakePrompt prompt;
+
+  Fixture(int groups, int perGroup) : src(dir / "src") {
+    ResultOptions ro;
+    ro.SourceFolders = {src.string()};
+    model.SetOptions(ro);
+    model.Report_Create_Root_Node();
+    for (int g = 0; g < groups; ++g) {
+      const std::string content = "content of group " + std::to_string(g) + "\n";
+      const int gn = model.AddGroupRow("group " + std::to_string(g),
+                                       static_cast<std::int64_t>(content.size()));
+      files.emplace_back();
+      for (int f = 0; f < perGroup; ++f) {
+        const std::string folder = std::string(1, static_cast<char>('a' + f % 3));
+        const std::string name = "g" + std::to_string(g) + "_" + std::to_string(f) + ".txt";
+        const fs::path p = dir.Write("src/" + folder + "/" + name, content);
+        AddRow(gn, p, 1);
+        files.back().push_back(p.string());
+      }
+    }
+    o.LogNoActions = false;
+    o.SecureHint = false;
+    o.CreateSubfolder = false;
+    ctx.prompt = &prompt;
+    ctx.logLine = [this](std::string_view l, bool) { lines.emplace_back(l); };
+    ctx.actionLog = dir / "log" / "actions.txt";
+    ctx.sourceProtected = {false};
+  }
+
+  RowRef AddRow(int group, const fs::path& p, int qnr) {
+    struct stat st {};
+    ::stat(p.c_str(), &st);
+    const RowRef r = model.AddFileRowRaw(group, p.filename().string(), p.parent_path().string(),
+                                         st.st_size, qnr);
+    model.SetCell(r, CellKey::dateVal, DateFromTimespec(st.st_mtim.tv_sec, st.st_mtim.tv_nsec));
+    return r;
+  }
+
+  // Marks every file of every group but the first.
+  void MarkAllButFirst() {
+    model.ForEachGroup([&](RowRef g) {
+      int i = 0;
+      model.ForEachFile(g, [&](RowRef f) {
+        if (i++ > 0) model.File_Select(f, true);
+        return true;
+      });
+      model.Report_Set_Group_Checkbox_Image(g);
+      return true;
+    });
+  }
+  void MarkWholeGroup(int n) {
+    const RowRef g = model.Child(model.RowByIndex(0), n);
+    model.ForEachFile(g, [&](RowRef f) {
+      if (!model.IsMarked(f)) model.File_Select(f, true);
+      return true;
+    });
+    model.Report_Set_Group_Checkbox_Image(g);
+  }
+
+  FileManagerReport Run() { return Process_Selected_Files(model, o, ctx); }
+
+  bool Logged(std::string_view part) const {
+    for (const auto& l : lines)
+      if (l.find(part) != std::string::npos) return true;
+    return false;
+  }
+  int CountLogged(std::string_view part) const {
+    int n = 0;
+    for (const auto& l : lines)
+      if (l.find(part) != std::string::npos) ++n;
+    return n;
+  }
+  // The digest of the first (kept) file of each group.
+  std::map<std::string, std::string> KeptDigest() const {
+    std::map<std::string, std::string> d = TreeDigest(src), out;
+    for (const auto& g : files) {
+      const std::string rel = fs::relative(g.front(), src).string();
+      out[rel] = d[rel];
+    }
+    return out;
+  }
+};
+
+bool Exists(const std::string& p) {
+  struct stat st {};
+  return ::lstat(p.c_str(), &st) == 0;
+}
+
+// ----- the actions --------------------------------------------------------------------------
+
+TEST(FileManager, DeleteLeavesExactlyTheUnmarkedFileOfEachGroup) {
+  Fixture f(20, 3);
+  f.MarkAllButFirst();
+  const auto kept = f.KeptDigest();
+  const FileManagerReport rep = f.Run();
+  EXPECT_EQ(rep.marked, 40);
+  EXPECT_EQ(rep.done, 40);
+  EXPECT_TRUE(rep.AllTreated());
+  for (const auto& g : f.files) {
+    EXPECT_TRUE(Exists(g[0]));
+    EXPECT_FALSE(Exists(g[1]));
+    EXPECT_FALSE(Exists(g[2]));
+  }
+  EXPECT_EQ(f.KeptDigest(), kept);
+  // Done rows left; the groups with one file stay (GruppenEntfernen off).
+  EXPECT_EQ(f.model.DupCount(), 20);
+  EXPECT_EQ(f.model.DupCountSelected(), 0);
+  EXPECT_EQ(f.model.GroupCount(), 20);
+  EXPECT_EQ(f.CountLogged("GELÖSCHT: "), 40);
+  EXPECT_TRUE(f.Logged("Dateien gelöscht: 40 von 40"));
+  EXPECT_TRUE(f.Logged("Aktion 'Dateien löschen' beendet."));
+  // The action log on disk has the same lines.
+  const std::string onDisk = test::ReadUtf16File(f.ctx.actionLog);
+  EXPECT_NE(onDisk.find("Aktion 'Dateien löschen' gestartet."), std::string::npos);
+  EXPECT_NE(onDisk.find("Dateien gelöscht: 40 von 40"), std::string::npos);
+}
+
+TEST(FileManager, GroupsWithOneFileLeaveWhenAsked) {
+  Fixture f(3, 2);
+  f.MarkAllButFirst();
+  f.o.GruppenEntfernen = true;
+  const FileManagerReport rep = f.Run();
+  EXPECT_EQ(rep.groupsRemoved, 3);
+  EXPECT_EQ(f.model.GroupCount(), 0);
+  EXPECT_TRUE(f.Logged("Gruppen aus dem Suchergebnis entfernt: 3"));
+}
+
+TEST(FileManager, MoveAndCopyWithAndWithoutStructure) {
+  for (const bool move : {false, true}) {
+    for (const bool structure : {false, true}) {
+      SCOPED_TRACE(std::string(move ? "move" : "copy") + (structure ? " with" : " without"));
+      Fixture f(5, 3);
+      f.MarkAllButFirst();
+      const fs::path target = f.dir.Mkdir("target");
+      f.o.Aktion = move ? FileAction::Move : FileAction::Copy;
+      f.o.Ordner = target.string();
+      f.o.Ordnerstruktur = structure;
+      const auto kept = f.KeptDigest();
+      const FileManagerReport rep = f.Run();
+      EXPECT_EQ(rep.done, 10);
+      EXPECT_EQ(f.KeptDigest(), kept);
+      for (const auto& g : f.files) {
+        for (std::size_t i = 1; i < g.size(); ++i) {
+          EXPECT_EQ(Exists(g[i]), !move) << g[i];
+          const fs::path rel =
+              structure ? fs::path(g[i]).relative_path() : fs::path(g[i]).filename();
+          EXPECT_TRUE(Exists((target / rel).string())) << (target / rel);
+        }
+      }
+      EXPECT_EQ(f.CountLogged(move ? "VERSCHOBEN: " : "KOPIERT: "), 10);
+    }
+  }
+}
+
+TEST(FileManager, RenameWithTheDefaultMask) {
+  Fixture f(4, 2);
+  f.MarkAllButFirst();
+  f.o.Aktion = FileAction::Rename;
+  const FileManagerReport rep = f.Run();
+  EXPECT_EQ(rep.done, 4);
+  for (const auto& g : f.files) {
+    EXPECT_TRUE(Exists(g[0]));
+    EXPECT_FALSE(Exists(g[1]));
+    const fs::path p(g[1]);
+    EXPECT_TRUE(Exists((p.parent_path() / ("DUPLIKAT " + p.filename().string())).string()));
+  }
+  EXPECT_TRUE(f.Logged("UMBENANNT: "));
+  EXPECT_EQ(RenameByMask("a.txt", "DUPLIKAT %1%2", 45000), "DUPLIKAT a.txt");
+  EXPECT_EQ(RenameByMask("noext", "%1-copy%2", 45000), "noext-copy");
+  EXPECT_EQ(RenameByMask("50%YY.txt", "%1_%YYYY%2", 45000), "50%YY_2023.txt");
+}
+
+TEST(FileManager, RenameNeverReplacesAFileOfTheNewName) {
+  Fixture f(1, 2);
+  f.MarkAllButFirst();
+  f.o.Aktion = FileAction::Rename;
+  const fs::path p(f.files[0][1]);
+  const fs::path clash = f.dir.Write(
+      fs::relative(p.parent_path() / ("DUPLIKAT " + p.filename().string()), f.dir.path()).string(),
+      "someone else's file");
+  const FileManagerReport rep = f.Run();
+  EXPECT_EQ(rep.errors, 1);
+  EXPECT_EQ(test::ReadBytes(clash), "someone else's file");
+  EXPECT_TRUE(Exists(p.string()));
+  EXPECT_EQ(f.model.DupCountSelected(), 1);
+}
+
+TEST(FileManager, HardLinksTakeThePlaceOfTheMarkedFiles) {
+  Fixture f(6, 3);
+  f.MarkAllButFirst();
+  f.o.Link = LinkOption::Hardlink;
+  const FileManagerReport rep = f.Run();
+  EXPECT_EQ(rep.hardlinks, 12);
+  EXPECT_EQ(rep.errors, 0);
+  for (const auto& g : f.files) {
+    struct stat s0 {
+    }, s1{}, s2{};
+    ASSERT_EQ(::stat(g[0].c_str(), &s0), 0);
+    ASSERT_EQ(::stat(g[1].c_str(), &s1), 0);
+    ASSERT_EQ(::stat(g[2].c_str(), &s2), 0);
+    EXPECT_EQ(s0.st_ino, s1.st_ino);
+    EXPECT_EQ(s0.st_ino, s2.st_ino);
+    EXPECT_EQ(s0.st_nlink, 3u);
+  }
+  EXPECT_EQ(f.CountLogged("HARDLINK: "), 12);
+  EXPECT_EQ(f.CountLogged("Hardlink-Quelldatei für Gruppe"), 6);
+  EXPECT_TRUE(f.Logged("Hardlinks erstellt: 12"));
+  // The kept rows show their new links.
+  f.model.ForEachGroup([&](RowRef g) {
+    const RowRef first = f.model.Child(g, 0);
+    EXPECT_EQ(CellAsInt(f.model.Cell(first, CellKey::hardlinks)), 3);
+    return true;
+  });
+}
+
+TEST(FileManager, SymbolicLinksPointToTheKeptFile) {
+  Fixture f(3, 2);
+  f.MarkAllButFirst();
+  f.o.Link = LinkOption::Shortcut;
+  const FileManagerReport rep = f.Run();
+  EXPECT_EQ(rep.errors, 0);
+  EXPECT_EQ(rep.done, 3);
+  for (const auto& g : f.files) {
+    ASSERT_TRUE(fs::is_symlink(g[1]));
+    EXPECT_EQ(fs::canonical(g[1]), fs::canonical(g[0]));
+  }
+  EXPECT_EQ(f.CountLogged("VERKNÜPFUNG: "), 3);
+}
+
+TEST(FileManager, The1024thLinkIsTheLast) {
+  Fixture f(1, 1026);
+  f.MarkAllButFirst();
+  f.o.Link = LinkOption::Hardlink;
+  f.o.LogNoActions = true;
+  const FileManagerReport rep = f.Run();
+  EXPECT_EQ(rep.hardlinks, 1023);
+  EXPECT_EQ(rep.skipped, 2);
+  EXPECT_EQ(f.CountLogged("Die maximale Anzahl von 1024 Hardlinks"), 2);
+  struct stat s0 {};
+  ASSERT_EQ(::stat(f.files[0][0].c_str(), &s0), 0);
+  EXPECT_EQ(s0.st_nlink, 1024u);
+}
+
+// ----- what is never touched ----------------------------------------------------------------
+
+TEST(FileManager, AFileChangedAfterTheSearchIsLeftAlone) {
+  for (const FileAction a : {FileAction::Delete, FileAction::Trash, FileAction::Move}) {
+    SCOPED_TRACE(static_cast<int>(a));
+    Fixture f(2, 2);
+    f.MarkAllButFirst();
+    f.o.Aktion = a;
+    f.o.Ordner = f.dir.Mkdir("target").string();
+    ::setenv("XDG_DATA_HOME", (f.dir / "home-data").c_str(), 1);
+    f.dir.Write(fs::relative(f.files[1][1], f.dir.path()).string(), "grown since the search\n");
+    const FileManagerReport rep = f.Run();
+    EXPECT_EQ(rep.skipped, 1);
+    EXPECT_EQ(rep.done, 1);
+    EXPECT_EQ(test::ReadBytes(f.files[1][1]), "grown since the search\n");
+    EXPECT_TRUE(f.Logged("wurde nach der Suche verändert"));
+    EXPECT_FALSE(rep.AllTreated());
+    EXPECT_EQ(f.model.DupCountSelected(), 1);
+  }
+}
+
+TEST(FileManager, ALinkIsNotMadeToAKeptFileThatChanged) {
+  Fixture f(2, 3);
+  f.MarkAllButFirst();
+  f.o.Link = LinkOption::Hardlink;
+  test::SetMtime(f.files[0][0], 1000000000);
+  const auto before = TreeDigest(f.src);
+  const FileManagerReport rep = f.Run();
+  EXPECT_EQ(rep.skipped, 2);
+  EXPECT_EQ(rep.hardlinks, 2);  // the other group
+  for (std::size_t i = 1; i < 3; ++i) {
+    const std::string rel = fs::relative(f.files[0][i], f.src).string();
+    EXPECT_EQ(TreeDigest(f.src)[rel], before.at(rel));
+  }
+}
+
+TEST(FileManager, AGroupWithAllFilesMarkedIsLeftWhole) {
+  Fixture f(3, 3);
+  f.MarkAllButFirst();
+  f.MarkWholeGroup(1);
+  const FileManagerReport rep = f.Run();
+  EXPECT_EQ(rep.groupsAllMarked, 1);
+  EXPECT_EQ(rep.skipped, 3);
+  for (const auto& p : f.files[1]) EXPECT_TRUE(Exists(p));
+  EXPECT_FALSE(Exists(f.files[0][1]));
+  EXPECT_TRUE(f.Logged("Gruppen mit allen Dateien ausgewählt: 1"));
+  EXPECT_TRUE(f.Logged("Übersprungene Dateien: 3"));
+
+  // Copying takes the group all the same.
+  Fixture c(2, 2);
+  c.MarkWholeGroup(0);
+  c.o.Aktion = FileAction::Copy;
+  c.o.Ordner = c.dir.Mkdir("target").string();
+  c.o.Ordnerstruktur = false;
+  EXPECT_EQ(c.Run().done, 2);
+}
+
+TEST(FileManager, AFolderGivenTwiceNeverLosesItsOnlyCopy) {
+  // The same files found through two source folders: /src and a link to it.
+  Fixture f(0, 0);
+  const fs::path a = f.dir.Write("src/a/one.txt", "only copy\n");
+  fs::create_directory_symlink(f.dir / "src", f.dir / "again");
+  ResultOptions ro;
+  ro.SourceFolders = {f.src.string(), (f.dir / "again").string()};
+  f.model.SetOptions(ro);
+  f.model.Report_Create_Root_Node();
+  const int g = f.model.AddGroupRow("one.txt", 10);
+  f.AddRow(g, a, 1);
+  const RowRef second = f.AddRow(g, f.dir / "again" / "a" / "one.txt", 2);
+  f.model.File_Select(second, true);
+  f.model.Report_Set_Group_Checkbox_Image(f.model.GroupRowByNumber(g));
+  f.ctx.sourceProtected = {false, false};
+  for (const FileAction act : {FileAction::Delete, FileAction::Trash, FileAction::Move}) {
+    f.o.Aktion = act;
+    f.o.Ordner = f.dir.Mkdir("target").string();
+    const FileManagerReport rep = f.Run();
+    EXPECT_EQ(rep.done, 0);
+    EXPECT_EQ(rep.skipped, 1);
+    EXPECT_EQ(test::ReadBytes(a), "only copy\n");
+  }
+  f.o.Aktion = FileAction::Delete;
+  f.o.Link = LinkOption::Hardlink;
+  EXPECT_EQ(f.Run().done, 0);
+  EXPECT_EQ(test::ReadBytes(a), "only copy\n");
+}
+
+TEST(FileManager, ProtectedSourceFoldersAreCopiedButNotDeleted) {
+  Fixture f(2, 2);
+  f.MarkAllButFirst();
+  f.ctx.sourceProtected = {true};
+  FileManagerReport rep = f.Run();
+  EXPECT_EQ(rep.protectedFiles, 2);
+  EXPECT_EQ(rep.done, 0);
+  for (const auto& g : f.files) EXPECT_TRUE(Exists(g[1]));
+  EXPECT_TRUE(f.Logged("Dateien geschützt: 2"));
+  f.o.Aktion = FileAction::Copy;
+  f.o.Ordner = f.dir.Mkdir("target").string();
+  rep = f.Run();
+  EXPECT_EQ(rep.done, 2);
+}
+
+TEST(FileManager, AFileGoneSinceTheSearchJustLeavesTheResult) {
+  Fixture f(1, 3);
+  f.MarkAllButFirst();
+  fs::remove(f.files[0][2]);
+  const FileManagerReport rep = f.Run();
+  EXPECT_EQ(rep.errors, 0);
+  EXPECT_EQ(rep.done, 1);
+  EXPECT_EQ(rep.treated, 1);
+  EXPECT_EQ(f.model.DupCount(), 1);
+}
+
+TEST(FileManager, DryRunTouchesNothingAndSaysWhatWouldHappen) {
+  for (const LinkOption link : {LinkOption::None, LinkOption::Hardlink}) {
+    Fixture f(4, 3);
+    f.MarkAllButFirst();
+    f.o.DryRun = true;
+    f.o.Link = link;
+    f.o.LogNoActions = true;  // the lines of a dry run are written all the same
+    const auto before = TreeDigest(f.dir.path());
+    const FileManagerReport rep = f.Run();
+    EXPECT_EQ(rep.done, 8);
+    EXPECT_EQ(f.model.DupCount(), 12);
+    EXPECT_EQ(f.model.DupCountSelected(), 8);
+    auto after = TreeDigest(f.dir.path());
+    after.erase("log");
+    after.erase("log/actions.txt");
+    EXPECT_EQ(after, before);
+    EXPECT_EQ(f.CountLogged("TESTLAUF, es wird nichts verändert: GELÖSCHT: "), 8);
+    if (link == LinkOption::Hardlink) {
+      EXPECT_EQ(f.CountLogged("HARDLINK: "), 8);
+    }
+  }
+}
+
+// ----- questions, stops and the log -----------------------------------------------------
+
+TEST(FileManager, NothingMarkedOrNoTargetFolderIsRefused) {
+  Fixture f(2, 2);
+  EXPECT_TRUE(f.Run().refused);
+  ASSERT_EQ(f.prompt.messages.size(), 1u);
+  EXPECT_EQ(f.prompt.messages[0], "Es sind keine Dateien ausgewählt!");
+  f.MarkAllButFirst();
+  f.o.Aktion = FileAction::Move;
+  f.o.Ordner = (f.dir / "missing").string();
+  EXPECT_TRUE(f.Run().refused);
+  EXPECT_NE(f.prompt.messages.back().find("konnte nicht gefunden werden"), std::string::npos);
+  for (const auto& g : f.files) EXPECT_TRUE(Exists(g[1]));
+}
+
+TEST(FileManager, TheSafetyQuestionAnsweredNoEndsAll) {
+  Fixture f(2, 2);
+  f.MarkAllButFirst();
+  f.o.SecureHint = true;
+  f.prompt.answers = {false};
+  EXPECT_TRUE(f.Run().refused);
+  ASSERT_EQ(f.prompt.questions.size(), 1u);
+  EXPECT_NE(f.prompt.questions[0].find("Soll die Aktion 'Dateien löschen' durchgeführt werden?"),
+            std::string::npos);
+  for (const auto& g : f.files) EXPECT_TRUE(Exists(g[1]));
+}
+
+TEST(FileManager, LinksInAGroupWithAllFilesMarkedAskOnce) {
+  Fixture f(3, 2);
+  f.MarkAllButFirst();
+  f.MarkWholeGroup(2);
+  f.o.Link = LinkOption::Hardlink;
+  f.o.IgnoreGroupsAllFilesSelected = false;
+  f.prompt.answers = {true};  // stop
+  const FileManagerReport rep = f.Run();
+  EXPECT_TRUE(rep.stopped);
+  EXPECT_EQ(f.prompt.questions.size(), 1u);
+  EXPECT_EQ(rep.done, 0);  // the last group comes first; the run ended there
+  for (const auto& g : f.files)
+    for (const auto& p : g) EXPECT_TRUE(Exists(p));
+  EXPECT_TRUE(f.Logged("wurde abgebrochen"));
+}
+
+TEST(FileManager, AStopBetweenFilesLeavesTheRestAlone) {
+  Fixture f(5, 2);
+  f.MarkAllButFirst();
+  RunState run;
+  f.ctx.run = &run;
+  int seen = 0;
+  f.ctx.logLine = [&](std::string_view l, bool) {
+    f.lines.emplace_back(l);
+    if (l.find("GELÖSCHT: ") != std::string_view::npos && ++seen == 2) run.RequestStop(kStopUser);
+  };
+  const FileManagerReport rep = f.Run();
+  EXPECT_TRUE(rep.stopped);
+  EXPECT_EQ(rep.done, 2);
+  EXPECT_EQ(f.model.DupCountSelected(), 3);
+}
+
+TEST(FileManager, UndoIsResetOnlyAfterAFileWasDone) {
+  int resets = 0;
+  {
+    Fixture f(2, 2);
+    f.MarkAllButFirst();
+    f.ctx.undoReset = [&] { ++resets; };
+    f.o.DryRun = true;
+    f.Run();
+    EXPECT_EQ(resets, 0);
+    f.o.DryRun = false;
+    f.Run();
+    EXPECT_EQ(resets, 1);
+  }
+}
+
+TEST(FileManager, SubfolderMaskKeepsQuotedTextFromTheDateFormat) {
+  const double d = 45123.5 + 1.0 / 24 / 60 * 7;  // 2023-07-16 12:07:00
+  EXPECT_EQ(FormatSubfolderMask("\"kept/\"YYYY-MM-DD HH-NN-SS", d), "kept/2023-07-16 12-07-00");
+  EXPECT_EQ(FormatSubfolderMask("\"YYYY\"yy", d), "YYYY23");
+  FileManagerOptions o;
+  o.Ordner = "/t";
+  o.CreateSubfolderText = "\"sub\"YYYY";
+  EXPECT_EQ(FileManagerTargetPath(o, d), "/t/sub2023");
+  o.CreateSubfolder = false;
+  EXPECT_EQ(FileManagerTargetPath(o, d), "/t");
+}
+
+}  // namespace
+}  // namespace kelvor
