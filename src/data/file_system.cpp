@@ -310,16 +310,41 @@ void xCloseFd(int fd) {
 // Faults
 
 void FileSystemFaults::Fail(FsCall call, std::string pathEnd, int err) {
-  rules_.push_back(Rule{call, std::move(pathEnd), err});
+  Rule& r = rules_.emplace_back();
+  r.call = call;
+  r.pathEnd = std::move(pathEnd);
+  r.err = err;
+  r.nth = 0;
+  r.onward = false;
+}
+
+void FileSystemFaults::FailNth(FsCall call, int n, int err, std::string pathEnd) {
+  Fail(call, std::move(pathEnd), err);
+  rules_.back().nth = n < 1 ? 1 : n;
+}
+
+void FileSystemFaults::FailFromNth(FsCall call, int n, int err, std::string pathEnd) {
+  FailNth(call, n, err, std::move(pathEnd));
+  rules_.back().onward = true;
 }
 
 int FileSystemFaults::ErrorFor(FsCall call, std::string_view path) const {
   for (const Rule& r : rules_) {
-    if (r.call == call && path.size() >= r.pathEnd.size() &&
-        path.substr(path.size() - r.pathEnd.size()) == r.pathEnd)
-      return r.err;
+    if ((r.call != call && r.call != FsCall::Any) || path.size() < r.pathEnd.size() ||
+        path.substr(path.size() - r.pathEnd.size()) != r.pathEnd)
+      continue;
+    if (r.nth > 0) {
+      const int count = r.seen.fetch_add(1) + 1;
+      if (count < r.nth || (count > r.nth && !r.onward)) continue;
+    }
+    fired_.fetch_add(1);
+    return r.err;
   }
   return 0;
+}
+
+int FileSystemFaults::Fired() const {
+  return fired_.load();
 }
 
 const FileSystemFaults* FileSystemFaults::Current() {

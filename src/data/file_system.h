@@ -15,8 +15,10 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -36,6 +38,21 @@ enum class FsCall : std::uint8_t {
   ReadFile,      // reading from a file opened for reading
   CreateFolder,  // making a folder (xCreatePath_W)
   DeleteFile,    // deleting a file (xDeleteFile_W)
+  // The calls of the operations that change files (data/file_ops.h,
+  // data/trash.h). The path a rule sees is named with each.
+  Stat,          // a status call before an operation (the path looked at)
+  CreateFile,    // creating a file for writing: a copy's temporary file, a
+                 // .trashinfo, the open of SetFileToZeroLength (the new path)
+  WriteFile,     // writing data into a created file: each block of a copy
+  SyncFile,      // flushing a written file to the disk
+  SetTimes,      // setting a file's dates (the file)
+  SetMode,       // setting mode or owner (the file)
+  Rename,        // renaming (the new name)
+  Link,          // making a hard link (the new name)
+  Symlink,       // making a symbolic link (the new name)
+  ShareBlocks,   // FIDEDUPERANGE / FICLONE (the file that takes the blocks)
+  RemoveFolder,  // removing an empty folder
+  Any,           // in a rule: every call above
 };
 
 // Failures a test wants to see. Production code never makes one: the calls
@@ -43,16 +60,31 @@ enum class FsCall : std::uint8_t {
 // put a set of faults in place for the calling thread with a Scope. A thread
 // that works for another (a read-ahead helper) takes over the faults of the
 // thread that starts it: `Scope scope(captured)` at its start, with the
-// pointer `Current()` gave when it was made. Add rules before the Scope; the
-// rules are then only read, from any thread.
+// pointer `Current()` gave when it was made. Add rules before the Scope; from
+// then on the rules are only read (their call counters are atomic), from any
+// thread.
 class FileSystemFaults {
  public:
+  FileSystemFaults() = default;
+  FileSystemFaults(const FileSystemFaults&) = delete;
+  FileSystemFaults& operator=(const FileSystemFaults&) = delete;
+
   // From now on `call` fails with `err` on every path whose end is
   // `pathEnd` ("" = every path). The per-entry calls of the walk see the
   // entry's name, the others the path they were given.
   void Fail(FsCall call, std::string pathEnd, int err);
-  // The errno `call` on `path` fails with; 0 = none.
+  // Only the n-th call (1-based) of `call` whose path ends in `pathEnd`
+  // fails with `err`; the calls before and after it succeed. FsCall::Any
+  // counts every call of the layer that changes files or reads them.
+  void FailNth(FsCall call, int n, int err, std::string pathEnd = {});
+  // The n-th such call and every one after it fail (a disk that stays full).
+  void FailFromNth(FsCall call, int n, int err, std::string pathEnd = {});
+  // The errno `call` on `path` fails with; 0 = none. Counts the call for
+  // the rules that count.
   int ErrorFor(FsCall call, std::string_view path) const;
+  // How many calls failed through these rules so far: a test that walks n
+  // upwards stops when a run no longer reaches the n-th call.
+  int Fired() const;
 
   // The faults in place for the calling thread; null in production.
   static const FileSystemFaults* Current();
@@ -73,8 +105,12 @@ class FileSystemFaults {
     FsCall call;
     std::string pathEnd;
     int err;
+    int nth;      // 0: every call
+    bool onward;  // the nth call and all later ones
+    mutable std::atomic<int> seen{0};
   };
-  std::vector<Rule> rules_;
+  std::deque<Rule> rules_;
+  mutable std::atomic<int> fired_{0};
 };
 
 // The errno a test wants `call` on `path` to fail with; 0 in production
