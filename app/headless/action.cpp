@@ -46,15 +46,18 @@ bool ParseActionRequest(std::string_view value, ActionRequest* req, std::string*
     set("Aktion", "0");
     set("OptionShortcut", "0");
     set("OptionHardlink", "0");
+    set("OptionReflink", "0");
   } else if (value == "trash") {
     set("Aktion", "3");
     set("OptionShortcut", "0");
     set("OptionHardlink", "0");
+    set("OptionReflink", "0");
   } else if (withArg("move", &arg)) {
     set("Aktion", "2");
     set("Ordner", arg);
     set("OptionShortcut", "0");
     set("OptionHardlink", "0");
+    set("OptionReflink", "0");
   } else if (withArg("copy", &arg)) {
     set("Aktion", "1");
     set("Ordner", arg);
@@ -67,10 +70,17 @@ bool ParseActionRequest(std::string_view value, ActionRequest* req, std::string*
     set("Aktion", "0");
     set("OptionShortcut", "0");
     set("OptionHardlink", "1");
+    set("OptionReflink", "0");
   } else if (value == "symlink") {
     set("Aktion", "0");
     set("OptionShortcut", "1");
     set("OptionHardlink", "0");
+    set("OptionReflink", "0");
+  } else if (value == "reflink") {
+    set("Aktion", "0");
+    set("OptionShortcut", "0");
+    set("OptionHardlink", "0");
+    set("OptionReflink", "1");
   } else {
     if (error)
       *error =
@@ -119,6 +129,7 @@ int RunHeadlessAction(const ActionRequest& req, ResultModel& result, SettingsSto
   ctx.progress = &progress;
   ctx.run = &run;
   ctx.actionLog = paths.logFolder / "actions.txt";
+  ctx.trash = TrashOptionsFromEnvironment();
   // Protected source folders, by the source numbers of the result.
   const auto& folders = result.Options().SourceFolders;
   ctx.sourceProtected.assign(folders.size(), false);

@@ -145,9 +145,10 @@ Items (as on Kelvor's own command line):
 
 File manager (on the files marked in the result):
   --action WHAT     delete, trash, move:DIR, copy:DIR, rename[:MASK] (%1 name,
-                    %2 extension with its dot), hardlink or symlink (the
-                    marked files are replaced by links to the group's first
-                    unmarked file); the action log's path is printed at the end
+                    %2 extension with its dot), hardlink, symlink or reflink
+                    (the marked files are replaced by links to the group's
+                    first unmarked file, or share its blocks where the file
+                    system can); the action log's path is printed at the end
   --dry-run         the whole action with every check and log line, no file
                     touched
   --set Aktionen.KEY=VALUE

@@ -238,6 +238,7 @@ const KeyDefault kDefaults[] = {
     {"Aktionen", "IgnoreGroupsAllFilesSelected", "1"},
     {"Aktionen", "CheckUnchanged", "1"},
     {"Aktionen", "DryRun", "0"},
+    {"Aktionen", "OptionReflink", "0"},
 
     // Export.
     {"ExportList", "SaveFileType", "0"},

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "data/file_identity.h"
+#include "data/file_ops.h"
 #include "data/file_record.h"
 #include "data/file_system.h"
 #include "frame/error_text.h"
@@ -72,6 +73,8 @@ FileManagerOptions LoadFileManagerOptions(const SettingsStore& s) {
   // gets the hard link, which keeps no second copy of the data either.
   if (s.GetBool(kSection, "OptionHardlink")) {
     o.Link = LinkOption::Hardlink;
+  } else if (s.GetBool(kSection, "OptionReflink")) {
+    o.Link = LinkOption::Reflink;
   } else if (s.GetBool(kSection, "OptionShortcut")) {
     o.Link = LinkOption::Shortcut;
   }
@@ -171,7 +174,8 @@ std::string FormatSubfolderMask(std::string_view mask, double now) {
 
 std::string FileManagerTargetPath(const FileManagerOptions& o, double now) {
   if (!o.CreateSubfolder) return o.Ordner;
-  std::string sub = FormatSubfolderMask(ActionReplaceSystemVariables(o.CreateSubfolderText), now);
+  std::string sub = FormatSubfolderMask(
+      ReplaceSystemvariablen(o.CreateSubfolderText, EnvironmentVariables()), now);
   std::string out = xAddBackslash(o.Ordner) + sub;
   while (out.size() > 1 && out.back() == '/') out.pop_back();
   return out;
@@ -248,9 +252,26 @@ class FileManagerRun {
   };
 
   bool LinkWanted() const {
+    if (o_.Link == LinkOption::Reflink) return o_.Aktion == FileAction::Delete;
     return o_.Link != LinkOption::None &&
            (o_.Aktion == FileAction::Delete || o_.Aktion == FileAction::Move ||
             o_.Aktion == FileAction::Trash);
+  }
+  LinkKind Kind() const {
+    switch (o_.Link) {
+      case LinkOption::Hardlink:
+        return LinkKind::HardLink;
+      case LinkOption::Reflink:
+        return LinkKind::Reflink;
+      default:
+        return LinkKind::Symlink;
+    }
+  }
+  RecordedFileState Recorded(RowRef r) const {
+    RecordedFileState s;
+    s.size = model_.File_GetSize(r);
+    s.modified = model_.FileDate(r);
+    return s;
   }
   bool Dry() const { return o_.DryRun; }
 
@@ -371,15 +392,13 @@ void FileManagerRun::OpenGroup(RowRef g) {
         stop_ = true;
         treated = false;
       } else {
-        std::string reason;
-        if (o_.CheckUnchanged &&
-            !FileUnchangedSinceSearch(
-                cur_.sourcePath,
-                RowFileState{model_.File_GetSize(cur_.source), model_.FileDate(cur_.source)},
-                &reason)) {
+        UnchangedCheck c;
+        c.unchanged = true;
+        if (o_.CheckUnchanged) c = CheckFileUnchanged(cur_.sourcePath, Recorded(cur_.source), t_);
+        if (!c.unchanged) {
           // The kept file is no longer the one the group was found with: a
           // link to it could point to other data. The group is left whole.
-          Log(t_.Get(txt::T9678, {cur_.sourcePath, reason}));
+          Log(t_.Get(txt::T9649, {cur_.sourcePath, c.why}));
           rep_.skipped += sel;
           treated = false;
         } else {
@@ -400,7 +419,7 @@ bool FileManagerRun::RunAction(RowRef r, const std::string& path) {
   std::string err;
   switch (o_.Aktion) {
     case FileAction::Delete: {
-      if (!Dry() && !ActionDeleteFile(path, &err)) {
+      if (!Dry() && !xDeleteFile_W(path, &err)) {
         Failure(t_.Get(txt::T3704, {path, err}));
         return false;
       }
@@ -411,24 +430,29 @@ bool FileManagerRun::RunAction(RowRef r, const std::string& path) {
     case FileAction::Move: {
       const bool move = o_.Aktion == FileAction::Move;
       std::string target = rep_.targetPath;
-      if (!Dry() && !ActionBackup(path, rep_.targetPath, move, o_.Ordnerstruktur, &target, &err)) {
-        Failure(t_.Get(move ? txt::T3726 : txt::T3724, {path, rep_.targetPath, err}));
-        return false;
+      if (!Dry()) {
+        const BackupResult b = BackupDaten(path, rep_.targetPath, move, o_.Ordnerstruktur, t_);
+        if (!b.ok) {
+          Failure(t_.Get(move ? txt::T3726 : txt::T3724, {path, rep_.targetPath, b.errorText}));
+          return false;
+        }
+        target = b.target;
       }
       LogDone(t_.Get(move ? txt::T3727 : txt::T3725, {path, target}));
       return true;
     }
     case FileAction::Trash: {
-      bool noTrash = false;
-      std::string mount;
-      if (!Dry() && !ActionTrashFile(path, &err, &noTrash, &mount)) {
-        if (noTrash) {
-          Log(t_.Get(txt::T5461, {path, mount}), true);
+      if (!Dry()) {
+        const TrashResult tr = MoveToTrash(path, ctx_.trash, now_);
+        if (tr.outcome == TrashOutcome::NoTrashOnDrive) {
+          Log(t_.Get(txt::T5461, {path, tr.drive}), true);
           ++rep_.skipped;
           return false;
         }
-        Failure(t_.Get(txt::T3706, {path, err}));
-        return false;
+        if (!tr.ok()) {
+          Failure(t_.Get(txt::T3706, {path, tr.errorText}));
+          return false;
+        }
       }
       LogDone(t_.Get(txt::T3707, {path}));
       return true;
@@ -441,13 +465,13 @@ bool FileManagerRun::RunAction(RowRef r, const std::string& path) {
         Failure(t_.Get(txt::T9670, {path, newPath, ErrorText(EINVAL)}));
         return false;
       }
-      if (!Dry() && !ActionRename(path, newPath, &err)) {
+      if (!Dry() && !xMoveFile_W(path, newPath, &err, Overwrite::No)) {
         Failure(t_.Get(txt::T9670, {path, newPath, err}));
         return false;
       }
       LogDone(t_.Get(txt::T9671, {path, newPath}));
       if (o_.SetFileSizeToZero) {
-        if (!Dry() && !ActionZeroLength(newPath, &err)) {
+        if (!Dry() && !SetFileToZeroLength(newPath, &err)) {
           // The rename stands; only the emptying failed.
           Log(fmt::format("{}: {}", newPath, err), true);
           ++rep_.errors;
@@ -465,27 +489,59 @@ bool FileManagerRun::RunAction(RowRef r, const std::string& path) {
 // the link takes the place of the file in one step.
 void FileManagerRun::MakeLink(RowRef r, const std::string& path) {
   const bool replacing = o_.Aktion == FileAction::Delete;
-  std::string err;
-  bool ok = true;
+  ReplaceResult res;
+  res.outcome = ReplaceOutcome::Replaced;
   if (!Dry()) {
-    ok = o_.Link == LinkOption::Hardlink ? ActionReplaceByHardlink(path, cur_.sourcePath, &err)
-                                         : ActionReplaceBySymlink(path, cur_.sourcePath, &err);
-  }
-  if (!ok) {
-    if (o_.Link == LinkOption::Hardlink) {
-      Failure(t_.Get(txt::T9674, {path, cur_.sourcePath, err}));
+    if (replacing) {
+      // The link takes the file's place in one step; the file is checked
+      // once more right before (it may have changed since the walk looked).
+      ReplaceRequest req;
+      req.path = path;
+      req.source = cur_.sourcePath;
+      req.kind = Kind();
+      if (o_.CheckUnchanged) {
+        req.pathState = Recorded(r);
+        req.sourceState = Recorded(cur_.source);
+      }
+      res = ReplaceWithLink(req, t_);
     } else {
-      Log(t_.Get(txt::T9673, {path, cur_.sourcePath}), true);
-      Failure(fmt::format("{}: {}", path, err));
+      res = LinkAtFreePath(path, cur_.sourcePath, Kind(), t_);
+    }
+  }
+  if (!res.ok()) {
+    switch (res.outcome) {
+      case ReplaceOutcome::PathChanged:
+      case ReplaceOutcome::SourceChanged:
+        // Changed between the check and the link: left alone.
+        Log(res.errorText);
+        ++rep_.skipped;
+        break;
+      case ReplaceOutcome::NotSupported:
+      case ReplaceOutcome::ContentDiffers:
+      case ReplaceOutcome::AlreadyLinked:
+      case ReplaceOutcome::OtherDevice:
+        // Nothing went wrong, the link is just not possible here.
+        Log(t_.Get(txt::T9673, {path, cur_.sourcePath}) + " " + res.errorText);
+        ++rep_.skipped;
+        break;
+      default:
+        if (o_.Link == LinkOption::Hardlink) {
+          Failure(t_.Get(txt::T9674, {path, cur_.sourcePath, res.errorText}));
+        } else {
+          Failure(t_.Get(txt::T9673, {path, cur_.sourcePath}) + " " + res.errorText);
+        }
+        break;
     }
     if (replacing) return;  // the file stays as it was, its row marked
   } else {
-    if (replacing) LogDone(t_.Get(txt::T3705, {path}));
+    if (replacing && o_.Link != LinkOption::Reflink) LogDone(t_.Get(txt::T3705, {path}));
     if (o_.Link == LinkOption::Hardlink) {
       cur_.linkCount = cur_.linkCount == 0 ? 2 : cur_.linkCount + 1;
       ++rep_.hardlinks;
       if (!Dry()) model_.SetCell(r, CellKey::hardlinks, std::int64_t{cur_.linkCount});
       LogDone(t_.Get(txt::T3730, {path}));
+    } else if (o_.Link == LinkOption::Reflink) {
+      LogDone(t_.Get(txt::T9678, {path}));
     } else {
       LogDone(t_.Get(txt::T9672, {path, cur_.sourcePath}));
     }
@@ -569,10 +625,9 @@ void FileManagerRun::HandleFile(RowRef r) {
   ++rep_.treated;
   if (ctx_.releasePreview) ctx_.releasePreview(path);
   if (o_.CheckUnchanged && o_.Aktion != FileAction::Copy) {
-    std::string reason;
-    if (!FileUnchangedSinceSearch(path, RowFileState{model_.File_GetSize(r), model_.FileDate(r)},
-                                  &reason)) {
-      Log(t_.Get(txt::T9678, {path, reason}));
+    const UnchangedCheck c = CheckFileUnchanged(path, Recorded(r), t_);
+    if (!c.unchanged) {
+      Log(t_.Get(txt::T9640, {path, c.why}));
       ++rep_.skipped;
       return;
     }
@@ -636,9 +691,9 @@ void FileManagerRun::CleanEmptyFolders() {
   if (ctx_.progress) ctx_.progress->SetLabel(Label::Step, t_.Get(txt::T4062));
   int removed = 0;
   for (auto it = folders_.rbegin(); it != folders_.rend(); ++it) {
-    if (!ActionDirEmpty(*it)) continue;
+    if (!xDirEmpty_W(*it)) continue;
     std::string err;
-    if (!ActionRemoveEmptyFolder(*it, &err)) {
+    if (!RemoveDirectoryForce_W(*it, &err)) {
       Log(t_.Get(txt::T9676, {*it, err}), true);
       ++rep_.errors;
     } else {

@@ -27,6 +27,7 @@
 #include <string_view>
 #include <vector>
 
+#include "data/trash.h"
 #include "results/result_model.h"
 
 namespace kelvor {
@@ -51,6 +52,8 @@ enum class LinkOption : std::int32_t {
   None = 0,
   Shortcut = 1,  // a symbolic link to the group's kept file
   Hardlink = 2,  // a hard link to it
+  Reflink = 3,   // the file keeps its name, its blocks shared with the kept
+                 // file's where the file system can (delete only)
 };
 
 // The settings of section "Aktionen", read once when the action starts.
@@ -102,6 +105,8 @@ struct FileManagerContext {
   // UNDO_reset: the undo history does not survive a file action. Called once
   // at the end when a file was done; may be empty.
   std::function<void()> undoReset;
+  // Where the trash lives (TrashOptionsFromEnvironment for the user's own).
+  TrashOptions trash;
   // The date of the subfolder and rename masks; 0: now.
   double now = 0;
   // Refresh interval of the labels.

@@ -312,7 +312,7 @@ TEST(FileManager, AFileChangedAfterTheSearchIsLeftAlone) {
     f.MarkAllButFirst();
     f.o.Aktion = a;
     f.o.Ordner = f.dir.Mkdir("target").string();
-    ::setenv("XDG_DATA_HOME", (f.dir / "home-data").c_str(), 1);
+    f.ctx.trash = TrashOptions{(f.dir / "home-data").string(), ::getuid()};
     f.dir.Write(fs::relative(f.files[1][1], f.dir.path()).string(), "grown since the search\n");
     const FileManagerReport rep = f.Run();
     EXPECT_EQ(rep.skipped, 1);
