@@ -291,6 +291,8 @@ class FileManagerRun {
   void CloseGroup(RowRef g);
   void HandleFile(RowRef r);
   bool RunAction(RowRef r, const std::string& path);
+  // The action's failure line for a file.
+  std::string FailureLine(RowRef r, const std::string& path, const std::string& err) const;
   void MakeLink(RowRef r, const std::string& path);
   void CleanEmptyFolders();
   void Summary();
@@ -361,14 +363,23 @@ void FileManagerRun::OpenGroup(RowRef g) {
   }
   if (treated && (state == kCheckNone || sel <= 0)) treated = false;
   if (treated && o_.Aktion != FileAction::Copy && o_.Aktion != FileAction::Rename) {
+    bool unreadable = false;
     model_.ForEachFile(g, [&](RowRef f) {
       if (model_.IsMarked(f) || !CellAsText(model_.Cell(f, CellKey::archiv)).empty()) return true;
       DiskFileState ks;
       std::string err;
       const std::string p = model_.File_GetPathFromNode(f);
-      if (ReadDiskFileState(p, &ks, &err) && ks.exists) cur_.kept.emplace_back(ks, p);
+      if (!ReadDiskFileState(p, &ks, &err)) {
+        // Without the kept file's identity no marked file can be shown to
+        // be another file: the group is left whole.
+        Failure(fmt::format("{}: {}", p, err));
+        unreadable = true;
+        return false;
+      }
+      if (ks.exists) cur_.kept.emplace_back(ks, p);
       return true;
     });
+    if (unreadable) treated = false;
   }
   if (treated && LinkWanted()) {
     const std::string title = model_.Caption(g);
@@ -413,6 +424,23 @@ void FileManagerRun::OpenGroup(RowRef g) {
   }
   cur_.treated = treated;
   if (!treated) passed_ += sel;
+}
+
+std::string FileManagerRun::FailureLine(RowRef r, const std::string& path,
+                                        const std::string& err) const {
+  switch (o_.Aktion) {
+    case FileAction::Delete:
+      return t_.Get(txt::T3704, {path, err});
+    case FileAction::Copy:
+      return t_.Get(txt::T3724, {path, rep_.targetPath, err});
+    case FileAction::Move:
+      return t_.Get(txt::T3726, {path, rep_.targetPath, err});
+    case FileAction::Trash:
+      return t_.Get(txt::T3706, {path, err});
+    case FileAction::Rename:
+      return t_.Get(txt::T9670, {path, RenameByMask(model_.FileName(r), o_.Rename, now_), err});
+  }
+  return {};
 }
 
 bool FileManagerRun::RunAction(RowRef r, const std::string& path) {
@@ -571,7 +599,11 @@ void FileManagerRun::HandleFile(RowRef r) {
   const bool member = !CellAsText(model_.Cell(r, CellKey::archiv)).empty();
   DiskFileState st;
   std::string err;
-  if (!member) ReadDiskFileState(path, &st, &err);
+  if (!member && !ReadDiskFileState(path, &st, &err)) {
+    // Whether the file is there cannot be told: it is left, its row marked.
+    Failure(FailureLine(r, path, err));
+    return;
+  }
   if (LinkWanted() && !member && cur_.hasSource && st.exists) {
     if (o_.Link == LinkOption::Hardlink) {
       if (st.device != cur_.sourceState.device) {

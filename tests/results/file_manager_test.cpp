@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "data/file_system.h"
+#include "frame/error_text.h"
 #include "frame/fake_prompt.h"
 #include "frame/formats.h"
 #include "frame/run_state.h"
@@ -436,6 +437,102 @@ TEST(FileManager, DryRunTouchesNothingAndSaysWhatWouldHappen) {
       EXPECT_EQ(f.CountLogged("HARDLINK: "), 8);
     }
   }
+}
+
+// ----- failures at every step -------------------------------------------------------------
+
+struct ActionCase {
+  const char* name;
+  FileAction action;
+  LinkOption link;
+};
+
+class FileManagerFaults : public ::testing::TestWithParam<ActionCase> {};
+
+// The n-th call of the file-system layer fails, for every n the action
+// reaches: the kept files never change, a row that stays marked still has
+// its file as it was, and every failure is in the log with the system's text.
+TEST_P(FileManagerFaults, AFailedStepLosesNothing) {
+  const ActionCase c = GetParam();
+  static constexpr int kErrors[] = {EACCES, EPERM, ENOSPC, EXDEV, EROFS, ENOENT, EEXIST, EIO};
+  for (int n = 1; n <= 60; ++n) {
+    SCOPED_TRACE("call " + std::to_string(n));
+    Fixture f(3, 3);
+    f.MarkAllButFirst();
+    f.o.Aktion = c.action;
+    f.o.Link = c.link;
+    f.o.Ordner = f.dir.Mkdir("target").string();
+    f.o.IfErrorDontAskToAbort = true;
+    f.ctx.trash = TrashOptions{(f.dir / "home-data").string(), ::getuid()};
+    const int err = kErrors[n % 8];
+    const auto kept = f.KeptDigest();
+    const auto before = TreeDigest(f.src);
+    FileSystemFaults faults;
+    faults.FailNth(FsCall::Any, n, err);
+    FileManagerReport rep;
+    {
+      FileSystemFaults::Scope scope(&faults);
+      rep = f.Run();
+    }
+    EXPECT_EQ(f.KeptDigest(), kept);
+    // Rows still marked: their files are there, as they were.
+    int stillMarked = 0;
+    f.model.ForEachGroup([&](RowRef g) {
+      f.model.ForEachFile(g, [&](RowRef r) {
+        if (!f.model.IsMarked(r)) return true;
+        ++stillMarked;
+        const std::string p = f.model.File_GetPathFromNode(r);
+        const std::string rel = fs::relative(p, f.src).string();
+        EXPECT_EQ(TreeDigest(f.src)[rel], before.at(rel)) << p;
+        return true;
+      });
+      return true;
+    });
+    // Done rows leave the result; so does a row whose file the injected
+    // ENOENT showed as gone. Every other row stays, marked.
+    EXPECT_EQ(stillMarked, rep.marked - rep.filesRemoved);
+    if (err != ENOENT)
+      EXPECT_EQ(rep.filesRemoved, rep.done)
+          << "errors " << rep.errors << " skipped " << rep.skipped << " treated " << rep.treated
+          << " removed " << rep.filesRemoved << " err " << err;
+    if (rep.errors > 0) {
+      EXPECT_TRUE(f.Logged(ErrorText(err))) << ErrorText(err);
+      EXPECT_TRUE(f.Logged("Fehleranzahl: "));
+    }
+    if (faults.Fired() == 0) break;  // the action no longer reaches the n-th call
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryAction, FileManagerFaults,
+    ::testing::Values(ActionCase{"delete", FileAction::Delete, LinkOption::None},
+                      ActionCase{"trash", FileAction::Trash, LinkOption::None},
+                      ActionCase{"move", FileAction::Move, LinkOption::None},
+                      ActionCase{"copy", FileAction::Copy, LinkOption::None},
+                      ActionCase{"rename", FileAction::Rename, LinkOption::None},
+                      ActionCase{"hardlink", FileAction::Delete, LinkOption::Hardlink},
+                      ActionCase{"symlink", FileAction::Delete, LinkOption::Shortcut},
+                      ActionCase{"move_hardlink", FileAction::Move, LinkOption::Hardlink}),
+    [](const ::testing::TestParamInfo<ActionCase>& i) { return std::string(i.param.name); });
+
+TEST(FileManager, AFailureIsAskedAboutAndYesStops) {
+  Fixture f(4, 2);
+  f.MarkAllButFirst();
+  FileSystemFaults faults;
+  faults.Fail(FsCall::DeleteFile, "", EACCES);
+  f.prompt.answers = {false, true};
+  FileManagerReport rep;
+  {
+    FileSystemFaults::Scope scope(&faults);
+    rep = f.Run();
+  }
+  EXPECT_TRUE(rep.stopped);
+  EXPECT_EQ(rep.errors, 2);
+  ASSERT_EQ(f.prompt.questions.size(), 2u);
+  EXPECT_NE(f.prompt.questions[0].find("Soll der Vorgang abgebrochen werden?"), std::string::npos);
+  EXPECT_NE(f.prompt.questions[0].find("konnte nicht gelöscht werden"), std::string::npos);
+  EXPECT_EQ(f.model.DupCountSelected(), 4);
+  for (const auto& g : f.files) EXPECT_TRUE(Exists(g[1]));
 }
 
 // ----- questions, stops and the log -----------------------------------------------------
