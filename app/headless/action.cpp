@@ -34,7 +34,7 @@ class ActionPrompt final : public Prompt {
 
 bool ParseActionRequest(std::string_view value, ActionRequest* req, std::string* error) {
   auto withArg = [&](std::string_view name, std::string* arg) {
-    if (value.rfind(name, 0) != 0 || value.size() <= name.size() || value[name.size()] != ':')
+    if (value.rfind(name, 0) != 0 || value.size() <= name.size() + 1 || value[name.size()] != ':')
       return false;
     *arg = std::string(value.substr(name.size() + 1));
     return true;

@@ -290,6 +290,47 @@ TEST(FileManager, SymbolicLinksPointToTheKeptFile) {
   EXPECT_EQ(f.CountLogged("VERKNÜPFUNG: "), 3);
 }
 
+TEST(FileManager, TrashKeepsWhatTheDesktopNeedsToRestore) {
+  Fixture f(3, 2);
+  f.MarkAllButFirst();
+  f.o.Aktion = FileAction::Trash;
+  const fs::path home = f.dir / "home-data";
+  f.ctx.trash = TrashOptions{home.string(), ::getuid()};
+  const FileManagerReport rep = f.Run();
+  EXPECT_EQ(rep.done, 3);
+  EXPECT_EQ(f.CountLogged("PAPIERKORB: "), 3);
+  for (const auto& g : f.files) {
+    EXPECT_TRUE(Exists(g[0]));
+    EXPECT_FALSE(Exists(g[1]));
+    const std::string name = fs::path(g[1]).filename().string();
+    const fs::path info = home / "Trash" / "info" / (name + ".trashinfo");
+    ASSERT_TRUE(fs::exists(info)) << info;
+    const std::string text = test::ReadBytes(info);
+    EXPECT_EQ(text.rfind("[Trash Info]\n", 0), 0u);
+    EXPECT_NE(text.find("Path=" + g[1] + "\n"), std::string::npos) << text;
+    EXPECT_EQ(test::ReadBytes(home / "Trash" / "files" / name), test::ReadBytes(g[0]));
+  }
+}
+
+TEST(FileManager, ReflinksShareBlocksWhereTheFileSystemCan) {
+  Fixture f(2, 2);
+  f.MarkAllButFirst();
+  f.o.Link = LinkOption::Reflink;
+  const auto before = TreeDigest(f.src);
+  const FileManagerReport rep = f.Run();
+  if (f.Logged("REFLINK: ")) {
+    EXPECT_EQ(rep.done, 2);
+    for (const auto& g : f.files) EXPECT_EQ(test::ReadBytes(g[1]), test::ReadBytes(g[0]));
+  } else {
+    // No block sharing here (tmpfs, ext4): every file is left as it was,
+    // with the reason in the log, and counted as skipped.
+    EXPECT_EQ(TreeDigest(f.src), before);
+    EXPECT_EQ(rep.skipped, 2);
+    EXPECT_EQ(f.CountLogged("konnte nicht erstellt werden!"), 2);
+    GTEST_SKIP() << "the file system of " << f.dir.path() << " cannot share blocks";
+  }
+}
+
 TEST(FileManager, The1024thLinkIsTheLast) {
   Fixture f(1, 1026);
   f.MarkAllButFirst();
