@@ -4,8 +4,10 @@
 
 #include <ostream>
 
+#include "archive/archive_edit.h"
 #include "frame/settings_store.h"
 #include "frame/sinks.h"
+#include "frame/startup.h"
 #include "frame/texts.h"
 #include "results/file_manager.h"
 #include "search/source_folders.h"
@@ -31,6 +33,12 @@ class ActionPrompt final : public Prompt {
 };
 
 }  // namespace
+
+std::optional<std::filesystem::path> FindSevenZip(const AppPaths& paths) {
+  const Environment env = Environment::FromProcess();
+  if (auto p = FindHelperProgram("7z", paths, env)) return p;
+  return FindHelperProgram("7zz", paths, env);
+}
 
 bool ParseActionRequest(std::string_view value, ActionRequest* req, std::string* error) {
   auto withArg = [&](std::string_view name, std::string* arg) {
@@ -111,6 +119,7 @@ bool ParseSetting(std::string_view value, std::pair<std::string, std::string>* k
 
 int RunHeadlessAction(const ActionRequest& req, ResultModel& result, SettingsStore& settings,
                       const std::vector<SourceFolderRow>& sources, const AppPaths& paths,
+                      const std::optional<std::filesystem::path>& sevenZip,
                       const TextCatalog& texts, ProgressSink& progress, RunState& run,
                       std::ostream& out, std::ostream& err) {
   for (const auto& [k, v] : req.settings) settings.Set("Aktionen", k, v);
@@ -130,6 +139,19 @@ int RunHeadlessAction(const ActionRequest& req, ResultModel& result, SettingsSto
   ctx.run = &run;
   ctx.actionLog = paths.logFolder / "actions.txt";
   ctx.trash = TrashOptionsFromEnvironment();
+  if (sevenZip) {
+    ctx.deleteArchiveMember = [&](std::string_view archive, std::string_view member, bool dry) {
+      const ArchiveMemberDeletion d = DeleteArchiveMember(*sevenZip, archive, member, dry, &run);
+      MemberDeletion m;
+      m.errorText = d.errorText;
+      m.outcome = d.outcome == ArchiveMemberDeletion::Outcome::Deleted
+                      ? MemberDeletion::Outcome::Deleted
+                  : d.outcome == ArchiveMemberDeletion::Outcome::Failed
+                      ? MemberDeletion::Outcome::Failed
+                      : MemberDeletion::Outcome::NotSupported;
+      return m;
+    };
+  }
   // Protected source folders, by the source numbers of the result.
   const auto& folders = result.Options().SourceFolders;
   ctx.sourceProtected.assign(folders.size(), false);

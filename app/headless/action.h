@@ -2,7 +2,9 @@
 // --action, --dry-run and --set Aktionen.KEY=VALUE of the headless front end:
 // the file manager on the files marked in the result.
 
+#include <filesystem>
 #include <iosfwd>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -39,11 +41,18 @@ bool ParseActionRequest(std::string_view value, ActionRequest* req, std::string*
 bool ParseSetting(std::string_view value, std::pair<std::string, std::string>* kv,
                   std::string* error);
 
+// The archive program that deletes members: "7z", else "7zz" (the helper
+// folder first, then PATH).
+std::optional<std::filesystem::path> FindSevenZip(const AppPaths& paths);
+
 // Runs the file manager on `result` with the settings store's section
 // "Aktionen" and the request on top; the action log goes to
 // <data>/log/actions.txt, whose path is printed on `err` at the end.
+// Members of zip and 7z archives are deleted with `sevenZip` when it is
+// given.
 int RunHeadlessAction(const ActionRequest& req, ResultModel& result, SettingsStore& settings,
                       const std::vector<SourceFolderRow>& sources, const AppPaths& paths,
+                      const std::optional<std::filesystem::path>& sevenZip,
                       const TextCatalog& texts, ProgressSink& progress, RunState& run,
                       std::ostream& out, std::ostream& err);
 

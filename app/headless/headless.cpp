@@ -270,7 +270,8 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
     std::unique_ptr<ResultModel> model = session.TakeResult();
     g_interruptTarget.store(&run);
     const int code = RunHeadlessAction(*action, *model, session.Settings(), session.Rows(),
-                                       session.Paths(), session.Texts(), progress, run, out, err);
+                                       session.Paths(), FindSevenZip(session.Paths()),
+                                       session.Texts(), progress, run, out, err);
     g_interruptTarget.store(nullptr);
     progress.Finish();
     if (json) {

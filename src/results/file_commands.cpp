@@ -25,7 +25,7 @@ std::vector<RowRef> FileRows(const ResultModel& model, const std::vector<RowRef>
 }
 
 bool IsMember(const ResultModel& model, RowRef r) {
-  return !CellAsText(model.Cell(r, CellKey::archiv)).empty();
+  return CellAsInt(model.Cell(r, CellKey::archiv)) != 0;
 }
 
 // Replaces %1..%6 in one word, left to right, so that a value is never

@@ -290,6 +290,7 @@ class FileManagerRun {
   void OpenGroup(RowRef g);
   void CloseGroup(RowRef g);
   void HandleFile(RowRef r);
+  void HandleMember(RowRef r);
   bool RunAction(RowRef r, const std::string& path);
   // The action's failure line for a file.
   std::string FailureLine(RowRef r, const std::string& path, const std::string& err) const;
@@ -365,7 +366,7 @@ void FileManagerRun::OpenGroup(RowRef g) {
   if (treated && o_.Aktion != FileAction::Copy && o_.Aktion != FileAction::Rename) {
     bool unreadable = false;
     model_.ForEachFile(g, [&](RowRef f) {
-      if (model_.IsMarked(f) || !CellAsText(model_.Cell(f, CellKey::archiv)).empty()) return true;
+      if (model_.IsMarked(f) || CellAsInt(model_.Cell(f, CellKey::archiv)) != 0) return true;
       DiskFileState ks;
       std::string err;
       const std::string p = model_.File_GetPathFromNode(f);
@@ -384,7 +385,8 @@ void FileManagerRun::OpenGroup(RowRef g) {
   if (treated && LinkWanted()) {
     const std::string title = model_.Caption(g);
     model_.ForEachFile(g, [&](RowRef f) {
-      if (model_.IsMarked(f)) return true;
+      // A member's path is its archive: never a link's target.
+      if (model_.IsMarked(f) || CellAsInt(model_.Cell(f, CellKey::archiv)) != 0) return true;
       cur_.hasSource = true;
       cur_.source = f;
       return false;
@@ -584,6 +586,40 @@ void FileManagerRun::MakeLink(RowRef r, const std::string& path) {
   }
 }
 
+// A member of an archive: only deleting is possible, for the archive types
+// the archive program can change; every other action leaves it.
+void FileManagerRun::HandleMember(RowRef r) {
+  if (o_.Aktion != FileAction::Delete || !ctx_.deleteArchiveMember) {
+    ++rep_.skipped;
+    return;
+  }
+  // A member's folder is the archive itself.
+  const std::string archive = model_.File_GetPathOnlyFromNode(r);
+  const std::string inner = CellAsText(model_.Cell(r, CellKey::pathA));
+  const std::string member =
+      (inner.empty() ? std::string() : xAddBackslash(inner)) + std::string(model_.FileName(r));
+  const std::string shown = archive + "/" + member;
+  currentPath_ = shown;
+  const MemberDeletion d = ctx_.deleteArchiveMember(archive, member, Dry());
+  if (d.outcome == MemberDeletion::Outcome::NotSupported) {
+    ++rep_.skipped;
+    return;
+  }
+  ++rep_.treated;
+  if (d.outcome == MemberDeletion::Outcome::Failed) {
+    Failure(t_.Get(txt::T3704, {shown, d.errorText}));
+    return;
+  }
+  ++rep_.done;
+  LogDone(t_.Get(txt::T3705, {shown}));
+  if (o_.DateienEntfernen && !Dry()) {
+    const std::string tmp = CellAsText(model_.Cell(r, CellKey::tmppath));
+    if (!tmp.empty()) xDeleteFile_W(tmp);
+    model_.File_RemoveFromReport(r);
+    ++rep_.filesRemoved;
+  }
+}
+
 void FileManagerRun::HandleFile(RowRef r) {
   ++passed_;
   const std::string path = model_.File_GetPathFromNode(r);
@@ -596,7 +632,7 @@ void FileManagerRun::HandleFile(RowRef r) {
     ++rep_.protectedFiles;
     return;
   }
-  const bool member = !CellAsText(model_.Cell(r, CellKey::archiv)).empty();
+  const bool member = CellAsInt(model_.Cell(r, CellKey::archiv)) != 0;
   DiskFileState st;
   std::string err;
   if (!member && !ReadDiskFileState(path, &st, &err)) {
@@ -641,9 +677,7 @@ void FileManagerRun::HandleFile(RowRef r) {
     }
   }
   if (member) {
-    // Members of archives are not touched: only whole archives are files
-    // of this program's actions.
-    ++rep_.skipped;
+    HandleMember(r);
     return;
   }
   if (!st.exists) {

@@ -86,6 +86,14 @@ FileManagerOptions LoadFileManagerOptions(const SettingsStore& s);
 // Whether `key` is a key of section "Aktionen" the file manager reads.
 bool IsFileManagerKey(std::string_view key);
 
+// What deleting a member of an archive gave (archive/archive_edit.h does it;
+// results/ knows no archive program).
+struct MemberDeletion {
+  enum class Outcome { Deleted, Failed, NotSupported };
+  Outcome outcome = Outcome::NotSupported;
+  std::string errorText;
+};
+
 // What the walk needs beyond the options.
 struct FileManagerContext {
   const TextCatalog* texts = nullptr;  // null: German
@@ -105,6 +113,10 @@ struct FileManagerContext {
   // UNDO_reset: the undo history does not survive a file action. Called once
   // at the end when a file was done; may be empty.
   std::function<void()> undoReset;
+  // Deletes a member (its path inside the archive) from an archive; with
+  // dryRun only tells whether it could. Empty: members are left alone.
+  std::function<MemberDeletion(std::string_view archive, std::string_view member, bool dryRun)>
+      deleteArchiveMember;
   // Where the trash lives (TrashOptionsFromEnvironment for the user's own).
   TrashOptions trash;
   // The date of the subfolder and rename masks; 0: now.

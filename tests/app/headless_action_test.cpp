@@ -106,7 +106,8 @@ struct ActionRun {
     EXPECT_TRUE(ParseActionRequest(what, &req, &e)) << e;
     req.dryRun = dryRun;
     req.extra = std::move(extra);
-    return RunHeadlessAction(req, model, settings, sources, paths, texts, progress, run, out, err);
+    return RunHeadlessAction(req, model, settings, sources, paths, std::nullopt, texts, progress,
+                             run, out, err);
   }
 };
 
@@ -164,6 +165,35 @@ TEST(HeadlessAction, DryRunAndSettingsFromTheCommandLine) {
             kActionDone);
   EXPECT_TRUE(fs::exists(target / "f0.txt"));
   EXPECT_TRUE(fs::exists(target / "f1.txt"));
+}
+
+TEST(HeadlessAction, MembersOfAZipAreDeletedWith7Zip) {
+  const auto tool = FindSevenZip(AppPaths{});
+  if (!tool) GTEST_SKIP() << "7-Zip is not installed";
+  ActionRun r(1);
+  r.dir.Write("in/sub/m.txt", "same");
+  const fs::path zip = r.dir / "src" / "a.zip";
+  ASSERT_EQ(std::system(("cd '" + (r.dir / "in").string() + "' && '" + tool->string() + "' a -y '" +
+                         zip.string() + "' sub >/dev/null")
+                            .c_str()),
+            0);
+  const RowRef m = r.model.AddFileRowRaw(0, "m.txt", zip.string(), 4, 1);
+  r.model.SetCell(m, CellKey::archiv, std::int64_t{1});  // zip
+  r.model.SetCell(m, CellKey::pathA, std::string("sub"));
+  r.model.File_Select(m, true);
+  ActionRequest req;
+  std::string e;
+  ASSERT_TRUE(ParseActionRequest("delete", &req, &e));
+  req.extra = {{"LogNoActions", "0"}};
+  EXPECT_EQ(RunHeadlessAction(req, r.model, r.settings, r.sources, r.paths, tool, r.texts,
+                              r.progress, r.run, r.out, r.err),
+            kActionDone);
+  const std::string log = test::ReadUtf16File(r.paths.logFolder / "actions.txt");
+  EXPECT_NE(log.find("GELÖSCHT: " + zip.string() + "/sub/m.txt"), std::string::npos) << log;
+  EXPECT_EQ(
+      std::system(("'" + tool->string() + "' l '" + zip.string() + "' | grep -q m.txt").c_str()),
+      256);
+  EXPECT_TRUE(fs::exists(zip));
 }
 
 // The real binary: without marks nothing is done, and bad words are refused.
