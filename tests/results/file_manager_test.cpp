@@ -5,7 +5,9 @@
 #include "results/file_manager.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -554,6 +556,46 @@ INSTANTIATE_TEST_SUITE_P(
                       ActionCase{"symlink", FileAction::Delete, LinkOption::Shortcut},
                       ActionCase{"move_hardlink", FileAction::Move, LinkOption::Hardlink}),
     [](const ::testing::TestParamInfo<ActionCase>& i) { return std::string(i.param.name); });
+
+// Killed at any moment of a hard-link replacement, the tree has lost
+// nothing: every path holds its old file or a link to its group's kept file.
+TEST(FileManager, KilledDuringHardLinkReplacementLosesNoFile) {
+  for (int round = 0; round < 5; ++round) {
+    SCOPED_TRACE(round);
+    Fixture f(250, 5);
+    f.MarkAllButFirst();
+    f.o.Link = LinkOption::Hardlink;
+    f.o.LogNoActions = true;
+    f.ctx.logLine = {};
+    f.ctx.actionLog.clear();
+    std::map<std::string, std::string> content;
+    for (const auto& g : f.files)
+      for (const auto& p : g) content[p] = test::ReadBytes(p);
+    const pid_t pid = ::fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      Process_Selected_Files(f.model, f.o, f.ctx);
+      ::_exit(0);
+    }
+    // A different moment each round, from the start to well into the walk.
+    ::usleep(static_cast<useconds_t>(round * 10000));
+    ::kill(pid, SIGKILL);
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    for (const auto& g : f.files) {
+      struct stat kept {};
+      ASSERT_EQ(::lstat(g[0].c_str(), &kept), 0) << g[0];
+      for (const auto& p : g) {
+        struct stat st {};
+        ASSERT_EQ(::lstat(p.c_str(), &st), 0) << p << " is lost";
+        ASSERT_TRUE(S_ISREG(st.st_mode)) << p;
+        if (st.st_ino != kept.st_ino) {
+          EXPECT_EQ(test::ReadBytes(p), content[p]) << p;
+        }
+      }
+    }
+  }
+}
 
 TEST(FileManager, AFailureIsAskedAboutAndYesStops) {
   Fixture f(4, 2);
