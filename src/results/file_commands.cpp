@@ -45,6 +45,102 @@ std::string FillWord(std::string_view word, const std::string (&values)[6]) {
 
 }  // namespace
 
+namespace {
+
+// The rules shared by rename and move: a file row, no archive member, and
+// (unless copying) not in a protected source folder.
+bool CommandAllowed(const ResultModel& model, RowRef row, bool checkProtection,
+                    const FileCommandContext& ctx, FileCommandResult* res) {
+  if (!model.IsValid(row) || model.Level(row) != kLevelFile) {
+    res->outcome = FileCommandOutcome::NotAFile;
+    return false;
+  }
+  if (IsMember(model, row)) {
+    res->outcome = FileCommandOutcome::ArchiveMember;
+    return false;
+  }
+  const std::int32_t qnr = model.FileSourceNr(row);
+  if (checkProtection && qnr >= 1 && static_cast<std::size_t>(qnr) <= ctx.sourceProtected.size() &&
+      ctx.sourceProtected[static_cast<std::size_t>(qnr - 1)]) {
+    res->outcome = FileCommandOutcome::Protected;
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+FileCommandResult File_Rename(ResultModel& model, RowRef row, std::string_view newName,
+                              const FileCommandContext& ctx) {
+  FileCommandResult res;
+  if (!CommandAllowed(model, row, true, ctx, &res)) return res;
+  const std::string old(model.FileName(row));
+  if (newName.empty() || newName == old) {
+    res.outcome = FileCommandOutcome::Unchanged;
+    return res;
+  }
+  const std::string oldPath = model.File_GetPathFromNode(row);
+  res.target = xAddBackslash(model.File_GetPathOnlyFromNode(row)) + std::string(newName);
+  if (newName.find('/') != std::string_view::npos) {
+    res.outcome = FileCommandOutcome::Failed;
+    res.errorText = ErrorText(EINVAL);
+    return res;
+  }
+  if (xExistFile_W(res.target) || xExistFolder_W(res.target)) {
+    res.outcome = FileCommandOutcome::NameTaken;
+    return res;
+  }
+  if (ctx.releasePreview) ctx.releasePreview(oldPath);
+  if (!xMoveFile_W(oldPath, res.target, &res.errorText, Overwrite::No)) {
+    res.outcome = FileCommandOutcome::Failed;
+    return res;
+  }
+  model.SetCell(row, CellKey::dupname, std::string(newName));
+  res.outcome = FileCommandOutcome::Done;
+  return res;
+}
+
+FileCommandResult File_Copying(
+    ResultModel& model, RowRef row, std::string_view folder, bool move,
+    const std::function<bool(std::string_view name, std::string_view folder)>& overwrite,
+    const FileCommandContext& ctx) {
+  FileCommandResult res;
+  if (!CommandAllowed(model, row, move, ctx, &res)) return res;
+  const std::string path = model.File_GetPathFromNode(row);
+  const std::string name(model.FileName(row));
+  res.target = xAddBackslash(folder) + name;
+  Overwrite ow = Overwrite::No;
+  if (xExistFile_W(res.target)) {
+    if (!overwrite || !overwrite(name, folder)) {
+      res.outcome = FileCommandOutcome::Unchanged;
+      return res;
+    }
+    ow = Overwrite::Yes;
+  }
+  if (move && ctx.releasePreview) ctx.releasePreview(path);
+  bool ok = false;
+  if (move) {
+    ok = xMoveFileWithDate_W(path, res.target, &res.errorText, ow);
+  } else {
+    ok = xCopyFile_W(path, res.target, &res.errorText, ow) &&
+         xCopyFileDate_W(path, res.target, &res.errorText);
+  }
+  if (!ok) {
+    res.outcome = FileCommandOutcome::Failed;
+    return res;
+  }
+  res.outcome = FileCommandOutcome::Done;
+  if (!move) return res;
+  const RowRef group = model.Parent(row);
+  model.File_RemoveFromReport(row);
+  model.Report_Set_Group_Checkbox_Image(group);
+  if (model.ChildCount(group) < 2) model.Report_RemoveGroup(group);
+  model.Compact();
+  if (ctx.undoReset) ctx.undoReset();
+  model.ShowDupCount();
+  return res;
+}
+
 SwapResult File_Swap_FileNames(ResultModel& model, const std::vector<RowRef>& rows,
                                const FileCommandContext& ctx) {
   SwapResult res;

@@ -21,7 +21,43 @@ struct FileCommandContext {
   Prompt* prompt = nullptr;  // boxes; null: none shown
   // Let the preview go of a file before it is touched; may be empty.
   std::function<void(std::string_view path)> releasePreview;
+  // SourceProtected of the source folders, by source number - 1.
+  std::vector<bool> sourceProtected;
+  // UNDO_reset after a file left the result; may be empty.
+  std::function<void()> undoReset;
 };
+
+// What a rename or a move/copy to a folder came to. The window words the
+// boxes of NameTaken, Protected and Failed (with `errorText`).
+enum class FileCommandOutcome {
+  Done,
+  Unchanged,      // empty or equal name, or the overwrite question said No
+  NotAFile,       // not a file row
+  ArchiveMember,  // members of archives are not touched (no word)
+  Protected,      // the file lies in a protected source folder
+  NameTaken,      // rename: a file of the new name stands in the folder
+  Failed,         // the move or copy failed; the row stays as it was
+};
+struct FileCommandResult {
+  FileCommandOutcome outcome = FileCommandOutcome::NotAFile;
+  std::string errorText;
+  std::string target;  // the file's new path
+};
+
+// File_Rename: the row's file takes `newName` in its own folder. A name
+// that another file has is refused (NameTaken: the window asks again).
+FileCommandResult File_Rename(ResultModel& model, RowRef row, std::string_view newName,
+                              const FileCommandContext& ctx);
+
+// File_Copying: moves or copies the row's file into `folder`. When a file of
+// its name stands there, `overwrite(name, folder)` decides (No ends the
+// command). After a move the row leaves the result, the group's check box is
+// set anew, a group left with fewer than two rows goes, and the undo history
+// is reset. Copying has no protection test.
+FileCommandResult File_Copying(
+    ResultModel& model, RowRef row, std::string_view folder, bool move,
+    const std::function<bool(std::string_view name, std::string_view folder)>& overwrite,
+    const FileCommandContext& ctx);
 
 enum class SwapOutcome {
   Swapped,

@@ -89,6 +89,55 @@ TEST(FileCommands, AFailedMoveRollsTheSwapBack) {
   }
 }
 
+TEST(FileCommands, RenameRefusesTakenNamesAndLeavesMembersAlone) {
+  TwoFiles t("a.txt", "b.txt");
+  t.dir.Write("one/taken.txt", "other");
+  EXPECT_EQ(File_Rename(t.model, t.a, "a.txt", t.ctx).outcome, FileCommandOutcome::Unchanged);
+  EXPECT_EQ(File_Rename(t.model, t.a, "", t.ctx).outcome, FileCommandOutcome::Unchanged);
+  EXPECT_EQ(File_Rename(t.model, t.a, "taken.txt", t.ctx).outcome, FileCommandOutcome::NameTaken);
+  EXPECT_EQ(test::ReadBytes(t.dir / "one/taken.txt"), "other");
+  const FileCommandResult r = File_Rename(t.model, t.a, "new.txt", t.ctx);
+  ASSERT_EQ(r.outcome, FileCommandOutcome::Done);
+  EXPECT_EQ(test::ReadBytes(t.dir / "one/new.txt"), "A");
+  EXPECT_EQ(t.model.FileName(t.a), "new.txt");
+  t.ctx.sourceProtected = {true};
+  EXPECT_EQ(File_Rename(t.model, t.a, "x.txt", t.ctx).outcome, FileCommandOutcome::Protected);
+  t.model.SetCell(t.b, CellKey::archiv, std::int64_t{1});
+  EXPECT_EQ(File_Rename(t.model, t.b, "x.txt", t.ctx).outcome, FileCommandOutcome::ArchiveMember);
+  EXPECT_TRUE(fs::exists(t.pb));
+}
+
+TEST(FileCommands, MoveAndCopyToAFolder) {
+  TwoFiles t("a.txt", "b.txt");
+  const fs::path target = t.dir.Mkdir("target");
+  t.dir.Write("target/a.txt", "old");
+  int asked = 0;
+  auto no = [&](std::string_view, std::string_view) { return ++asked, false; };
+  auto yes = [&](std::string_view, std::string_view) { return ++asked, true; };
+  t.ctx.sourceProtected = {true};
+  // Copying from a protected folder works, moving does not.
+  EXPECT_EQ(File_Copying(t.model, t.b, target.string(), false, no, t.ctx).outcome,
+            FileCommandOutcome::Done);
+  EXPECT_EQ(test::ReadBytes(target / "b.txt"), "B");
+  EXPECT_EQ(File_Copying(t.model, t.b, target.string(), true, yes, t.ctx).outcome,
+            FileCommandOutcome::Protected);
+  t.ctx.sourceProtected = {false};
+  EXPECT_EQ(File_Copying(t.model, t.a, target.string(), true, no, t.ctx).outcome,
+            FileCommandOutcome::Unchanged);
+  EXPECT_EQ(test::ReadBytes(target / "a.txt"), "old");
+  int resets = 0;
+  t.ctx.undoReset = [&] { ++resets; };
+  EXPECT_EQ(File_Copying(t.model, t.a, target.string(), true, yes, t.ctx).outcome,
+            FileCommandOutcome::Done);
+  EXPECT_EQ(asked, 2);
+  EXPECT_EQ(test::ReadBytes(target / "a.txt"), "A");
+  EXPECT_FALSE(fs::exists(t.pa));
+  EXPECT_EQ(resets, 1);
+  // The group had two rows; with one left it goes.
+  EXPECT_EQ(t.model.GroupCount(), 0);
+  EXPECT_EQ(t.model.DupCount(), 0);
+}
+
 TEST(FileCommands, TheComparisonProgramGetsEachPathAsOneArgument) {
   const auto argv =
       CompareCommandLine("meld \"%1\" '%2' --label=%5|%6 %3 %4", "/a b/x'1.txt", "/c/$HOME.txt");
