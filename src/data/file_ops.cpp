@@ -387,7 +387,12 @@ ReplaceResult CloneOver(const ReplaceRequest& req, int src, int dst, const struc
                    err, texts.Get(txt::T9645, {Bracketed(err)}));
   }
   bool same = false;
-  err = SameBytes(clone.fd, dst, st.st_size, &same);
+  {
+    // The clone as the disk has it, read back through its own descriptor
+    // (the one it was made with is for writing only).
+    Fd back(::open(temporary.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    err = back.fd < 0 ? errno : SameBytes(back.fd, dst, st.st_size, &same);
+  }
   if (!err && !same) {
     ::unlink(temporary.c_str());
     return Failure(ReplaceOutcome::ContentDiffers, 0, texts.Get(txt::T9646));
@@ -532,7 +537,6 @@ bool SetFileToZeroLength(std::string_view path, std::string* errorText) {
   if (!err && !S_ISREG(st.st_mode)) err = EINVAL;
   if (!err) err = InjectedFault(FsCall::WriteFile, p);
   if (!err && ::ftruncate(fd.fd, 0) != 0) err = errno;
-  if (!err) err = fs::Sync(fd.fd, p);
   if (const int closeErr = fd.Close(); !err) err = closeErr;
   if (err) {
     SetText(errorText, Bracketed(err));
@@ -580,7 +584,12 @@ BackupResult BackupDaten(std::string_view source, std::string_view targetFolder,
     r.errorText = Bracketed(err);
     return r;
   }
-  const bool targetExists = fs::Stat(r.target, &t) == 0;
+  const int targetErr = fs::Stat(r.target, &t);
+  if (targetErr != 0 && targetErr != ENOENT) {
+    r.errorText = Bracketed(targetErr);
+    return r;
+  }
+  const bool targetExists = targetErr == 0;
   if (targetExists && t.st_dev == s.st_dev && t.st_ino == s.st_ino) {
     r.errorText = texts.Get(txt::T9647);
     return r;

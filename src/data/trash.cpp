@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -70,6 +71,21 @@ int EnsurePrivateFolder(const std::string& path) {
   }
   if (err) return err;
   if (!S_ISDIR(st.st_mode)) return ENOTDIR;
+  return 0;
+}
+
+// Could `trashDir` be made (or is it there)? Only looks: for the question
+// whether a drive has a trash.
+int CouldMakeTrash(const std::string& trashDir) {
+  struct stat st {};
+  if (fs::Stat(trashDir, &st) == 0) return S_ISDIR(st.st_mode) ? 0 : ENOTDIR;
+  // The nearest folder above that exists is where the making would start.
+  std::string parent = fs::FolderOf(trashDir);
+  while (parent != "/" && parent != "." && ::stat(parent.c_str(), &st) != 0)
+    parent = fs::FolderOf(parent);
+  struct statvfs vfs {};
+  if (::statvfs(parent.c_str(), &vfs) == 0 && (vfs.f_flag & ST_RDONLY)) return EROFS;
+  if (::access(parent.c_str(), W_OK | X_OK) != 0) return errno;
   return 0;
 }
 
@@ -141,7 +157,10 @@ TrashOptions TrashOptionsFromEnvironment() {
   return o;
 }
 
-TrashLocation FindTrashFor(std::string_view path, const TrashOptions& options) {
+TrashLocation FindTrashFor(std::string_view path, const TrashOptions& options, bool make) {
+  const auto ensure = [make](const std::string& dir) {
+    return make ? EnsureTrash(dir) : CouldMakeTrash(dir);
+  };
   TrashLocation loc;
   int err = 0;
   const std::string real = RealPathOf(path, &err);
@@ -157,8 +176,8 @@ TrashLocation FindTrashFor(std::string_view path, const TrashOptions& options) {
     const std::string home = Join(NormalizePath(options.dataHome), "Trash");
     dev_t dev = 0;
     if (HomeTrashDevice(home, &dev) && dev == st.st_dev) {
-      err = EnsurePath(NormalizePath(options.dataHome));
-      if (!err) err = EnsureTrash(home);
+      err = make ? EnsurePath(NormalizePath(options.dataHome)) : 0;
+      if (!err) err = ensure(home);
       if (err) {
         loc.errorText = Bracketed(err);
         return loc;
@@ -178,15 +197,15 @@ TrashLocation FindTrashFor(std::string_view path, const TrashOptions& options) {
   struct stat sh {};
   if (fs::Stat(shared, &sh) == 0 && S_ISDIR(sh.st_mode) && (sh.st_mode & S_ISVTX)) {
     const std::string mine = Join(shared, uid);
-    if (EnsureTrash(mine) == 0) {
+    if (ensure(mine) == 0) {
       loc.available = true;
       loc.trashDir = mine;
       return loc;
     }
   }
   const std::string own = Join(loc.drive, ".Trash-" + uid);
-  err = EnsureTrash(own);
-  if (!err) {
+  err = ensure(own);
+  if (!err && make) {
     struct stat o {};
     // A ".Trash-$uid" of another user is not ours to fill.
     if (::lstat(own.c_str(), &o) == 0 && o.st_uid != options.uid) err = EPERM;
@@ -240,6 +259,16 @@ std::string TrashPercentDecode(std::string_view text) {
 
 TrashResult MoveToTrash(std::string_view path, const TrashOptions& options, double deletionDate) {
   TrashResult r;
+  {
+    // A file that is gone is a failure, not a drive without a trash.
+    int err = 0;
+    const std::string real = RealPathOf(path, &err);
+    struct stat st {};
+    if (real.empty() || (err = fs::Stat(real, &st)) != 0) {
+      r.errorText = Bracketed(err);
+      return r;
+    }
+  }
   const TrashLocation loc = FindTrashFor(path, options);
   r.drive = loc.drive;
   if (!loc.available) {

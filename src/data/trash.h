@@ -37,13 +37,16 @@ struct TrashLocation {
   std::string drive;       // the mount point of the file's file system
   std::string errorText;   // why there is none
 };
-// Finds (and makes, when missing) the trash for the file or folder `path`.
-TrashLocation FindTrashFor(std::string_view path, const TrashOptions& options);
+// Finds the trash for the file or folder `path`: makes it when missing and
+// `make`; without, a trash that is missing counts as available where its
+// folder could be made (a mount that is not read-only, a top folder we may
+// write), so that asking about a drive leaves nothing behind.
+TrashLocation FindTrashFor(std::string_view path, const TrashOptions& options, bool make = true);
 
 enum class TrashOutcome : std::uint8_t {
   Trashed,
   NoTrashOnDrive,  // no trash on the file's mount: the file is left
-  Failed,          // a step failed: the file is left
+  Failed,          // a step failed (or the file is gone): the file is left
 };
 
 struct TrashResult {
