@@ -13,10 +13,12 @@
 #include <cerrno>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "data/file_system.h"
+#include "data/fs_tree.h"
 #include "frame/error_text.h"
 #include "frame/fake_prompt.h"
 #include "frame/formats.h"
@@ -314,22 +316,76 @@ TEST(FileManager, TrashKeepsWhatTheDesktopNeedsToRestore) {
   }
 }
 
-TEST(FileManager, ReflinksShareBlocksWhereTheFileSystemCan) {
-  Fixture f(2, 2);
-  f.MarkAllButFirst();
-  f.o.Link = LinkOption::Reflink;
-  const auto before = TreeDigest(f.src);
-  const FileManagerReport rep = f.Run();
-  if (f.Logged("REFLINK: ")) {
-    EXPECT_EQ(rep.done, 2);
-    for (const auto& g : f.files) EXPECT_EQ(test::ReadBytes(g[1]), test::ReadBytes(g[0]));
+// Builds the fixture's tree below `base` (TempDir takes its folder from
+// TMPDIR).
+std::unique_ptr<Fixture> FixtureIn(const fs::path& base, int groups, int perGroup) {
+  const char* old = std::getenv("TMPDIR");
+  const std::string keep = old ? old : "";
+  ::setenv("TMPDIR", base.c_str(), 1);
+  auto f = std::make_unique<Fixture>(groups, perGroup);
+  if (old) {
+    ::setenv("TMPDIR", keep.c_str(), 1);
   } else {
-    // No block sharing here (tmpfs, ext4): every file is left as it was,
-    // with the reason in the log, and counted as skipped.
-    EXPECT_EQ(TreeDigest(f.src), before);
-    EXPECT_EQ(rep.skipped, 2);
-    EXPECT_EQ(f.CountLogged("konnte nicht erstellt werden!"), 2);
-    GTEST_SKIP() << "the file system of " << f.dir.path() << " cannot share blocks";
+    ::unsetenv("TMPDIR");
+  }
+  return f;
+}
+
+TEST(FileManager, ReflinksShareBlocksWhereTheFileSystemCan) {
+  {
+    // Where the file system cannot share blocks every file is left as it
+    // was, the reason logged, and counted as skipped.
+    Fixture f(2, 2);
+    f.MarkAllButFirst();
+    f.o.Link = LinkOption::Reflink;
+    const auto before = TreeDigest(f.src);
+    const FileManagerReport rep = f.Run();
+    if (!f.Logged("REFLINK: ")) {
+      EXPECT_EQ(TreeDigest(f.src), before);
+      EXPECT_EQ(rep.skipped, 2);
+      EXPECT_EQ(f.CountLogged("konnte nicht erstellt werden!"), 2);
+    }
+  }
+  TempDir base;
+  test::ReflinkFileSystem xfs(base.path());
+  if (!xfs.mounted()) GTEST_SKIP() << "no XFS with reflinks can be mounted here";
+  auto f = FixtureIn(xfs.path(), 3, 3);
+  f->MarkAllButFirst();
+  f->o.Link = LinkOption::Reflink;
+  std::map<std::string, struct stat> before;
+  for (const auto& g : f->files)
+    for (const auto& p : g) ::stat(p.c_str(), &before[p]);
+  const FileManagerReport rep = f->Run();
+  EXPECT_EQ(rep.done, 6);
+  EXPECT_EQ(f->CountLogged("REFLINK: "), 6);
+  for (const auto& g : f->files) {
+    for (std::size_t i = 1; i < g.size(); ++i) {
+      struct stat st {};
+      ASSERT_EQ(::stat(g[i].c_str(), &st), 0);
+      // The file keeps its name, inode and dates; only its blocks are shared.
+      EXPECT_EQ(st.st_ino, before[g[i]].st_ino);
+      EXPECT_EQ(st.st_mtim.tv_sec, before[g[i]].st_mtim.tv_sec);
+      EXPECT_EQ(test::ReadBytes(g[i]), test::ReadBytes(g[0]));
+    }
+  }
+}
+
+TEST(FileManager, MoveToAnotherFileSystem) {
+  TempDir base;
+  test::SecondFileSystem tmpfs(base / "other");
+  KELVOR_NEED_SECOND_FS(tmpfs);
+  Fixture f(4, 2);
+  f.MarkAllButFirst();
+  f.o.Aktion = FileAction::Move;
+  f.o.Ordner = tmpfs.path().string();
+  f.o.Ordnerstruktur = false;
+  std::map<std::string, std::string> content;
+  for (const auto& g : f.files) content[g[1]] = test::ReadBytes(g[1]);
+  const FileManagerReport rep = f.Run();
+  EXPECT_EQ(rep.done, 4);
+  for (const auto& g : f.files) {
+    EXPECT_FALSE(Exists(g[1]));
+    EXPECT_EQ(test::ReadBytes(tmpfs.path() / fs::path(g[1]).filename()), content[g[1]]);
   }
 }
 
