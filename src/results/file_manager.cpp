@@ -249,6 +249,7 @@ class FileManagerRun {
     // row that names one of them (a folder given twice, a second hard link)
     // is the same data, and removing it would remove what is kept.
     std::vector<std::pair<DiskFileState, std::string>> kept;
+    std::int32_t stateAtOpen = kCheckNone;
   };
 
   bool LinkWanted() const {
@@ -354,11 +355,15 @@ void FileManagerRun::OpenGroup(RowRef g) {
   const std::int32_t sel = model_.GroupSel(g);
   bool treated = true;
   if (o_.GroupAction == 1 && ctx_.groupVisible && !ctx_.groupVisible(g)) treated = false;
-  const std::int32_t state = model_.GetCheckState(g);
+  // The state from the marks themselves, whether or not the caller has set
+  // the group's check box since.
+  const int children = model_.ChildCount(g);
+  const std::int32_t state = sel <= 0 ? kCheckNone : sel >= children ? kCheckMarked : kCheckPartly;
+  cur_.stateAtOpen = state;
   if (treated && state == kCheckMarked) {
     ++rep_.groupsAllMarked;
     if (o_.IgnoreGroupsAllFilesSelected && o_.Aktion != FileAction::Copy) {
-      rep_.skipped += model_.ChildCount(g);
+      rep_.skipped += children;
       treated = false;
     }
   }
@@ -741,7 +746,8 @@ void FileManagerRun::CloseGroup(RowRef g) {
     mark(cur_.source);
     for (RowRef row : cur_.linked) mark(row);
   }
-  if (model_.GetCheckState(g) != kCheckNone) {
+  const std::int32_t state = haveCur_ && cur_.row == g ? cur_.stateAtOpen : model_.GetCheckState(g);
+  if (state != kCheckNone) {
     const int n = model_.ChildCount(g);
     if (n == 0 || (o_.GruppenEntfernen && n == 1)) {
       model_.Report_RemoveGroup(g);

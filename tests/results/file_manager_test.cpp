@@ -460,6 +460,23 @@ TEST(FileManager, AGroupWithAllFilesMarkedIsLeftWhole) {
   EXPECT_EQ(c.Run().done, 2);
 }
 
+TEST(FileManager, AllMarkedIsReadFromTheMarksNotFromAStaleCheckBox) {
+  Fixture f(2, 2);
+  // Marks set without the group's check box being brought up to date.
+  f.model.ForEachGroup([&](RowRef g) {
+    f.model.ForEachFile(g, [&](RowRef r) {
+      f.model.File_Select(r, true);
+      return true;
+    });
+    return true;
+  });
+  const FileManagerReport rep = f.Run();
+  EXPECT_EQ(rep.done, 0);
+  EXPECT_EQ(rep.groupsAllMarked, 2);
+  for (const auto& g : f.files)
+    for (const auto& p : g) EXPECT_TRUE(Exists(p));
+}
+
 TEST(FileManager, AFolderGivenTwiceNeverLosesItsOnlyCopy) {
   // The same files found through two source folders: /src and a link to it.
   Fixture f(0, 0);
