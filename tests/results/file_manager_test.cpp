@@ -521,6 +521,26 @@ TEST(FileManager, ProtectedSourceFoldersAreCopiedButNotDeleted) {
   EXPECT_EQ(rep.done, 2);
 }
 
+TEST(FileManager, FoldersLeftEmptyGoButNotTheirParents) {
+  Fixture f(0, 0);
+  f.model.Report_Create_Root_Node();
+  const int g = f.model.AddGroupRow("x", 4);
+  f.AddRow(g, f.dir.Write("src/keep/x.txt", "same"), 1);
+  const RowRef a = f.AddRow(g, f.dir.Write("src/deep/empty/x.txt", "same"), 1);
+  const RowRef b = f.AddRow(g, f.dir.Write("src/full/x.txt", "same"), 1);
+  f.dir.Write("src/full/other.txt", "stays");
+  f.model.File_Select(a, true);
+  f.model.File_Select(b, true);
+  f.o.DelEmptyFolders = true;
+  const FileManagerReport rep = f.Run();
+  EXPECT_EQ(rep.done, 2);
+  EXPECT_EQ(rep.emptyFoldersRemoved, 1);
+  EXPECT_FALSE(fs::exists(f.dir / "src/deep/empty"));
+  EXPECT_TRUE(fs::exists(f.dir / "src/deep"));
+  EXPECT_TRUE(fs::exists(f.dir / "src/full/other.txt"));
+  EXPECT_TRUE(f.Logged("Leere Ordner gelöscht: 1"));
+}
+
 TEST(FileManager, AFileGoneSinceTheSearchJustLeavesTheResult) {
   Fixture f(1, 3);
   f.MarkAllButFirst();
