@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -582,6 +583,10 @@ struct ActionCase {
   FileAction action;
   LinkOption link;
 };
+
+void PrintTo(const ActionCase& c, std::ostream* os) {
+  *os << c.name;
+}
 
 class FileManagerFaults : public ::testing::TestWithParam<ActionCase> {};
 
