@@ -20,6 +20,7 @@
 #include "headless/export_cli.h"
 #include "headless/result_commands.h"
 #include "results/undo.h"
+#include "headless/action.h"
 #include "search/session.h"
 
 namespace kelvor {
@@ -119,25 +120,36 @@ struct AfterResult {
   std::optional<std::string> saveName;
   ExportRequest exportReq;
   bool json = false, nul = false;
+  std::optional<ActionRequest> action;  // the file manager on the marks
 };
 
-int FinishResult(SearchSession& session, const AfterResult& after, Prompt& prompt, RunState& run,
-                 std::ostream& out, std::ostream& err) {
+int FinishResult(SearchSession& session, const AfterResult& after, Prompt& prompt,
+                 ProgressSink& progress, RunState& run, std::ostream& out, std::ostream& err) {
   UndoHistory undo(&session.Texts());
   ResultModel* result = session.EditResult();
   if (!after.commands.empty() && result != nullptr) {
     const int mode = static_cast<int>(session.Settings().GetInt("Optionen", "SelectionMode"));
     if (!RunHeadlessCommands(*result, undo, after.commands, mode, err)) return kExitRejected;
   }
+  // The file manager's code (0 all treated, 1 refused, 2 some skipped or
+  // failed, 3 stopped) is the run's, once the result is saved and shown.
+  int code = kExitDone;
+  if (after.action && result != nullptr) {
+    code = RunHeadlessAction(*after.action, *result, session.Settings(), session.Rows(),
+                             session.Paths(), FindSevenZip(session.Paths()), session.Texts(),
+                             progress, run, out, err, [&undo] { undo.UNDO_reset(); });
+    if (code == kActionRefused) return kExitRejected;
+  }
   if (after.saveName && !SaveNamed(session, *after.saveName, prompt, err)) return kExitRejected;
   if (!after.exportReq.file.empty()) {
     if (!session.ClosingMessage().empty()) err << session.ClosingMessage() << '\n';
-    return RunExport(after.exportReq, session, session.Result(), run, err);
+    const int exported = RunExport(after.exportReq, session, session.Result(), run, err);
+    return exported != kExitDone ? exported : code;
   }
   PrintResult(session, after.json, after.nul, out, after.commands.empty() ? nullptr : &undo);
   if (!session.ClosingMessage().empty()) err << session.ClosingMessage() << '\n';
   out.flush();
-  return kExitDone;
+  return code;
 }
 
 }  // namespace
@@ -243,7 +255,22 @@ Items (as on Kelvor's own command line):
   FOLDER            a source folder; "FOLDER" in quotes also works; a folder
                     that does not exist is skipped
 
-Exit codes: 0 done, 1 bad command line or rejected setup, 3 stopped.
+File manager (on the files marked in the result):
+  --action WHAT     delete, trash, move:DIR, copy:DIR, rename[:MASK] (%1 name,
+                    %2 extension with its dot), hardlink, symlink or reflink
+                    (the marked files are replaced by links to the group's
+                    first unmarked file, or share its blocks where the file
+                    system can); the action log's path is printed at the end
+  --dry-run         the whole action with every check and log line, no file
+                    touched
+  --set Aktionen.KEY=VALUE
+                    a setting of the file manager (section Aktionen), e.g.
+                    Aktionen.Ordnerstruktur=0, Aktionen.CheckUnchanged=1
+
+Exit codes: 0 done (with --action: every marked file was treated), 1 bad
+command line or rejected setup (with --action: nothing marked or no target
+folder), 2 with --action: some marked files were skipped or failed,
+3 stopped.
 )";
 }
 
@@ -256,6 +283,8 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   const TextCatalog germanTexts;  // the session's texts exist only later
   ExportRequest exportReq;
   std::optional<std::string> saveName, loadName;
+  std::optional<ActionRequest> action;
+  ActionRequest actionExtra;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
     std::string exportError;
@@ -305,6 +334,30 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
       commands.push_back(std::move(c));
     } else if (a == "--undo") {
       commands.push_back(HeadlessCommand{HeadlessCommand::Kind::Undo, 0, false, {}});
+    } else if (a == "--action" || a.rfind("--action=", 0) == 0 || a == "--set" ||
+               a.rfind("--set=", 0) == 0) {
+      const bool isSet = a.rfind("--set", 0) == 0;
+      const std::size_t eq = a.find('=');
+      std::string v;
+      if (eq != std::string::npos) {
+        v = a.substr(eq + 1);
+      } else if (i + 1 < args.size()) {
+        v = args[++i];
+      }
+      std::string e;
+      std::pair<std::string, std::string> kv;
+      ActionRequest req;
+      if (isSet ? !ParseSetting(v, &kv, &e) : !ParseActionRequest(v, &req, &e)) {
+        err << "kelvor: " << e << '\n';
+        return kExitRejected;
+      }
+      if (isSet) {
+        actionExtra.extra.push_back(kv);
+      } else {
+        action = req;
+      }
+    } else if (a == "--dry-run") {
+      actionExtra.dryRun = true;
     } else if (a.rfind("--", 0) == 0) {
       err << "kelvor: unknown option '" << a << "' (see kelvor --help)\n";
       return kExitRejected;
@@ -327,7 +380,11 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
   so.clearChecksumCache = clearCache;
   SearchSession session(std::move(so), &prompt);
 
-  const AfterResult after{std::move(commands), saveName, exportReq, json, nul};
+  if (action) {
+    action->extra = actionExtra.extra;
+    action->dryRun = actionExtra.dryRun;
+  }
+  const AfterResult after{std::move(commands), saveName, exportReq, json, nul, action};
   if (loadName) {
     if (!items.empty()) {
       err << "kelvor: --load takes no search items or folders\n";
@@ -345,7 +402,7 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
       return kExitRejected;
     }
     // A loaded result starts without undo history: the history below is new.
-    return FinishResult(session, after, prompt, run, out, err);
+    return FinishResult(session, after, prompt, quiet, run, out, err);
   }
 
   const Preparation& prep = session.Prepare();
@@ -385,7 +442,7 @@ int RunHeadless(const char* argv0, const std::vector<std::string>& args, std::os
     return kExitStopped;
   }
   g_interruptTarget.store(&run);
-  const int code = FinishResult(session, after, prompt, run, out, err);
+  const int code = FinishResult(session, after, prompt, progress, run, out, err);
   g_interruptTarget.store(nullptr);
   return code;
 }

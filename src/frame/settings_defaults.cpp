@@ -232,6 +232,13 @@ const KeyDefault kDefaults[] = {
     {"Aktionen", "SetFileSizeToZero", "0"},
     {"Aktionen", "Rename", "DUPLIKAT %1%2"},
     {"Aktionen", "DelEmptyFolders", "0"},
+    {"Aktionen", "SecureHint", "1"},
+    {"Aktionen", "IfErrorDontAskToAbort", "0"},
+    {"Aktionen", "CloseFileManager", "0"},
+    {"Aktionen", "IgnoreGroupsAllFilesSelected", "1"},
+    {"Aktionen", "CheckUnchanged", "1"},
+    {"Aktionen", "DryRun", "0"},
+    {"Aktionen", "OptionReflink", "0"},
 
     // Export.
     {"ExportList", "SaveFileType", "0"},

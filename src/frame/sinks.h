@@ -59,6 +59,13 @@ class Prompt {
   virtual bool AskYesNo(std::string_view text) = 0;
   // An input box; nullopt when cancelled.
   virtual std::optional<std::string> Input(std::string_view prompt, std::string_view deflt) = 0;
+  // A Yes/No question with a box to tick "do not show this again" (the
+  // window words the box). *stopAsking tells whether it was ticked; a prompt
+  // without such a box asks plainly and leaves it unticked.
+  virtual bool AskYesNoStopAsking(std::string_view text, bool* stopAsking) {
+    *stopAsking = false;
+    return AskYesNo(text);
+  }
 };
 
 // A sink that shows nothing, for callers that do not care.
