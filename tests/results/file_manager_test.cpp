@@ -348,7 +348,7 @@ TEST(FileManager, ReflinksShareBlocksWhereTheFileSystemCan) {
     }
   }
   TempDir base;
-  test::ReflinkFileSystem xfs(base.path());
+  test::LoopFileSystem xfs(base.path(), test::LoopFileSystem::Xfs);
   if (!xfs.mounted()) GTEST_SKIP() << "no XFS with reflinks can be mounted here";
   auto f = FixtureIn(xfs.path(), 3, 3);
   f->MarkAllButFirst();
