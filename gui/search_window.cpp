@@ -1,5 +1,7 @@
 #include "gui/search_window.h"
 
+#include "gui/qt_prompt.h"
+
 #include <QApplication>
 #include <QCloseEvent>
 #include <QContextMenuEvent>
@@ -35,6 +37,7 @@
 #include "frame/settings_store.h"
 #include "frame/texts.h"
 #include "gui/actions.h"
+#include "gui/qt_prompt.h"
 #include "gui/result_tree_model.h"
 #include "results/result_model.h"
 
@@ -52,47 +55,6 @@ QString Q(std::string_view s) {
 QString T(const TextCatalog& texts, const TextDef& t) {
   return Q(texts.Get(t));
 }
-
-// The window's own questions as message boxes (interface thread).
-class BoxPrompt final : public Prompt {
- public:
-  explicit BoxPrompt(QWidget* parent) : parent_(parent) {}
-  void Message(std::string_view text, MessageIcon icon) override {
-    QMessageBox box(parent_);
-    box.setWindowTitle(QStringLiteral("Kelvor"));
-    box.setText(Q(text));
-    switch (icon) {
-      case MessageIcon::Information:
-        box.setIcon(QMessageBox::Information);
-        break;
-      case MessageIcon::Exclamation:
-        box.setIcon(QMessageBox::Warning);
-        break;
-      case MessageIcon::Critical:
-        box.setIcon(QMessageBox::Critical);
-        break;
-      case MessageIcon::Question:
-        box.setIcon(QMessageBox::Question);
-        break;
-    }
-    box.exec();
-  }
-  bool AskYesNo(std::string_view text) override {
-    return QMessageBox::question(parent_, QStringLiteral("Kelvor"), Q(text),
-                                 QMessageBox::Yes | QMessageBox::No,
-                                 QMessageBox::No) == QMessageBox::Yes;
-  }
-  std::optional<std::string> Input(std::string_view prompt, std::string_view deflt) override {
-    bool ok = false;
-    const QString s = QInputDialog::getText(parent_, QStringLiteral("Kelvor"), Q(prompt),
-                                            QLineEdit::Normal, Q(deflt), &ok);
-    if (!ok) return std::nullopt;
-    return s.toStdString();
-  }
-
- private:
-  QWidget* parent_;
-};
 
 }  // namespace
 
@@ -264,7 +226,7 @@ void ResultTreeView::contextMenuEvent(QContextMenuEvent* e) {
 SearchWindow::SearchWindow(QWidget* parent) : QMainWindow(parent) {
   setObjectName(QStringLiteral("frmDupSearch"));
   setWindowTitle(QStringLiteral("Kelvor"));
-  boxes_ = std::make_unique<BoxPrompt>(this);
+  boxes_ = std::make_unique<QtPrompt>(this);
   prompt_ = boxes_.get();
   for (int id = 1; id <= 17; ++id) positions_[static_cast<std::size_t>(id)] = id;
   timer_.setInterval(kPollMs);

@@ -11,6 +11,7 @@
 #include <QListWidget>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QPointer>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QStandardItemModel>
@@ -82,14 +83,17 @@ void Choose(QWidget& window, const char* name, int index) {
 }
 
 // Runs `act`, which opens a modal message box, and returns the box's text;
-// the box is closed with its default button.
+// the box is closed with its default button (Yes for a question).
 QString ModalText(const std::function<void()>& act) {
   QString seen;
   QTimer poll;
   QObject::connect(&poll, &QTimer::timeout, [&] {
     if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
       seen = box->text();
-      box->accept();
+      if (QPushButton* button = box->defaultButton())
+        button->click();
+      else
+        box->accept();
     }
   });
   poll.start(20);
@@ -314,10 +318,13 @@ TEST(SetupWindow, StartWithAFolderHandsTheRowsToTheResultsWindow) {
   // The search reads what the window showed.
   EXPECT_EQ(Stored(data, "DupVerz", "Suchkriterien3"), "1");
 
-  // Closing the results brings the setup back.
-  results->close();
+  // Closing the results brings the setup back; a result not saved is
+  // asked about first.
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !results->IsRunning(); }, 30000));
+  EXPECT_EQ(ModalText([&] { results->close(); }).toStdString(), TextCatalog().Get(txt::T9772));
+  QPointer<SearchWindow> closed(results);
+  EXPECT_TRUE(QTest::qWaitFor([&] { return closed.isNull(); }, 2000));
   EXPECT_TRUE(QTest::qWaitFor([&] { return w.isVisible(); }, 2000));
-  EXPECT_TRUE(w.isVisible());
 }
 
 TEST(SetupWindow, CommandLineShapesTheWindowAndStarts) {
