@@ -3,7 +3,6 @@
 #include "data/file_write.h"
 
 #include <fcntl.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,26 +10,31 @@
 #include <cerrno>
 #include <vector>
 
-#include "data/file_system.h"
-#include "frame/error_text.h"
+#include "data/fs_calls.h"
 
 namespace kelvor {
 
 namespace {
 
+// Blocks of this size go to the kernel; small enough to stay in the cache,
+// large enough that a million lines cost a few hundred system calls.
 constexpr std::size_t kBlock = 1 << 20;
-
-std::string Bracketed(const std::string& text) {
-  std::string s;
-  s.reserve(text.size() + 2);
-  s.push_back('(');
-  s.append(text);
-  s.push_back(')');
-  return s;
-}
+// Write-back is started after this many bytes.
+constexpr std::int64_t kWriteBack = 8 << 20;
 
 void SetError(std::string* out, int err) {
-  if (out) *out = Bracketed(ErrorText(err));
+  if (out) *out = fs::Bracketed(err);
+}
+
+// Copies the regular file `from` into the open `out` (named `to`).
+int CopyInto(const std::string& from, int out, const std::string& to, bool sync) {
+  int in = -1;
+  struct stat st {};
+  if (const int err = fs::OpenForReading(from, true, &in, &st)) return err;
+  int err = fs::CopyData(in, out, to);
+  ::close(in);
+  if (err == 0 && sync) err = fs::Sync(out, to);
+  return err;
 }
 
 }  // namespace
@@ -57,100 +61,102 @@ OutFile::~OutFile() {
 }
 
 bool OutFile::Open(const std::string& path, std::string* errorText) {
-  path_ = path;
-  error_.clear();
-  written_ = 0;
-  fd_ = ::open(path.c_str(), O_WRONLY | O_TRUNC | O_NOFOLLOW | O_CLOEXEC);
-  if (fd_ < 0) {
-    SetError(&error_, errno);
+  const int fd = ::open(path.c_str(), O_WRONLY | O_TRUNC | O_NOFOLLOW | O_CLOEXEC);
+  Adopt(fd, path);
+  if (fd < 0) {
+    Fail(errno);
     if (errorText) *errorText = error_;
     return false;
   }
+  return true;
+}
+
+void OutFile::Adopt(int fd, std::string path, std::string faultName) {
+  fd_ = fd;
+  path_ = std::move(path);
+  faultName_ = faultName.empty() ? path_ : std::move(faultName);
+  error_.clear();
+  errorCode_ = 0;
+  written_ = 0;
+  synced_ = 0;
+  buffer_.clear();
   buffer_.reserve(kBlock);
+}
+
+bool OutFile::Fail(int err) {
+  errorCode_ = err;
+  SetError(&error_, err);
+  return false;
+}
+
+bool OutFile::WriteOut(std::string_view bytes) {
+  if (fd_ < 0) return Fail(EBADF);
+  if (const int err = fs::WriteAll(fd_, bytes.data(), bytes.size(), faultName_)) return Fail(err);
+  // Start the write-back of what is written so far, without waiting for it:
+  // the disk works while the caller makes the next blocks.
+  // Every byte handed to Write is in the kernel now.
+  if (written_ - synced_ >= kWriteBack) {
+    ::sync_file_range(fd_, synced_, written_ - synced_, SYNC_FILE_RANGE_WRITE);
+    synced_ = written_;
+  }
   return true;
 }
 
 bool OutFile::Flush() {
-  if (fd_ < 0) return false;
-  if (!error_.empty()) return false;
-  if (const int fault = InjectedFault(FsCall::WriteFile, path_)) {
-    SetError(&error_, fault);
-    return false;
-  }
-  const char* p = buffer_.data();
-  std::size_t left = buffer_.size();
-  while (left > 0) {
-    const ssize_t n = ::write(fd_, p, left);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      SetError(&error_, errno);
-      return false;
-    }
-    p += n;
-    left -= static_cast<std::size_t>(n);
-    written_ += n;
-  }
+  if (errorCode_ != 0) return false;
+  if (buffer_.empty()) return true;
+  const bool ok = WriteOut(buffer_);
   buffer_.clear();
-  return true;
+  return ok;
 }
 
 bool OutFile::Write(std::string_view bytes) {
-  if (fd_ < 0 || !error_.empty()) return false;
+  if (fd_ < 0 || errorCode_ != 0) return false;
+  // A large block goes to the kernel as it is, after what the buffer holds.
+  const bool direct = bytes.size() >= kBlock / 2;
+  if ((direct || buffer_.size() + bytes.size() > kBlock) && !Flush()) return false;
+  written_ += static_cast<std::int64_t>(bytes.size());
+  if (direct) return WriteOut(bytes);
   buffer_.append(bytes);
-  if (buffer_.size() >= kBlock) return Flush();
   return true;
 }
 
 bool OutFile::Close(bool sync) {
-  if (fd_ < 0) return error_.empty();
+  if (fd_ < 0) return errorCode_ == 0;
   bool ok = Flush();
-  if (ok && sync && ::fsync(fd_) != 0) {
-    SetError(&error_, errno);
-    ok = false;
+  if (ok && sync) {
+    if (const int err = fs::Sync(fd_, faultName_)) ok = Fail(err);
   }
-  if (::close(fd_) != 0 && ok) {
-    SetError(&error_, errno);
-    ok = false;
-  }
+  if (::close(fd_) != 0 && ok) ok = Fail(errno);
   fd_ = -1;
   buffer_.clear();
   buffer_.shrink_to_fit();
   return ok;
 }
 
-void OutFile::Discard() {
+void OutFile::Release() {
   if (fd_ >= 0) ::close(fd_);
   fd_ = -1;
   buffer_.clear();
   buffer_.shrink_to_fit();
+}
+
+void OutFile::Discard() {
+  Release();
   if (!path_.empty()) ::unlink(path_.c_str());
 }
 
 bool xCopyFileInto(const std::string& from, const std::string& to, std::string* errorText,
                    bool sync) {
-  ReadFile in;
-  std::string err;
-  if (!in.Open(from, true, &err)) {
-    if (errorText) *errorText = err;
+  const int out = ::open(to.c_str(), O_WRONLY | O_TRUNC | O_NOFOLLOW | O_CLOEXEC);
+  if (out < 0) {
+    SetError(errorText, errno);
     return false;
   }
-  OutFile out;
-  if (!out.Open(to, errorText)) return false;
-  std::string buf(kBlock, '\0');
-  std::int64_t offset = 0;
-  for (;;) {
-    const std::int64_t n = in.ReadAt(buf.data(), buf.size(), offset, &err);
-    if (n < 0) {
-      if (errorText) *errorText = err;
-      out.Discard();
-      return false;
-    }
-    if (n == 0) break;
-    if (!out.Write(std::string_view(buf.data(), static_cast<std::size_t>(n)))) break;
-    offset += n;
-  }
-  if (!out.Close(sync)) {
-    if (errorText) *errorText = out.Error();
+  int err = CopyInto(from, out, to, sync);
+  if (::close(out) != 0 && err == 0) err = errno;
+  if (err != 0) {
+    SetError(errorText, err);
     ::unlink(to.c_str());
     return false;
   }
@@ -158,23 +164,25 @@ bool xCopyFileInto(const std::string& from, const std::string& to, std::string* 
 }
 
 bool xMoveFileReplace(const std::string& from, const std::string& to, std::string* errorText) {
-  if (const int fault = InjectedFault(FsCall::Rename, to)) {
-    SetError(errorText, fault);
+  int err = fs::Rename(from, to);
+  if (err == 0) return true;
+  if (err != EXDEV) {
+    SetError(errorText, err);
     return false;
   }
-  if (::rename(from.c_str(), to.c_str()) == 0) return true;
-  if (errno != EXDEV) {
-    SetError(errorText, errno);
-    return false;
+  // Another file system: a full copy beside the target first, then one
+  // rename over it.
+  const std::string part = fs::TemporaryNameIn(fs::FolderOf(to), "move");
+  int out = -1;
+  err = fs::CreateExclusive(part, 0666, &out);
+  if (err == 0) {
+    err = CopyInto(from, out, part, true);
+    if (::close(out) != 0 && err == 0) err = errno;
+    if (err == 0) err = fs::Rename(part, to);
+    if (err != 0) ::unlink(part.c_str());
   }
-  // Another file system: a full copy beside the target first.
-  const std::string folder = xGetPath(to);
-  const std::string part = xGetTempFileNameWIDE(folder.empty() ? "." : folder, ".KVM", errorText);
-  if (part.empty()) return false;
-  if (!xCopyFileInto(from, part, errorText)) return false;
-  if (::rename(part.c_str(), to.c_str()) != 0) {
-    SetError(errorText, errno);
-    ::unlink(part.c_str());
+  if (err != 0) {
+    SetError(errorText, err);
     return false;
   }
   ::unlink(from.c_str());
@@ -182,29 +190,9 @@ bool xMoveFileReplace(const std::string& from, const std::string& to, std::strin
 }
 
 bool xMoveFileNoReplace(const std::string& from, const std::string& to, std::string* errorText) {
-  if (const int fault = InjectedFault(FsCall::Rename, to)) {
-    SetError(errorText, fault);
-    return false;
-  }
-  // link + unlink refuses an existing target in one step (rename would
-  // replace it).
-  if (::link(from.c_str(), to.c_str()) == 0) {
-    ::unlink(from.c_str());
-    return true;
-  }
-  const int err = errno;
-  if (err == EEXIST) {
-    SetError(errorText, EEXIST);
-    return false;
-  }
-  struct stat st {};
-  if (::lstat(to.c_str(), &st) == 0) {
-    SetError(errorText, EEXIST);
-    return false;
-  }
-  if (::rename(from.c_str(), to.c_str()) == 0) return true;
-  SetError(errorText, errno);
-  return false;
+  const int err = fs::RenameNoReplace(from, to);
+  if (err != 0) SetError(errorText, err);
+  return err == 0;
 }
 
 }  // namespace kelvor

@@ -11,7 +11,7 @@
 //   (destructor without Commit: the temporary file is deleted)
 //
 // The temporary file stands in the target's folder (so the rename stays on
-// one file system) under a short hidden name ".kelvor-<pid>-<n>.part", which
+// one file system) under a short hidden name ".~kelvor-out-<random>", which
 // leaves room for a target name of any allowed length.
 //
 // Faults for tests (data/file_system.h): FsCall::WriteFile fails a write,
@@ -20,6 +20,8 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+
+#include "data/file_write.h"
 
 namespace kelvor {
 
@@ -58,19 +60,13 @@ class OutputFile {
   const std::string& TempPath() const { return temp_; }
   bool IsOpen() const { return !temp_.empty(); }
   // Bytes handed to Write so far.
-  std::size_t BytesWritten() const { return written_; }
+  std::size_t BytesWritten() const { return static_cast<std::size_t>(out_.BytesWritten()); }
 
  private:
-  bool Flush(std::string* error);
-  bool WriteOut(std::string_view bytes, std::string* error);
-
   std::string target_;
   std::string temp_;
-  std::string buffer_;
-  std::size_t written_ = 0;
-  std::size_t handedOver_ = 0;  // bytes given to the kernel
-  std::size_t synced_ = 0;      // write-back started up to here
-  int fd_ = -1;
+  OutFile out_;
+  bool released_ = false;
 };
 
 }  // namespace kelvor
