@@ -75,27 +75,68 @@ bool ArchiveTempFolder::CreateTempFile(FileRecord& rec, const std::string& archi
     *pathToRead = TempPath(rec);
     return true;
   }
-  const std::string member = MemberPath(rec);
   const std::string tempName =
       Search_GetArchiveTempFileName() + SafeName(GetFileNameWithExtension(rec));
   const std::string tempPath = (folder_ / tempName).string();
-  std::string error = Extract(rec, archivePath, tempPath);
+  if (!ReadSucceeded(rec, archivePath, Extract(rec, archivePath, tempPath))) return false;
+  rec.ArchiveTempFileNr = tempName;
+  *pathToRead = tempPath;
+  return true;
+}
+
+bool ArchiveTempFolder::StreamMember(FileRecord& rec, const std::string& archivePath,
+                                     const std::function<bool(const char*, std::size_t)>& sink) {
+  bool refused = false;
+  const std::string error = ReadMember(rec, archivePath, [&](const char* data, std::size_t n) {
+    if (sink(data, n)) return true;
+    refused = true;
+    return false;
+  });
+  // The sink's own failure is its caller's to report.
+  if (refused) return false;
+  return ReadSucceeded(rec, archivePath, error);
+}
+
+bool ArchiveTempFolder::ReadSucceeded(const FileRecord& rec, const std::string& archivePath,
+                                      const std::string& error) {
   const std::int32_t state = run_.SearchState.load(std::memory_order_relaxed);
   if (state == kStopBar2) {
-    // The user skipped this one extraction; the search goes on.
-    log_.LogProtokoll(texts_.Get(txt::T5392, {member, archivePath}));
+    // The user skipped this one member; the search goes on.
+    log_.LogProtokoll(texts_.Get(txt::T5392, {MemberPath(rec), archivePath}));
     run_.SearchState.store(kRunning, std::memory_order_relaxed);
     return false;
   }
   if (state == kStopRequested) return false;
   if (!error.empty()) {
-    log_.LogProtokoll(texts_.Get(txt::T9583, {member, archivePath, error}), true);
+    log_.LogProtokoll(texts_.Get(txt::T9583, {MemberPath(rec), archivePath, error}), true);
     return false;
   }
-  rec.ArchiveTempFileNr = tempName;
   ++filesExtracted_;
-  *pathToRead = tempPath;
   return true;
+}
+
+std::string ArchiveTempFolder::ReadMember(
+    const FileRecord& rec, const std::string& archivePath,
+    const std::function<bool(const char*, std::size_t)>& sink) {
+  auto stoppable = [&](const char* data, std::size_t n) {
+    const std::int32_t state = run_.SearchState.load(std::memory_order_relaxed);
+    if (state == kStopRequested || state == kStopBar2) return false;
+    return sink(data, n);
+  };
+  const ArchiveOutcome out = cursor_.Read(archivePath, ListTypeOfRecord(rec.ArchiveType),
+                                          MemberPath(rec), rec.SIZE, stoppable);
+  switch (out.status) {
+    case ArchiveStatus::Ok:
+      return {};
+    case ArchiveStatus::Stopped:
+      return "stopped";
+    case ArchiveStatus::Encrypted:
+      return texts_.Get(txt::T5323);
+    case ArchiveStatus::MemberMissing:
+      return "unknown error";
+    default:
+      return out.error.empty() ? "unknown error" : out.error;
+  }
 }
 
 // Writes the member into `tempPath`; "" on success. Whatever goes wrong,
@@ -109,44 +150,14 @@ std::string ArchiveTempFolder::Extract(const FileRecord& rec, const std::string&
   }
   int fd = xCreateNewFile_W(tempPath, &error);
   if (fd < 0) return error;
-  bool writeFailed = false;
   int writeErrno = 0;
-  auto sink = [&](const char* data, std::size_t n) {
-    const std::int32_t state = run_.SearchState.load(std::memory_order_relaxed);
-    if (state == kStopRequested || state == kStopBar2) return false;
-    if (!WriteAll(fd, data, n)) {
-      writeFailed = true;
-      writeErrno = errno;
-      return false;
-    }
-    return true;
-  };
-  ArchiveOutcome out =
-      cursor_.Read(archivePath, ListTypeOfRecord(rec.ArchiveType), MemberPath(rec), rec.SIZE, sink);
-  if (::close(fd) != 0 && !writeFailed) {
-    writeFailed = true;
+  error = ReadMember(rec, archivePath, [&](const char* data, std::size_t n) {
+    if (WriteAll(fd, data, n)) return true;
     writeErrno = errno;
-  }
-  if (writeFailed) {
-    error = std::string("write error: ") + ErrorText(writeErrno);
-  } else {
-    switch (out.status) {
-      case ArchiveStatus::Ok:
-        break;
-      case ArchiveStatus::Stopped:
-        error = "stopped";
-        break;
-      case ArchiveStatus::Encrypted:
-        error = texts_.Get(txt::T5323);
-        break;
-      case ArchiveStatus::MemberMissing:
-        error = "unknown error";
-        break;
-      default:
-        error = out.error.empty() ? "unknown error" : out.error;
-        break;
-    }
-  }
+    return false;
+  });
+  if (::close(fd) != 0 && writeErrno == 0 && error.empty()) writeErrno = errno;
+  if (writeErrno != 0) error = std::string("write error: ") + ErrorText(writeErrno);
   if (!error.empty()) xDeleteFile_W(tempPath);
   return error;
 }

@@ -30,6 +30,8 @@ class ArchiveTempFolder final : public ArchiveTempFiles {
   bool CreateTempFile(FileRecord& rec, const std::string& archivePath,
                       std::string* pathToRead) override;
   bool DeleteTempFile(const FileRecord& rec) override;
+  bool StreamMember(FileRecord& rec, const std::string& archivePath,
+                    const std::function<bool(const char*, std::size_t)>& sink) override;
 
   // The end-of-run sweep over the records: extracts of members in no group
   // are deleted; those of grouped members stay for the result's commands.
@@ -37,6 +39,7 @@ class ArchiveTempFolder final : public ArchiveTempFiles {
   // Removes the temporary folder again when nothing is left in it.
   void RemoveFolderIfEmpty();
 
+  // Members read out of their archives, into a file or as a stream.
   std::int32_t FilesExtracted() const { return filesExtracted_; }
   const std::filesystem::path& Folder() const { return folder_; }
   // The path of a record's extract ("" when it has none).
@@ -46,6 +49,13 @@ class ArchiveTempFolder final : public ArchiveTempFiles {
   std::string Search_GetArchiveTempFileName();
   std::string Extract(const FileRecord& rec, const std::string& archivePath,
                       const std::string& tempPath);
+  // Reads the member into `sink`; "" on success, else why not.
+  std::string ReadMember(const FileRecord& rec, const std::string& archivePath,
+                         const std::function<bool(const char*, std::size_t)>& sink);
+  // After a read: a skip is logged and taken back, a failure logged. True
+  // when the read counts (no stop, no skip, no error).
+  bool ReadSucceeded(const FileRecord& rec, const std::string& archivePath,
+                     const std::string& error);
 
   ArchiveCursor cursor_;  // the archive being read, kept open between members
   std::filesystem::path folder_;

@@ -357,6 +357,89 @@ class Hasher {
     return digest;
   }
 
+  // The digest of a member of `size` bytes that `produce` hands to the sink
+  // it is given, in order, answering false when it could not (it reports
+  // that itself). The same range rules as for a file, so that a member and
+  // a file with the same bytes get the same digest; no cache, as a member
+  // has no identity of its own. Empty with *error when the bytes do not
+  // fit the size or the digest fails; empty without one when `produce`
+  // gave up.
+  using ByteSink = std::function<bool(const char*, std::size_t)>;
+  std::string HashStream(std::int64_t size, const HashRange& range,
+                         const std::function<bool(const ByteSink&)>& produce, std::string* error) {
+    error->clear();
+    if (size <= 0) {
+      *error = "File size 0";
+      return {};
+    }
+    // A member no longer than the digest is its own checksum.
+    const bool whole = size <= digestLength_;
+    std::int64_t start = 0, length = size;
+    if (!whole) {
+      if (!md_ || !ctx_) {
+        *error = "CryptCreateHash: " + OpenSslError();
+        return {};
+      }
+      if (!RangeOf(size, range, &start, &length)) {
+        *error = "File to small: " + std::to_string(length) + " (" + std::to_string(start) + ")";
+        return {};
+      }
+      if (EVP_DigestInit_ex(ctx_, md_, nullptr) != 1) {
+        *error = "CryptCreateHash: " + OpenSslError();
+        return {};
+      }
+    }
+    const std::int64_t end = start + length;
+    std::string bytes;
+    std::int64_t seen = 0;
+    bool digestFailed = false;
+    const bool produced = produce([&](const char* data, std::size_t n) {
+      const std::int64_t from = std::max(seen, start);
+      const std::int64_t to = std::min(seen + static_cast<std::int64_t>(n), std::min(end, size));
+      seen += static_cast<std::int64_t>(n);
+      if (seen > size) return false;  // more than the member said it holds
+      if (to <= from) return true;
+      const char* p = data + (from - (seen - static_cast<std::int64_t>(n)));
+      const std::size_t k = static_cast<std::size_t>(to - from);
+      if (whole) {
+        bytes.append(p, k);
+        return true;
+      }
+      if (EVP_DigestUpdate(ctx_, p, k) == 1) return true;
+      digestFailed = true;
+      return false;
+    });
+    if (digestFailed) {
+      *error = "CryptBinHashData: " + OpenSslError();
+      return {};
+    }
+    if (!produced) {
+      if (seen > size) *error = "ReadFile2: " + std::to_string(seen) + " > " + std::to_string(size);
+      return {};
+    }
+    if (seen < size) {
+      *error = std::string("ReadFile2: ") + kShortRead;
+      return {};
+    }
+    if (whole) return bytes;
+    // The part of the range past the end is fed as zeros (the one extra
+    // byte of the Exif rule), as for a file.
+    if (end > size) {
+      const std::string zeros(static_cast<std::size_t>(end - std::max(size, start)), '\0');
+      if (EVP_DigestUpdate(ctx_, zeros.data(), zeros.size()) != 1) {
+        *error = "CryptBinHashData: " + OpenSslError();
+        return {};
+      }
+    }
+    unsigned char md[EVP_MAX_MD_SIZE];
+    unsigned int mdLen = 0;
+    if (EVP_DigestFinal_ex(ctx_, md, &mdLen) != 1) {
+      *error = "CryptGetHashParam: " + OpenSslError();
+      return {};
+    }
+    return std::string(reinterpret_cast<const char*>(md), mdLen);
+  }
+
  private:
   // The compared range of a file of `size` bytes under the cut rules; false
   // when nothing is left of it (*start and *length say what was worked out).
@@ -813,14 +896,36 @@ bool ContentComparer::EnsureHash(FileRecord& rec, const std::string& fullPath,
     *code = kContentRecordInError;
     return false;
   }
-  std::string path;
-  if (!PathToRead(rec, fullPath, &path, createdTemp)) {
-    *code = kContentTempFileFailed;
-    return false;
-  }
   std::string error;
   bool fromCache = false;
-  std::string digest = TakeOrMakeHash(path, range, WalkExpectation(rec), &error, &fromCache);
+  std::string digest;
+  if (rec.ArchiveType != 0 && rec.ArchiveTempFileNr.empty() && archive_) {
+    // A member without an extract is hashed as it comes out of its archive:
+    // nothing is written, and the archive is read on from where it stands.
+    bool read = false;
+    digest = hasher_->HashStream(
+        rec.SIZE, range,
+        [&](const compare_detail::Hasher::ByteSink& sink) {
+          return read = archive_->StreamMember(rec, fullPath, sink);
+        },
+        &error);
+    if (!read && error.empty()) {
+      if (run_.StopRequested()) {
+        *code = kContentStopped;
+      } else {
+        rec.HaveErrorMessage = true;
+        *code = kContentTempFileFailed;
+      }
+      return false;
+    }
+  } else {
+    std::string path;
+    if (!PathToRead(rec, fullPath, &path, createdTemp)) {
+      *code = kContentTempFileFailed;
+      return false;
+    }
+    digest = TakeOrMakeHash(path, range, WalkExpectation(rec), &error, &fromCache);
+  }
   TakeCacheMessages();
   if (!error.empty()) {
     log_.LogProtokoll(texts_.Get(txt::T5029, {error, DisplayPath(rec, fullPath)}), true);

@@ -121,6 +121,11 @@ class ArchiveTempFiles {
   // Search_Delete_Archive_Temp_File: true when the file was deleted (then the
   // record's ArchiveTempFileNr is cleared by the caller). Logs its own failures.
   virtual bool DeleteTempFile(const FileRecord& rec) = 0;
+  // Hands the member's bytes in order to `sink`, without a temporary file
+  // (a checksum needs no more). False when the member could not be read to
+  // its end: a stop, a skip, a refusing sink, or a failure it has logged.
+  virtual bool StreamMember(FileRecord& rec, const std::string& archivePath,
+                            const std::function<bool(const char*, std::size_t)>& sink) = 0;
 };
 
 // The byte range a checksum covers, worked out from the record and the cut

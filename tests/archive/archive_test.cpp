@@ -341,15 +341,21 @@ TEST_F(ArchiveTest, MemberRulesAndThePathFilter) {
 }
 
 // In a content search the members are read: a photo in a folder, in a zip
-// and in a 7z archive is one group; extracts of members without a duplicate
-// do not stay behind.
+// and in a 7z archive is one group. Their checksums are made from the
+// archive's stream, so no extract is written at all; a member no longer
+// than the digest meets its file too.
 TEST_F(ArchiveTest, ContentSearchReadsMembers) {
-  const std::string photo(5000, 'p');
+  // Larger than one block of the archive reader, so that a member reaches
+  // the digest in several pieces.
+  std::string photo(300000, 'p');
+  for (std::size_t i = 0; i < photo.size(); i += 7) photo[i] = static_cast<char>('a' + i % 23);
   std::string other = photo;
-  other[4000] = 'q';
+  other[200000] = '#';
   tmp_.Write("tree/pics/photo.jpg", photo);
+  tmp_.Write("tree/tiny.txt", "tiny");
   Member("z/photo.jpg", photo);
   Member("z/lonely.jpg", other);
+  Member("z/tiny.txt", "tiny");
   Member("s/x/renamed.jpg", photo);
   Member("s/x/also.jpg", std::string(5000, 'r'));
   Pack("z", "zip -qr " + Tree("a.zip") + " .");
@@ -357,20 +363,24 @@ TEST_F(ArchiveTest, ContentSearchReadsMembers) {
   Criteria({kCritContent});
   settings_.Set("DupVerz", "ContentCompare", "2");
   Run();
-  EXPECT_EQ(Found(), (Groups{{"pics/photo.jpg", "a.zip!photo.jpg", "b.7z!x/renamed.jpg"}}));
-  EXPECT_GT(engine_->Stats().FilesExtracted, 0);
+  EXPECT_EQ(Found(), (Groups{{"pics/photo.jpg", "a.zip!photo.jpg", "b.7z!x/renamed.jpg"},
+                             {"tiny.txt", "a.zip!tiny.txt"}}))
+      << RunLog();
+  EXPECT_GE(engine_->Stats().FilesExtracted, 4);
   EXPECT_TRUE(Logged("Entpackte Dateien: "));
-  // Only grouped members may keep their extracts, never inside the tree.
-  for (const fs::path& p : Extracts())
-    EXPECT_EQ(p.filename().string().find("lonely"), std::string::npos) << p;
+  EXPECT_TRUE(Extracts().empty());
   EXPECT_FALSE(fs::exists(tree_ / "photo.jpg"));
 
-  // With the extracts deleted after their checksums nothing stays at all.
-  fs::remove_all(tmp_ / "extracts");
-  settings_.SetBool("DupVerz", "DeleteTempFilesAfterCreateChecksum", true);
+  // Side by side the members are compared through extracts; only grouped
+  // members keep theirs, never inside the tree.
+  settings_.Set("DupVerz", "ContentCompare", "0");
   Run();
-  EXPECT_EQ(Found(), (Groups{{"pics/photo.jpg", "a.zip!photo.jpg", "b.7z!x/renamed.jpg"}}));
-  EXPECT_TRUE(Extracts().empty());
+  EXPECT_EQ(Found(), (Groups{{"pics/photo.jpg", "a.zip!photo.jpg", "b.7z!x/renamed.jpg"},
+                             {"tiny.txt", "a.zip!tiny.txt"}}))
+      << RunLog();
+  EXPECT_FALSE(Extracts().empty());
+  for (const fs::path& p : Extracts())
+    EXPECT_EQ(p.filename().string().find("lonely"), std::string::npos) << p;
 }
 
 // Music whose tags differ meets its copy inside an archive when tags are
