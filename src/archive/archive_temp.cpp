@@ -37,19 +37,6 @@ std::string SafeName(std::string name) {
   return name;
 }
 
-bool WriteAll(int fd, const char* data, std::size_t n) {
-  while (n > 0) {
-    ssize_t w = ::write(fd, data, n);
-    if (w < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    data += w;
-    n -= static_cast<std::size_t>(w);
-  }
-  return true;
-}
-
 }  // namespace
 
 ArchiveTempFolder::ArchiveTempFolder(std::filesystem::path folder, bool deleteAfterChecksum,
@@ -152,9 +139,8 @@ std::string ArchiveTempFolder::Extract(const FileRecord& rec, const std::string&
   if (fd < 0) return error;
   int writeErrno = 0;
   error = ReadMember(rec, archivePath, [&](const char* data, std::size_t n) {
-    if (WriteAll(fd, data, n)) return true;
-    writeErrno = errno;
-    return false;
+    writeErrno = xWriteAll(fd, data, n, tempPath);
+    return writeErrno == 0;
   });
   if (::close(fd) != 0 && writeErrno == 0 && error.empty()) writeErrno = errno;
   if (writeErrno != 0) error = std::string("write error: ") + ErrorText(writeErrno);

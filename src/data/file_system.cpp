@@ -2,6 +2,8 @@
 
 #include "data/file_system.h"
 
+#include "data/fs_calls.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
@@ -22,16 +24,7 @@ namespace {
 
 thread_local const FileSystemFaults* tCurrentFaults = nullptr;
 
-// "(text)", built by appending (concatenating temporaries here trips a false
-// -Wrestrict of g++ 12).
-std::string Bracketed(const std::string& text) {
-  std::string s;
-  s.reserve(text.size() + 2);
-  s.push_back('(');
-  s.append(text);
-  s.push_back(')');
-  return s;
-}
+using fs::Bracketed;
 
 std::string_view Trim(std::string_view s) {
   const auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
@@ -489,9 +482,14 @@ std::int64_t xGetFileSizeByPath_W(std::string_view path) {
 
 int xCreateNewFile_W(std::string_view path, std::string* errorText) {
   const std::string p(path);
-  int fd = ::open(p.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-  if (fd < 0 && errorText) *errorText = Bracketed(ErrorText(errno));
+  int fd = -1;
+  const int err = fs::CreateExclusive(p, 0600, &fd);
+  if (err != 0 && errorText) *errorText = Bracketed(ErrorText(err));
   return fd;
+}
+
+int xWriteAll(int fd, const void* data, std::size_t n, std::string_view path) {
+  return fs::WriteAll(fd, data, n, std::string(path));
 }
 
 bool xDeleteFile_W(std::string_view path, std::string* errorText) {

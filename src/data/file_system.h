@@ -188,6 +188,9 @@ bool xDeleteFile_W(std::string_view path, std::string* errorText = nullptr);
 // in its place is not followed), readable by the owner only. Returns the
 // descriptor (close-on-exec), or -1 and *errorText gets the system's text.
 int xCreateNewFile_W(std::string_view path, std::string* errorText = nullptr);
+// Writes all of `n` bytes to `fd`, the file at `path`. 0, or the errno of
+// the failure (a full disk: ENOSPC).
+int xWriteAll(int fd, const void* data, std::size_t n, std::string_view path);
 // Makes the folder and all missing parents. True when the folder exists.
 bool xCreatePath_W(std::string_view path, std::string* errorText = nullptr);
 // Removes a folder and everything below it (symbolic links are removed, not

@@ -4,6 +4,7 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <map>
 #include <memory>
@@ -14,6 +15,8 @@
 
 #include "archive/archive_reader.h"
 #include "archive/archive_types.h"
+#include "data/file_system.h"
+#include "frame/error_text.h"
 #include "frame/log.h"
 #include "frame/run_state.h"
 #include "frame/settings_store.h"
@@ -456,6 +459,31 @@ TEST_F(ArchiveTest, MemberNamesNeverChooseWhereExtractsGo) {
   EXPECT_EQ(names, (std::set<std::string>{"outside.txt", "passwd"}));
   EXPECT_FALSE(fs::exists(tmp_ / "outside.txt"));
   EXPECT_FALSE(fs::exists(tmp_ / "extracts" / "outside.txt"));
+}
+
+// A temporary folder that runs full: the member that could not be extracted
+// is named in the log with the system's reason, no partial extract stays,
+// and the search goes on with the rest.
+TEST_F(ArchiveTest, AFullTemporaryFolderLeavesNoPartialExtract) {
+  const std::string big(200000, 'b');
+  tmp_.Write("tree/big.bin", big);
+  tmp_.Write("tree/doc.txt", "identical text");
+  Member("z/big.bin", big);
+  Member("z/doc.txt", "identical text");
+  Pack("z", "zip -qr " + Tree("a.zip") + " .");
+  Criteria({kCritContent});
+  settings_.Set("DupVerz", "ContentCompare", "0");  // side by side: members are extracted
+  FileSystemFaults faults;
+  faults.Fail(FsCall::WriteFile, "_big.bin", ENOSPC);
+  {
+    FileSystemFaults::Scope scope(&faults);
+    Run();
+  }
+  EXPECT_EQ(Found(), (Groups{{"doc.txt", "a.zip!doc.txt"}})) << RunLog();
+  EXPECT_TRUE(Logged(texts_.Get(txt::T9583, {"big.bin", Tree("a.zip"), ""}))) << RunLog();
+  EXPECT_TRUE(Logged(ErrorText(ENOSPC))) << RunLog();
+  for (const fs::path& p : Extracts())
+    EXPECT_EQ(p.filename().string().find("big"), std::string::npos) << p;
 }
 
 // Byte by byte the extracts are compared side by side the same way.
