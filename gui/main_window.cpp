@@ -35,6 +35,7 @@
 #include "compare/content.h"
 #include "frame/settings_store.h"
 #include "frame/texts.h"
+#include "gui/file_windows.h"
 #include "gui/search_window.h"
 #include "search/filters.h"
 #include "search/options.h"
@@ -1071,6 +1072,7 @@ void MainWindow::ShowRejection(const std::vector<std::string>& messages) {
 void MainWindow::OpenResults() {
   auto* results = new SearchWindow;
   results->setAttribute(Qt::WA_DeleteOnClose);
+  InstallFileWindows(*results);
   results_.erase(std::remove_if(results_.begin(), results_.end(),
                                 [](const QPointer<SearchWindow>& w) { return w.isNull(); }),
                  results_.end());
