@@ -1072,7 +1072,6 @@ void MainWindow::ShowRejection(const std::vector<std::string>& messages) {
 void MainWindow::OpenResults() {
   auto* results = new SearchWindow;
   results->setAttribute(Qt::WA_DeleteOnClose);
-  InstallFileWindows(*results);
   results_.erase(std::remove_if(results_.begin(), results_.end(),
                                 [](const QPointer<SearchWindow>& w) { return w.isNull(); }),
                  results_.end());
@@ -1086,6 +1085,7 @@ void MainWindow::OpenResults() {
   hide();
   results->show();
   results->StartSearch(std::move(session_));
+  InstallFileWindows(*results);
   // The window's next search gets a session of its own, read from the
   // settings saved just now.
   session_ = std::make_unique<SearchSession>(options_, &prompt_);
