@@ -18,6 +18,7 @@
 #include <QThread>
 #include <QTreeView>
 #include <QVBoxLayout>
+#include <algorithm>
 #include <filesystem>
 
 #include "archive/archive_edit.h"
@@ -178,6 +179,7 @@ void FileManagerWindow::BuildUi() {
   auto* subRow = new QHBoxLayout;
   auto* sub = Named(new QCheckBox(T(txt::T4065)), "chkCreateSubfolder");
   auto* subText = Named(new QLineEdit, "txtSubfolder");
+  subText->setMinimumWidth(300);
   connect(sub, &QCheckBox::toggled, subText, &QWidget::setEnabled);
   subRow->addWidget(sub);
   subRow->addWidget(subText, 1);
@@ -298,8 +300,9 @@ void FileManagerWindow::LoadControls() {
     if (c->isChecked() && seen) c->setChecked(false);
     seen = seen || c->isChecked();
   }
-  findChild<QLineEdit*>(QStringLiteral("txtSubfolder"))
-      ->setEnabled(findChild<QCheckBox*>(QStringLiteral("chkCreateSubfolder"))->isChecked());
+  auto* sub = findChild<QLineEdit*>(QStringLiteral("txtSubfolder"));
+  sub->setEnabled(findChild<QCheckBox*>(QStringLiteral("chkCreateSubfolder"))->isChecked());
+  sub->setCursorPosition(0);
 }
 
 void FileManagerWindow::StoreControls() {
@@ -454,6 +457,11 @@ void FileManagerWindow::OnFinished() {
     return;
   }
   finished_ = true;
+  // The labels as the walk left them, whatever the last refresh showed.
+  lblGesamt_->setText(
+      QStringLiteral("%1 / %2").arg(std::max(report_.treated, report_.done)).arg(report_.marked));
+  lblAktuellerOrdner_->setText(QStringLiteral("-"));
+  lblAktuellerOrdner_->setToolTip({});
   if (!options_.DryRun) results_.ResultChanged(true);
   if (undoWanted_) {
     if (undoReset_)

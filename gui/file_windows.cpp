@@ -1,6 +1,11 @@
 #include "gui/file_windows.h"
 
+#include <QAction>
+#include <QMenu>
+#include <QMenuBar>
+
 #include "frame/texts.h"
+#include "gui/actions.h"
 #include "gui/file_manager_window.h"
 #include "gui/qt_prompt.h"
 #include "gui/save_window.h"
@@ -47,7 +52,30 @@ void InstallFileWindows(SearchWindow& results, std::function<void()> undoReset) 
   auto fileManager = [w, undoReset](int) { FileManager_Show(*w, nullptr, undoReset); };
   results.SetCommandHandler(kCommandFileManager, fileManager);
   results.SetCommandHandler(kCommandFileManagerContext, fileManager);
-  results.SetCommandHandler(kCommandExport, [w](int) { ShowSaveWindow(*w); });
+  auto exportList = [w](int) { ShowSaveWindow(*w); };
+  results.SetCommandHandler(kCommandExport, exportList);
+
+  // Where the window's command table has no entry for them yet, the two
+  // windows get one in the first menu, before its last entry (closing).
+  CommandActions* actions = results.Actions();
+  const QList<QAction*> menus = results.menuBar()->actions();
+  if (actions == nullptr || menus.isEmpty() || menus.first()->menu() == nullptr ||
+      results.Session() == nullptr)
+    return;
+  QMenu* file = menus.first()->menu();
+  QAction* before = file->actions().isEmpty() ? nullptr : file->actions().last();
+  const TextCatalog& texts = results.Session()->Texts();
+  auto add = [&](int id, TextDef caption, const char* icon, std::function<void(int)> run) {
+    if (actions->Action(id) != nullptr) return;
+    auto* a = new QAction(QIcon::fromTheme(QString::fromLatin1(icon)),
+                          QString::fromStdString(texts.Get(caption)) + QStringLiteral("..."), file);
+    a->setObjectName(QStringLiteral("cmd%1").arg(id));
+    QObject::connect(a, &QAction::triggered, file, [run, id] { run(id); });
+    file->insertAction(before, a);
+  };
+  add(kCommandFileManager, txt::T9830, "system-file-manager", fileManager);
+  add(kCommandExport, txt::T9842, "document-export", exportList);
+  file->insertSeparator(before);
 }
 
 }  // namespace kelvor::gui
