@@ -8,6 +8,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QLineEdit>
+#include <QPointer>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QTest>
@@ -243,6 +244,32 @@ TEST_F(FileWindowsTest, AMoveTakesTheMarkedFilesToTheFolderAndOutOfTheResult) {
   Click(*fm, "cmdDeleteCancel");
 }
 
+TEST_F(FileWindowsTest, TheTrashTakesTheMarkedFilesAndTheWindowClosesWhenAskedTo) {
+  SearchWindow w;
+  SearchTree(w);
+  const std::vector<fs::path> marked = MarkAllButFirst(w);
+  QPointer<FileManagerWindow> fm = FileManager_Show(w, &prompt_);
+  ASSERT_FALSE(fm.isNull());
+  Click(*fm, "optAktion(3)");
+  SetChecked(*fm, "chkDryRun", false);
+  SetChecked(*fm, "chkCloseFileManager", true);
+  Click(*fm, "cmdOK");
+  ASSERT_TRUE(QTest::qWaitFor([&] { return fm.isNull(); }, 60000));
+
+  const fs::path trash = tmp_.path() / "share" / "Trash";
+  for (const fs::path& p : marked) {
+    EXPECT_FALSE(fs::exists(p)) << p;
+    EXPECT_TRUE(fs::exists(trash / "files" / p.filename())) << p;
+    const std::string info =
+        test::ReadBytes(trash / "info" / (p.filename().string() + ".trashinfo"));
+    EXPECT_NE(info.find("Path=" + p.string()), std::string::npos) << info;
+  }
+  EXPECT_TRUE(fs::exists(tree_ / "a" / "one.txt"));
+  EXPECT_EQ(FilesInTree(w), 2);
+  // The safety question was asked once, before any file.
+  EXPECT_EQ(prompt_.questions.size(), 1u);
+}
+
 TEST_F(FileWindowsTest, AMoveToAFolderThatIsNotThereDoesNotStart) {
   SearchWindow w;
   SearchTree(w);
@@ -357,6 +384,25 @@ TEST_F(FileWindowsTest, ExportToCsvWritesTheChosenRowsAndOpensTheFile) {
   ASSERT_NE(again, nullptr);
   EXPECT_EQ(Child<QLineEdit>(*again, "txtFile")->text().toStdString(), file.string());
   again->close();
+}
+
+TEST_F(FileWindowsTest, ExportToXlsxWritesASpreadsheet) {
+  SearchWindow w;
+  SearchTree(w);
+  SaveWindow* save = ShowSaveWindow(w, &prompt_);
+  ASSERT_NE(save, nullptr);
+  Child<QComboBox>(*save, "cboFormat")->setCurrentIndex(2);
+  EXPECT_FALSE(Child<QWidget>(*save, "cboDelimiter")->isEnabled());
+  Click(*save, "optSaveFileType(0)");
+  Type(*save, "txtFile", tmp_.Mkdir("out") / "all.xlsx");
+  Click(*save, "cmdSave");
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !save->IsRunning(); }, 60000));
+  ASSERT_EQ(save->Outcome().status, ExportStatus::Done) << save->Outcome().message;
+  EXPECT_EQ(save->Outcome().fileRows, 5);
+  // A spreadsheet is a zip container.
+  EXPECT_EQ(test::ReadBytes(tmp_.path() / "out" / "all.xlsx").substr(0, 2), "PK");
+  EXPECT_EQ(Child<QPushButton>(*save, "cmdCancel")->text().toStdString(), german_.Get(txt::T9762));
+  save->close();
 }
 
 TEST_F(FileWindowsTest, ExportOfMarkedFilesWithNoneMarkedIsRefused) {
