@@ -166,7 +166,13 @@ void SaveWindow::LoadControls() {
   format->setCurrentIndex(f >= 0 ? f : 0);
   // The last folder and base name, else the export folder of the program.
   std::string dir = s.Get(kExp, "LastSaveDir");
-  if (dir.empty()) dir = results_.Session()->Paths().exportFolder.string();
+  if (dir.empty()) {
+    // The program's own export folder, made when first offered.
+    const std::filesystem::path own = results_.Session()->Paths().exportFolder;
+    std::error_code ec;
+    std::filesystem::create_directories(own, ec);
+    dir = own.string();
+  }
   const std::string name = s.Get(kExp, "LastSaveFileName");
   if (!name.empty())
     file_->setText(
