@@ -487,6 +487,10 @@ QString FileManagerWindow::LogText() const {
   return log_->toPlainText();
 }
 
+int FileManagerWindow::MissingControls() const {
+  return SettingsBinder(const_cast<FileManagerWindow*>(this), kBindings).MissingControls();
+}
+
 void FileManagerWindow::closeEvent(QCloseEvent* e) {
   // The window stays while its worker holds the result; closing asks it to
   // stop, and the window goes when the user closes it again afterwards.

@@ -67,6 +67,9 @@ class FileManagerWindow final : public QDialog {
   void CancelOrClose();
 
   bool IsRunning() const { return running_; }
+  // Controls of the settings table that the window lacks (none in a sound
+  // window).
+  int MissingControls() const;
   // The action has ended (its report is there and the button says "Close").
   bool Finished() const { return finished_; }
   const FileManagerReport& Report() const { return report_; }

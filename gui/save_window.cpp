@@ -310,6 +310,10 @@ void SaveWindow::CancelOrClose() {
   close();
 }
 
+int SaveWindow::MissingControls() const {
+  return SettingsBinder(const_cast<SaveWindow*>(this), kBindings).MissingControls();
+}
+
 void SaveWindow::closeEvent(QCloseEvent* e) {
   if (running_) {
     run_.RequestStop(kStopUser);

@@ -53,6 +53,9 @@ class SaveWindow final : public QDialog {
   // Stops a running export; otherwise closes the window.
   void CancelOrClose();
   bool IsRunning() const { return running_; }
+  // Controls of the settings table that the window lacks (none in a sound
+  // window).
+  int MissingControls() const;
   const ExportOutcome& Outcome() const { return outcome_; }
   // The file name the export takes (the extension of the format added when
   // the name has none of the three).

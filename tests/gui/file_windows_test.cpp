@@ -181,6 +181,7 @@ TEST_F(FileWindowsTest, DryRunOfTheTrashTouchesNothingAndLogsWhatWouldHappen) {
   ASSERT_EQ(marked.size(), 3u);
   FileManagerWindow* fm = FileManager_Show(w, &prompt_);
   ASSERT_NE(fm, nullptr);
+  EXPECT_EQ(fm->MissingControls(), 0);
   Click(*fm, "optAktion(3)");
   EXPECT_TRUE(Child<QAbstractButton>(*fm, "optAktion(3)")->isChecked());
   // What a trash cannot use is off; the target folder is for copy and move.
@@ -344,6 +345,7 @@ TEST_F(FileWindowsTest, ExportToCsvWritesTheChosenRowsAndOpensTheFile) {
   const std::vector<fs::path> marked = MarkAllButFirst(w);
   SaveWindow* save = ShowSaveWindow(w, &prompt_);
   ASSERT_NE(save, nullptr);
+  EXPECT_EQ(save->MissingControls(), 0);
   QString opened;
   save->SetOpener([&](const QString& f) { opened = f; });
   Child<QComboBox>(*save, "cboFormat")->setCurrentIndex(1);
