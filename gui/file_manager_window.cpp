@@ -22,6 +22,7 @@
 #include <filesystem>
 
 #include "archive/archive_edit.h"
+#include "data/file_system.h"
 #include "frame/progress_snapshot.h"
 #include "frame/settings_store.h"
 #include "frame/startup.h"
@@ -407,7 +408,11 @@ bool FileManagerWindow::Start() {
   log_->clear();
   if (results_.Actions() != nullptr) results_.Actions()->SetLongOperation(true);
   if (results_.Tree() != nullptr) results_.Tree()->setUpdatesEnabled(false);
-  worker_ = std::thread([this, result, ctx = std::move(ctx)] {
+  // The worker works for this thread: the file-system faults a test put in
+  // place here hold there too (none in production).
+  const FileSystemFaults* faults = FileSystemFaults::Current();
+  worker_ = std::thread([this, result, faults, ctx = std::move(ctx)] {
+    FileSystemFaults::Scope scope(faults);
     report_ = Process_Selected_Files(*result, options_, ctx);
     workerDone_ = true;
   });

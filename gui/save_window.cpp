@@ -21,6 +21,7 @@
 #include <QVBoxLayout>
 #include <filesystem>
 
+#include "data/file_system.h"
 #include "frame/progress_snapshot.h"
 #include "frame/settings_store.h"
 #include "frame/texts.h"
@@ -262,7 +263,10 @@ bool SaveWindow::Start() {
   if (results_.Actions() != nullptr) results_.Actions()->SetLongOperation(true);
   snapshot_ = std::make_unique<ProgressSnapshot>();
   const std::filesystem::path target = target_.toStdString();
-  worker_ = std::thread([this, result, columns = std::move(columns), target, o, &texts] {
+  // The file-system faults a test put in place here hold for the worker too.
+  const FileSystemFaults* faults = FileSystemFaults::Current();
+  worker_ = std::thread([this, result, columns = std::move(columns), target, o, &texts, faults] {
+    FileSystemFaults::Scope scope(faults);
     ProgressSnapshot* progress = snapshot_.get();
     ExportContext ctx{texts, run_, progress,
                       [progress](std::string_view line) { progress->LogPanel(line); }};

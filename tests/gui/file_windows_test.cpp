@@ -5,14 +5,18 @@
 // and the exported file are checked.
 
 #include <QAbstractButton>
+#include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPointer>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QTest>
+#include <QTimer>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -24,6 +28,7 @@
 
 #include <gtest/gtest.h>
 
+#include "data/file_system.h"
 #include "frame/settings_store.h"
 #include "frame/texts.h"
 #include "gui/actions.h"
@@ -271,6 +276,48 @@ TEST_F(FileWindowsTest, TheTrashTakesTheMarkedFilesAndTheWindowClosesWhenAskedTo
   EXPECT_EQ(prompt_.questions.size(), 1u);
 }
 
+TEST_F(FileWindowsTest, AFailedFileStaysMarkedAndTheErrorQuestionCanBeSilenced) {
+  SearchWindow w;
+  SearchTree(w);
+  const std::vector<fs::path> marked = MarkAllButFirst(w);
+  // Every delete fails as on a read-only disk.
+  FileSystemFaults faults;
+  faults.Fail(FsCall::DeleteFile, "", EROFS);
+  FileSystemFaults::Scope scope(&faults);
+  // The window's own message boxes: the first error question is answered
+  // "No" with "do not show this again" ticked; no second one may come.
+  FileManagerWindow* fm = FileManager_Show(w, &prompt_);
+  ASSERT_NE(fm, nullptr);
+  fm->SetPrompt(nullptr);
+  Click(*fm, "optAktion(0)");
+  SetChecked(*fm, "chkDryRun", false);
+  SetChecked(*fm, "chkSecureHint", false);
+  SetChecked(*fm, "chkIfErrorDontAskToAbort", false);
+  int boxes = 0;
+  QTimer answer;
+  QObject::connect(&answer, &QTimer::timeout, [&] {
+    auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+    if (box == nullptr) return;
+    ++boxes;
+    if (box->checkBox() != nullptr) box->checkBox()->setChecked(true);
+    box->button(QMessageBox::No)->click();
+  });
+  answer.start(20);
+  Click(*fm, "cmdOK");
+  ASSERT_TRUE(QTest::qWaitFor([&] { return fm->Finished(); }, 60000));
+  answer.stop();
+
+  EXPECT_EQ(boxes, 1);
+  EXPECT_EQ(fm->Report().errors, 3);
+  EXPECT_FALSE(fm->Report().stopped);
+  for (const fs::path& p : marked) EXPECT_TRUE(fs::exists(p)) << p;
+  // The files stay in the result, still marked.
+  EXPECT_EQ(FilesInTree(w), 5);
+  EXPECT_EQ(w.Result()->DupCountSelected(), 3);
+  EXPECT_NE(fm->LogText().toStdString().find(marked[0].string()), std::string::npos);
+  Click(*fm, "cmdDeleteCancel");
+}
+
 TEST_F(FileWindowsTest, AMoveToAFolderThatIsNotThereDoesNotStart) {
   SearchWindow w;
   SearchTree(w);
@@ -404,6 +451,29 @@ TEST_F(FileWindowsTest, ExportToXlsxWritesASpreadsheet) {
   // A spreadsheet is a zip container.
   EXPECT_EQ(test::ReadBytes(tmp_.path() / "out" / "all.xlsx").substr(0, 2), "PK");
   EXPECT_EQ(Child<QPushButton>(*save, "cmdCancel")->text().toStdString(), german_.Get(txt::T9762));
+  save->close();
+}
+
+TEST_F(FileWindowsTest, AFailedExportLeavesTheChosenFileAsItWas) {
+  SearchWindow w;
+  SearchTree(w);
+  const fs::path file = tmp_.Write("out/list.csv", "what was there before");
+  FileSystemFaults faults;
+  faults.Fail(FsCall::WriteFile, "", ENOSPC);
+  FileSystemFaults::Scope scope(&faults);
+  SaveWindow* save = ShowSaveWindow(w, &prompt_);
+  ASSERT_NE(save, nullptr);
+  Child<QComboBox>(*save, "cboFormat")->setCurrentIndex(1);
+  Type(*save, "txtFile", file);
+  Click(*save, "cmdSave");
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !save->IsRunning(); }, 60000));
+  EXPECT_EQ(save->Outcome().status, ExportStatus::Failed);
+  ASSERT_EQ(prompt_.messages.size(), 1u);
+  EXPECT_NE(prompt_.messages[0].find(file.string()), std::string::npos) << prompt_.messages[0];
+  EXPECT_EQ(test::ReadBytes(file), "what was there before");
+  int files = 0;
+  for ([[maybe_unused]] const auto& e : fs::directory_iterator(file.parent_path())) ++files;
+  EXPECT_EQ(files, 1);
   save->close();
 }
 
