@@ -8,6 +8,7 @@
 #include <QFormLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
+#include <QInputDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -28,7 +29,6 @@
 #include "frame/startup.h"
 #include "frame/texts.h"
 #include "gui/actions.h"
-#include "gui/qt_prompt.h"
 #include "gui/search_window.h"
 #include "gui/settings_binding.h"
 #include "results/result_model.h"
@@ -71,38 +71,63 @@ const SettingBinding kBindings[] = {
 };
 // clang-format on
 
-// The message boxes for the worker, with the error question's "do not show
-// this again" box, which the plain boxes do not have.
+// The message boxes of the worker's questions. Each box is shown on the
+// interface thread by the window's poll while the worker waits
+// (FileManagerWindow::OnInterfaceThread).
 class WorkerBoxes final : public Prompt {
  public:
-  WorkerBoxes(QtPrompt& boxes, QWidget* window, const TextCatalog& texts)
-      : boxes_(boxes), window_(window), texts_(texts) {}
-  void Message(std::string_view text, MessageIcon icon) override { boxes_.Message(text, icon); }
-  bool AskYesNo(std::string_view text) override { return boxes_.AskYesNo(text); }
-  std::optional<std::string> Input(std::string_view p, std::string_view d) override {
-    return boxes_.Input(p, d);
+  using Runner = std::function<void(const std::function<void()>&)>;
+  WorkerBoxes(Runner run, QWidget* window, const TextCatalog& texts)
+      : run_(std::move(run)), window_(window), texts_(texts) {}
+
+  void Message(std::string_view text, MessageIcon icon) override {
+    const QString t = Q(text);
+    run_([&] {
+      QMessageBox box(icon == MessageIcon::Critical      ? QMessageBox::Critical
+                      : icon == MessageIcon::Information ? QMessageBox::Information
+                                                         : QMessageBox::Warning,
+                      QApplication::applicationDisplayName(), t, QMessageBox::Ok, window_);
+      box.exec();
+    });
+  }
+  bool AskYesNo(std::string_view text) override {
+    const QString t = Q(text);
+    bool yes = false;
+    run_([&] {
+      yes = QMessageBox::question(window_, QApplication::applicationDisplayName(), t,
+                                  QMessageBox::Yes | QMessageBox::No,
+                                  QMessageBox::Yes) == QMessageBox::Yes;
+    });
+    return yes;
+  }
+  std::optional<std::string> Input(std::string_view prompt, std::string_view deflt) override {
+    const QString p = Q(prompt), d = Q(deflt);
+    std::optional<std::string> typed;
+    run_([&] {
+      bool ok = false;
+      const QString answer = QInputDialog::getText(window_, QApplication::applicationDisplayName(),
+                                                   p, QLineEdit::Normal, d, &ok);
+      if (ok) typed = answer.toStdString();
+    });
+    return typed;
   }
   bool AskYesNoStopAsking(std::string_view text, bool* stopAsking) override {
     const QString t = Q(text);
     bool yes = false, ticked = false;
-    auto ask = [&] {
+    run_([&] {
       QMessageBox box(QMessageBox::Warning, Q(texts_.Get(txt::T3714)), t,
                       QMessageBox::Yes | QMessageBox::No, window_);
       auto* check = new QCheckBox(Q(texts_.Get(txt::T9858)));
       box.setCheckBox(check);
       yes = box.exec() == QMessageBox::Yes;
       ticked = check->isChecked();
-    };
-    if (QThread::currentThread() == window_->thread())
-      ask();
-    else
-      QMetaObject::invokeMethod(window_, ask, Qt::BlockingQueuedConnection);
+    });
     *stopAsking = ticked;
     return yes;
   }
 
  private:
-  QtPrompt& boxes_;
+  Runner run_;
   QWidget* window_;
   const TextCatalog& texts_;
 };
@@ -119,8 +144,9 @@ FileManagerWindow::FileManagerWindow(SearchWindow& results, QWidget* parent)
     : QDialog(parent != nullptr ? parent : &results), results_(results) {
   setObjectName(QStringLiteral("frmFileManager"));
   setWindowModality(Qt::WindowModal);
-  boxes_ = std::make_unique<QtPrompt>(this);
-  workerPrompt_ = std::make_unique<WorkerBoxes>(*boxes_, this, results_.Session()->Texts());
+  workerPrompt_ = std::make_unique<WorkerBoxes>(
+      [this](const std::function<void()>& job) { OnInterfaceThread(job); }, this,
+      results_.Session()->Texts());
   BuildUi();
   LoadControls();
   EnableByAction();
@@ -129,6 +155,13 @@ FileManagerWindow::FileManagerWindow(SearchWindow& results, QWidget* parent)
 }
 
 FileManagerWindow::~FileManagerWindow() {
+  {
+    // A question still waiting is answered "no", and no further one waits.
+    std::lock_guard<std::mutex> lock(askMutex_);
+    closing_ = true;
+    pendingAsk_ = nullptr;
+    askCv_.notify_all();
+  }
   if (worker_.joinable()) {
     run_.RequestStop(kStopUser);
     worker_.join();
@@ -420,7 +453,36 @@ bool FileManagerWindow::Start() {
   return true;
 }
 
+void FileManagerWindow::OnInterfaceThread(const std::function<void()>& job) {
+  if (QThread::currentThread() == thread()) {
+    job();
+    return;
+  }
+  std::unique_lock<std::mutex> lock(askMutex_);
+  if (closing_) return;
+  pendingAsk_ = &job;
+  askCv_.wait(lock, [&] { return closing_ || pendingAsk_ != &job; });
+}
+
+void FileManagerWindow::AnswerQuestion() {
+  // The box runs its own event loop, in which this poll comes again.
+  if (asking_) return;
+  const std::function<void()>* job = nullptr;
+  {
+    std::lock_guard<std::mutex> lock(askMutex_);
+    job = pendingAsk_;
+  }
+  if (job == nullptr) return;
+  asking_ = true;
+  (*job)();
+  asking_ = false;
+  std::lock_guard<std::mutex> lock(askMutex_);
+  if (pendingAsk_ == job) pendingAsk_ = nullptr;
+  askCv_.notify_all();
+}
+
 void FileManagerWindow::Poll() {
+  AnswerQuestion();
   if (snapshot_) {
     const ProgressSnapshot::View v = snapshot_->Poll();
     auto show = [](QLabel* l, const std::string& s) {

@@ -10,7 +10,8 @@
 // window polls the labels, the bar and the log lines a few times a second;
 // cancel raises the stop flag, which the walk reads between files. The
 // worker's questions (the safety question, the error question with its "do
-// not show this again" box) block the worker while this thread asks. At the
+// not show this again" box) wait, under a lock of the window's own, until
+// the poll on this thread has asked them. At the
 // end the worker is joined, the results window redraws its tree and counters,
 // the undo history is reset when a file was done, and the cancel button turns
 // into "Close" (or the window closes when the user asked for that).
@@ -18,6 +19,7 @@
 #include <QDialog>
 #include <QTimer>
 #include <atomic>
+#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -42,7 +44,6 @@ class ProgressSnapshot;
 namespace kelvor::gui {
 
 class SearchWindow;
-class QtPrompt;
 
 class FileManagerWindow final : public QDialog {
   Q_OBJECT
@@ -88,9 +89,12 @@ class FileManagerWindow final : public QDialog {
   void SetControlsEnabled(bool enabled);
   void Poll();
   void OnFinished();
+  // Runs `job` on the interface thread; from the worker it waits until the
+  // window's poll has run it (a question and its answer).
+  void OnInterfaceThread(const std::function<void()>& job);
+  void AnswerQuestion();
 
   SearchWindow& results_;
-  std::unique_ptr<QtPrompt> boxes_;
   std::unique_ptr<Prompt> workerPrompt_;
   Prompt* prompt_ = nullptr;
   std::function<void()> undoReset_;
@@ -100,6 +104,11 @@ class FileManagerWindow final : public QDialog {
   std::unique_ptr<ProgressSnapshot> snapshot_;
   std::mutex linesMutex_;
   std::vector<std::pair<std::string, bool>> lines_;  // from the worker
+  std::mutex askMutex_;
+  std::condition_variable askCv_;
+  const std::function<void()>* pendingAsk_ = nullptr;  // under askMutex_
+  bool closing_ = false;                               // under askMutex_
+  bool asking_ = false;
   std::atomic<bool> workerDone_{false};
   std::atomic<bool> undoWanted_{false};
   FileManagerReport report_;

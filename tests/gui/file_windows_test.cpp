@@ -318,6 +318,44 @@ TEST_F(FileWindowsTest, AFailedFileStaysMarkedAndTheErrorQuestionCanBeSilenced) 
   Click(*fm, "cmdDeleteCancel");
 }
 
+TEST_F(FileWindowsTest, NoToTheSafetyQuestionTouchesNothingAndTheWindowStaysReady) {
+  SearchWindow w;
+  SearchTree(w);
+  const std::vector<fs::path> marked = MarkAllButFirst(w);
+  FileManagerWindow* fm = FileManager_Show(w, &prompt_);
+  ASSERT_NE(fm, nullptr);
+  fm->SetPrompt(nullptr);  // the window's own message boxes
+  Click(*fm, "optAktion(0)");
+  SetChecked(*fm, "chkDryRun", false);
+  SetChecked(*fm, "chkSecureHint", true);
+  QString asked;
+  QTimer answer;
+  QObject::connect(&answer, &QTimer::timeout, [&] {
+    auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+    if (box == nullptr) return;
+    asked = box->text();
+    box->button(QMessageBox::No)->click();
+  });
+  answer.start(20);
+  Click(*fm, "cmdOK");
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !fm->IsRunning(); }, 60000));
+  answer.stop();
+
+  EXPECT_NE(asked.toStdString().find(
+                german_.Get(txt::T3716, {FileActionCaption(FileAction::Delete, german_)})),
+            std::string::npos)
+      << asked.toStdString();
+  EXPECT_TRUE(fm->Report().refused);
+  EXPECT_FALSE(fm->Finished());
+  for (const fs::path& p : marked) EXPECT_TRUE(fs::exists(p)) << p;
+  EXPECT_EQ(FilesInTree(w), 5);
+  // Nothing ran: the user may change the settings and start again.
+  EXPECT_TRUE(Child<QWidget>(*fm, "cmdOK")->isEnabled());
+  EXPECT_EQ(Child<QPushButton>(*fm, "cmdDeleteCancel")->text().toStdString(),
+            german_.Get(txt::T9765));
+  Click(*fm, "cmdDeleteCancel");
+}
+
 TEST_F(FileWindowsTest, AMoveToAFolderThatIsNotThereDoesNotStart) {
   SearchWindow w;
   SearchTree(w);
