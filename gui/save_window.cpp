@@ -261,6 +261,8 @@ bool SaveWindow::Start() {
   status_->clear();
   bar_->setValue(0);
   if (results_.Actions() != nullptr) results_.Actions()->SetLongOperation(true);
+  // The export reads the result; the tree waits with its own reads.
+  if (results_.Tree() != nullptr) results_.Tree()->setUpdatesEnabled(false);
   snapshot_ = std::make_unique<ProgressSnapshot>();
   const std::filesystem::path target = target_.toStdString();
   // The file-system faults a test put in place here hold for the worker too.
@@ -292,6 +294,7 @@ void SaveWindow::OnFinished() {
   Poll();
   timer_.stop();
   if (results_.Actions() != nullptr) results_.Actions()->SetLongOperation(false);
+  if (results_.Tree() != nullptr) results_.Tree()->setUpdatesEnabled(true);
   settingsArea_->setEnabled(true);
   save_->setEnabled(true);
   status_->setText(Q(outcome_.message));
