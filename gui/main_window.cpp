@@ -35,6 +35,7 @@
 #include "compare/content.h"
 #include "frame/settings_store.h"
 #include "frame/texts.h"
+#include "gui/file_windows.h"
 #include "gui/search_window.h"
 #include "search/filters.h"
 #include "search/options.h"
@@ -1084,6 +1085,7 @@ void MainWindow::OpenResults() {
   hide();
   results->show();
   results->StartSearch(std::move(session_));
+  InstallFileWindows(*results);
   // The window's next search gets a session of its own, read from the
   // settings saved just now.
   session_ = std::make_unique<SearchSession>(options_, &prompt_);

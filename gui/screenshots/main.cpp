@@ -7,6 +7,7 @@
 #include <QIcon>
 #include <iostream>
 
+#include "gui/screenshots/file_window_shots.h"
 #include "gui/screenshots/result_shots.h"
 #include "gui/screenshots/setup_shots.h"
 
@@ -26,6 +27,7 @@ int main(int argc, char** argv) {
   written += kelvor::gui::TakeSetupShots(out, sample, data);
   QString error;
   const QStringList results = kelvor::gui::TakeResultShots(out, sample, &error);
+  written += static_cast<int>(kelvor::gui::TakeFileWindowShots(out, sample, &error).size());
   if (!error.isEmpty()) std::cerr << error.toStdString();
   written += static_cast<int>(results.size());
   return written > 0 && error.isEmpty() ? 0 : 1;
